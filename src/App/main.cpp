@@ -1,0 +1,39 @@
+#include "App/ListCommand.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <cstdio>
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("quillane"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(QUILLANE_VERSION_TEXT));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Quillane shows the trash of every location (your home, each mounted volume, cloud "
+        "folders) and empties one at a time.\n\nCommands:\n"
+        "  list [--json]   Print every trash location with its item count and size."));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    const QCommandLineOption jsonOption(QStringLiteral("json"),
+                                        QStringLiteral("With list: print a JSON array."));
+    parser.addOption(jsonOption);
+    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list"),
+                                 QStringLiteral("[command]"));
+    parser.process(app);
+
+    const QStringList arguments = parser.positionalArguments();
+    if (arguments.isEmpty()) {
+        // Without a command, Quillane is the tray application, which is not built yet.
+        std::fputs(qPrintable(parser.helpText()), stdout);
+        return 0;
+    }
+    if (arguments.size() == 1 && arguments.first() == QStringLiteral("list"))
+        return quillane::runListCommand(parser.isSet(jsonOption));
+
+    std::fprintf(stderr, "quillane: unknown command \"%s\"; see quillane --help\n",
+                 qPrintable(arguments.join(QLatin1Char(' '))));
+    return 2;
+}

@@ -1,0 +1,114 @@
+#include "Volume.h"
+
+#include "Platform/Console.h"
+#include "Platform/FileSystem.h"
+#include "Platform/VolumeNames.h"
+
+#include <QtConcurrent>
+#include <algorithm>
+#include <array>
+
+namespace quillane
+{
+
+Volume::Volume(std::optional<std::filesystem::path> volPath,
+               std::optional<std::filesystem::path> trashURL, double progress)
+    : m_id(QUuid::createUuid()), m_volPath(std::move(volPath)), m_trashURL(std::move(trashURL)),
+      m_progress(progress)
+{
+}
+
+Volume::Kind Volume::kind() const
+{
+    if (!m_volPath)
+        return Kind::None;
+    if (pathContains(*m_volPath, "Mobile Documents"))
+        return Kind::ICloud;
+    if (pathContains(*m_volPath, "CloudStorage"))
+        return Kind::CloudStorage;
+    return Kind::Volume;
+}
+
+namespace
+{
+
+// "GoogleDrive-someone" is shown as "GoogleDrive": the provider, not the account.
+std::string providerName(const std::filesystem::path& providerFolder)
+{
+    const std::string folder = lastPathComponent(providerFolder);
+    return folder.substr(0, folder.find('-'));
+}
+
+} // namespace
+
+std::string Volume::name(const VolumeNames& volumeNames) const
+{
+    switch (kind()) {
+    case Kind::None:
+        return {};
+    case Kind::ICloud:
+        return "iCloud Drive";
+    case Kind::CloudStorage:
+        return providerName(*m_volPath);
+    case Kind::Volume:
+        break;
+    }
+    if (auto label = volumeNames.volumeName(*m_volPath); label && !label->empty())
+        return *label;
+    return lastPathComponent(*m_volPath);
+}
+
+Picture Volume::image() const
+{
+    switch (kind()) {
+    case Kind::None:
+        return Picture::symbol("externaldrive");
+    case Kind::ICloud:
+        return Picture::asset("iCloud");
+    case Kind::CloudStorage:
+        if (const std::string provider = providerName(*m_volPath); hasProviderAsset(provider))
+            return Picture::asset(provider);
+        break;
+    case Kind::Volume:
+        break;
+    }
+    return Picture::fileIcon(*m_volPath);
+}
+
+int Volume::itemCount() const
+{
+    if (!m_trashURL)
+        return 0;
+    const auto entries = listDirectory(*m_trashURL);
+    if (!entries) {
+        Console::writeLine("Counting Error: ", entries.error());
+        return 0;
+    }
+    const bool hasDSStore = std::ranges::find(*entries, ".DS_Store") != entries->end();
+    return static_cast<int>(entries->size()) - (hasDSStore ? 1 : 0);
+}
+
+std::uint64_t Volume::allocatedSize() const
+{
+    if (!m_trashURL)
+        return 0;
+    const auto size = allocatedSizeOfDirectory(*m_trashURL);
+    if (!size) {
+        Console::writeLine("Size Error: ", size.error());
+        return 0;
+    }
+    return *size;
+}
+
+QFuture<std::uint64_t> Volume::calculatedSize() const
+{
+    return QtConcurrent::run([volume = *this] { return volume.allocatedSize(); });
+}
+
+bool hasProviderAsset(const std::string& providerName)
+{
+    static const std::array<std::string_view, 3> assets = {"Dropbox", "GoogleDrive", "OneDrive"};
+    return std::ranges::find(assets, providerName) != assets.end();
+}
+
+} // namespace quillane

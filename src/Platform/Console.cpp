@@ -1,0 +1,64 @@
+#include "Console.h"
+
+#include <cstdio>
+#include <mutex>
+
+namespace quillane
+{
+
+namespace
+{
+
+void writeTo(std::FILE* stream, std::string_view line)
+{
+    std::fwrite(line.data(), 1, line.size(), stream);
+    std::fputc('\n', stream);
+    std::fflush(stream);
+}
+
+std::mutex& sinkMutex()
+{
+    static std::mutex mutex;
+    return mutex;
+}
+
+Console::Sink& currentSink()
+{
+    static Console::Sink sink = [](std::string_view line) { writeTo(stdout, line); };
+    return sink;
+}
+
+} // namespace
+
+void Console::writeLine(std::string_view line)
+{
+    std::lock_guard lock(sinkMutex());
+    currentSink()(line);
+}
+
+void Console::writeLine(std::string_view text, std::string_view detail)
+{
+    std::string line;
+    line.reserve(text.size() + detail.size());
+    line.append(text).append(detail);
+    writeLine(line);
+}
+
+void Console::toStandardOutput()
+{
+    replaceSink([](std::string_view line) { writeTo(stdout, line); });
+}
+
+void Console::toStandardError()
+{
+    replaceSink([](std::string_view line) { writeTo(stderr, line); });
+}
+
+Console::Sink Console::replaceSink(Sink sink)
+{
+    std::lock_guard lock(sinkMutex());
+    std::swap(currentSink(), sink);
+    return sink;
+}
+
+} // namespace quillane

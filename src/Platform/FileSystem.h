@@ -1,0 +1,41 @@
+#pragma once
+
+#include "Result.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace quillane
+{
+
+// Plain file-system reads. Paths are bytes; names come back as the bytes the kernel gave.
+
+// The names of the entries directly inside a folder, hidden ones included ("." and ".."
+// left out), in the order the file system gives them.
+Result<std::vector<std::string>> listDirectory(const std::filesystem::path& folder);
+
+// Whether anything (a link included, dangling or not) exists at the path.
+bool fileExists(const std::filesystem::path& path);
+
+// Whether the path is the top directory of a mounted filesystem.
+bool isMountPoint(const std::filesystem::path& path);
+
+// The space allocated on disk for the regular files below a folder, at any depth. Symbolic
+// links are counted as nothing and never followed; other mounted filesystems are not entered.
+// Any entry whose path contains ".DS_Store" adds nothing. The first folder that cannot be read
+// fails the whole walk with its error: a partial total would be a wrong answer.
+Result<std::uint64_t> allocatedSizeOfDirectory(const std::filesystem::path& folder);
+
+// The last component of a path as a URL names it: "/" for the root folder.
+std::string lastPathComponent(const std::filesystem::path& path);
+
+// The path with no trailing slash ("/" stays "/"): how the model spells folder locations, so
+// that a mount path and the same folder written as a directory compare equal.
+std::filesystem::path withoutTrailingSlash(const std::filesystem::path& path);
+
+// Whether a path (as bytes) contains the given text.
+bool pathContains(const std::filesystem::path& path, std::string_view text);
+
+} // namespace quillane

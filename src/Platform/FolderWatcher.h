@@ -1,0 +1,29 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+
+namespace quillane
+{
+
+// A live watch on one folder; watching stops when it is destroyed.
+class FolderWatch
+{
+public:
+    virtual ~FolderWatch() = default;
+};
+
+// Reports additions, removals and moves of the entries directly inside a folder (not deeper),
+// on the main thread. A watch never keeps a volume from being unmounted.
+class FolderWatcher
+{
+public:
+    virtual ~FolderWatcher() = default;
+
+    // Nothing when the folder cannot be watched; the caller then stays idle.
+    virtual std::unique_ptr<FolderWatch> watch(const std::filesystem::path& folder,
+                                               std::function<void()> onChange) = 0;
+};
+
+} // namespace quillane

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quillane
+{
+
+// One mounted filesystem that a user would recognise as a place with files.
+struct MountEntry {
+    std::filesystem::path mountPoint; // no trailing slash, "/" for the root
+    std::string fsType;
+    std::string source;
+    bool readOnly = false;
+    bool local = true;
+
+    friend bool operator==(const MountEntry&, const MountEntry&) = default;
+};
+
+// The mounted filesystems, in the kernel's order.
+class MountTable
+{
+public:
+    virtual ~MountTable() = default;
+    // Nothing when the table cannot be read.
+    virtual std::optional<std::vector<MountEntry>> mounts() const = 0;
+};
+
+} // namespace quillane

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <filesystem>
+
+namespace quillane
+{
+
+class FolderWatcher;
+class MountTable;
+class MountWatcher;
+class Scheduler;
+class TrashLocator;
+class UserDefaults;
+class VolumeNames;
+class WorkQueue;
+
+// The platform services the model runs on, handed to it at construction. The application
+// wires the real ones (LinuxPlatform); tests wire temporary roots and a virtual clock.
+struct Platform {
+    Scheduler& mainQueue;
+    WorkQueue& workQueue;
+    const TrashLocator& trash;
+    const MountTable& mounts;
+    MountWatcher& mountWatcher;
+    FolderWatcher& folderWatcher;
+    UserDefaults& defaults;
+    const VolumeNames& volumeNames;
+    std::filesystem::path home; // the user's home folder, without a trailing slash
+};
+
+} // namespace quillane

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Scheduler.h"
+
+#include <QObject>
+#include <QThreadPool>
+
+namespace quillane
+{
+
+// The main queue of a running Qt application: tasks run in the event loop of the thread that
+// made the scheduler.
+class QtScheduler final : public Scheduler
+{
+public:
+    QtScheduler();
+    ~QtScheduler() override;
+
+    void post(Task task) override;
+    void postAfter(Duration delay, Task task) override;
+    std::unique_ptr<RepeatingTimer> repeat(Duration interval, Task task) override;
+
+private:
+    QObject m_context;
+};
+
+// A serial queue on a background thread of its own.
+class ThreadWorkQueue final : public WorkQueue
+{
+public:
+    ThreadWorkQueue();
+    ~ThreadWorkQueue() override; // waits for queued work
+
+    void async(Task task) override;
+
+private:
+    QThreadPool m_pool;
+};
+
+} // namespace quillane

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+
+namespace quillane
+{
+
+// A repeating timer; it stops when this handle is destroyed.
+class RepeatingTimer
+{
+public:
+    virtual ~RepeatingTimer() = default;
+};
+
+// The main queue. Every delay and timer of the model goes through it, so tests can run
+// minutes of model time in milliseconds (VirtualScheduler).
+class Scheduler
+{
+public:
+    using Task = std::function<void()>;
+    using Duration = std::chrono::milliseconds;
+
+    virtual ~Scheduler() = default;
+
+    // Runs the task on the main thread soon. May be called from any thread.
+    virtual void post(Task task) = 0;
+    // Runs the task on the main thread once the delay has passed. May be called from any thread.
+    virtual void postAfter(Duration delay, Task task) = 0;
+    // Runs the task on the main thread every interval until the handle is destroyed.
+    // Called on the main thread.
+    virtual std::unique_ptr<RepeatingTimer> repeat(Duration interval, Task task) = 0;
+};
+
+// Where long work (walking a tree, listing a large folder) runs, off the main thread. Tasks run
+// one at a time, in the order they were queued.
+class WorkQueue
+{
+public:
+    using Task = std::function<void()>;
+
+    virtual ~WorkQueue() = default;
+    virtual void async(Task task) = 0;
+};
+
+} // namespace quillane

@@ -1,0 +1,42 @@
+#include "UserDefaults.h"
+
+namespace quillane
+{
+
+SettingsUserDefaults::SettingsUserDefaults()
+    : m_settings(std::make_unique<QSettings>(QSettings::IniFormat, QSettings::UserScope,
+                                             QStringLiteral("Quillane"),
+                                             QStringLiteral("Quillane")))
+{
+}
+
+SettingsUserDefaults::SettingsUserDefaults(const QString& file)
+    : m_settings(std::make_unique<QSettings>(file, QSettings::IniFormat))
+{
+}
+
+void SettingsUserDefaults::registerDefault(const QString& key, bool value)
+{
+    m_defaults[key] = value;
+}
+
+bool SettingsUserDefaults::boolValue(const QString& key) const
+{
+    const QVariant stored = m_settings->value(key);
+    if (stored.isValid())
+        return stored.toBool();
+    const auto registered = m_defaults.find(key);
+    return registered != m_defaults.end() && registered->second;
+}
+
+void SettingsUserDefaults::setBool(const QString& key, bool value)
+{
+    m_settings->setValue(key, value);
+}
+
+void SettingsUserDefaults::synchronize()
+{
+    m_settings->sync();
+}
+
+} // namespace quillane

@@ -1,0 +1,201 @@
+#include "Platform/FileSystem.h"
+
+#include <cerrno>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace quillane
+{
+
+std::string describeErrno(const std::string& what, int error)
+{
+    return what + ": " + std::strerror(error);
+}
+
+namespace
+{
+
+struct DirCloser {
+    void operator()(DIR* dir) const { closedir(dir); }
+};
+using DirHandle = std::unique_ptr<DIR, DirCloser>;
+
+bool isDotOrDotDot(const char* name)
+{
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+} // namespace
+
+Result<std::vector<std::string>> listDirectory(const std::filesystem::path& folder)
+{
+    DirHandle dir(opendir(folder.c_str()));
+    if (!dir) {
+        const int error = errno;
+        return Result<std::vector<std::string>>::failure(describeErrno(folder.native(), error),
+                                                         error);
+    }
+    std::vector<std::string> names;
+    errno = 0;
+    while (const dirent* entry = readdir(dir.get())) {
+        if (!isDotOrDotDot(entry->d_name))
+            names.emplace_back(entry->d_name);
+        errno = 0;
+    }
+    if (errno != 0)
+        return Result<std::vector<std::string>>::failure(describeErrno(folder.native(), errno));
+    return Result<std::vector<std::string>>::success(std::move(names));
+}
+
+bool fileExists(const std::filesystem::path& path)
+{
+    struct stat info {
+    };
+    return lstat(path.c_str(), &info) == 0;
+}
+
+bool isMountPoint(const std::filesystem::path& path)
+{
+    struct stat self {
+    }, parent{};
+    if (stat(path.c_str(), &self) != 0 || !S_ISDIR(self.st_mode))
+        return false;
+    if (stat((path / "..").c_str(), &parent) != 0)
+        return false;
+    // The root folder is its own parent; any other top directory sits on another device than
+    // its parent (or, for a bind mount of the same device, is the same inode as its parent's).
+    return self.st_dev != parent.st_dev || self.st_ino == parent.st_ino;
+}
+
+std::string lastPathComponent(const std::filesystem::path& path)
+{
+    const std::string& text = path.native();
+    const auto end = text.find_last_not_of('/');
+    if (end == std::string::npos)
+        return text.empty() ? std::string() : std::string("/");
+    const auto start = text.rfind('/', end);
+    return text.substr(start == std::string::npos ? 0 : start + 1,
+                       end - (start == std::string::npos ? 0 : start + 1) + 1);
+}
+
+std::filesystem::path withoutTrailingSlash(const std::filesystem::path& path)
+{
+    std::string text = path.native();
+    while (text.size() > 1 && text.back() == '/')
+        text.pop_back();
+    return text;
+}
+
+bool pathContains(const std::filesystem::path& path, std::string_view text)
+{
+    return path.native().find(text) != std::string::npos;
+}
+
+namespace
+{
+
+// One folder being walked: its stream and its path, kept for error messages and the
+// ".DS_Store" rule.
+struct OpenFolder {
+    DirHandle dir;
+    std::string path;
+};
+
+} // namespace
+
+Result<std::uint64_t> allocatedSizeOfDirectory(const std::filesystem::path& folder)
+{
+    using SizeResult = Result<std::uint64_t>;
+    constexpr std::string_view dsStore = ".DS_Store";
+
+    const int topFd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (topFd < 0)
+        return SizeResult::failure(describeErrno(folder.native(), errno));
+    struct stat top {
+    };
+    if (fstat(topFd, &top) != 0) {
+        const int error = errno;
+        close(topFd);
+        return SizeResult::failure(describeErrno(folder.native(), error));
+    }
+    DirHandle topDir(fdopendir(topFd));
+    if (!topDir) {
+        const int error = errno;
+        close(topFd);
+        return SizeResult::failure(describeErrno(folder.native(), error));
+    }
+
+    // Depth first, with an explicit stack of open folders, each read relative to its parent's
+    // descriptor so that no path is resolved twice and no link is followed.
+    std::vector<OpenFolder> stack;
+    stack.push_back({std::move(topDir), folder.native()});
+    std::uint64_t total = 0;
+
+    while (!stack.empty()) {
+        OpenFolder& current = stack.back();
+        errno = 0;
+        const dirent* entry = readdir(current.dir.get());
+        if (!entry) {
+            if (errno != 0)
+                return SizeResult::failure(describeErrno(current.path, errno));
+            stack.pop_back();
+            continue;
+        }
+        if (isDotOrDotDot(entry->d_name))
+            continue;
+
+        std::string path = current.path;
+        if (path.empty() || path.back() != '/')
+            path += '/';
+        path += entry->d_name;
+        const bool skipped = path.find(dsStore) != std::string::npos;
+        const int parentFd = dirfd(current.dir.get());
+
+        unsigned char type = entry->d_type;
+        struct stat info {
+        };
+        const bool needStat = type == DT_UNKNOWN || (type == DT_REG && !skipped);
+        if (needStat) {
+            if (fstatat(parentFd, entry->d_name, &info, AT_SYMLINK_NOFOLLOW) != 0)
+                return SizeResult::failure(describeErrno(path, errno));
+            type = S_ISDIR(info.st_mode) ? DT_DIR : S_ISREG(info.st_mode) ? DT_REG : DT_UNKNOWN;
+        }
+        if (type == DT_REG) {
+            if (!skipped)
+                total += static_cast<std::uint64_t>(info.st_blocks) * 512;
+            continue;
+        }
+        if (type != DT_DIR)
+            continue; // links, devices, sockets and pipes take no space of their own worth counting
+
+        const int childFd =
+            openat(parentFd, entry->d_name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        if (childFd < 0)
+            return SizeResult::failure(describeErrno(path, errno));
+        struct stat child {
+        };
+        if (fstat(childFd, &child) != 0) {
+            const int error = errno;
+            close(childFd);
+            return SizeResult::failure(describeErrno(path, error));
+        }
+        if (child.st_dev != top.st_dev) {
+            close(childFd); // another filesystem mounted inside the trash: not ours to count
+            continue;
+        }
+        DirHandle childDir(fdopendir(childFd));
+        if (!childDir) {
+            const int error = errno;
+            close(childFd);
+            return SizeResult::failure(describeErrno(path, error));
+        }
+        stack.push_back({std::move(childDir), std::move(path)});
+    }
+    return SizeResult::success(total);
+}
+
+} // namespace quillane

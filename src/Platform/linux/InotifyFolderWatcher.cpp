@@ -1,0 +1,139 @@
+#include "InotifyFolderWatcher.h"
+
+#include "Platform/Console.h"
+#include "Platform/Result.h"
+
+#include <QSocketNotifier>
+#include <algorithm>
+#include <cerrno>
+#include <set>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+namespace quillane
+{
+
+namespace
+{
+
+// Entries added, removed or moved in or out; changes inside them are not reported.
+constexpr std::uint32_t watchedEvents =
+    IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ONLYDIR;
+
+} // namespace
+
+class InotifyFolderWatcher::Watch final : public FolderWatch
+{
+public:
+    Watch(std::weak_ptr<InotifyFolderWatcher*> watcher, int wd, std::uint64_t listenerId)
+        : m_watcher(std::move(watcher)), m_wd(wd), m_listenerId(listenerId)
+    {
+    }
+    ~Watch() override
+    {
+        if (auto watcher = m_watcher.lock())
+            (*watcher)->forget(m_wd, m_listenerId);
+    }
+
+private:
+    std::weak_ptr<InotifyFolderWatcher*> m_watcher;
+    int m_wd;
+    std::uint64_t m_listenerId;
+};
+
+InotifyFolderWatcher::InotifyFolderWatcher(QObject* parent)
+    : QObject(parent), m_self(std::make_shared<InotifyFolderWatcher*>(this))
+{
+    m_fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    if (m_fd < 0) {
+        reportFailure(errno, {});
+        return;
+    }
+    m_notifier = std::make_unique<QSocketNotifier>(m_fd, QSocketNotifier::Read);
+    connect(m_notifier.get(), &QSocketNotifier::activated, this, &InotifyFolderWatcher::readEvents);
+}
+
+InotifyFolderWatcher::~InotifyFolderWatcher()
+{
+    m_self.reset();
+    m_notifier.reset();
+    if (m_fd >= 0)
+        close(m_fd);
+}
+
+std::unique_ptr<FolderWatch> InotifyFolderWatcher::watch(const std::filesystem::path& folder,
+                                                         std::function<void()> onChange)
+{
+    if (m_fd < 0)
+        return nullptr;
+    const int wd = inotify_add_watch(m_fd, folder.c_str(), watchedEvents);
+    if (wd < 0) {
+        reportFailure(errno, folder);
+        return nullptr;
+    }
+    const std::uint64_t id = m_nextListenerId++;
+    m_listeners[wd].push_back({id, std::move(onChange)});
+    return std::make_unique<Watch>(m_self, wd, id);
+}
+
+void InotifyFolderWatcher::forget(int wd, std::uint64_t listenerId)
+{
+    const auto found = m_listeners.find(wd);
+    if (found == m_listeners.end())
+        return; // the kernel dropped the watch already (folder deleted, volume unmounted)
+    std::erase_if(found->second, [&](const Listener& l) { return l.id == listenerId; });
+    if (found->second.empty()) {
+        m_listeners.erase(found);
+        inotify_rm_watch(m_fd, wd);
+    }
+}
+
+void InotifyFolderWatcher::readEvents()
+{
+    alignas(inotify_event) char buffer[16 * 1024];
+    std::set<int> changed;
+    for (;;) {
+        const ssize_t length = read(m_fd, buffer, sizeof buffer);
+        if (length <= 0)
+            break;
+        for (ssize_t offset = 0; offset < length;) {
+            const auto* event = reinterpret_cast<const inotify_event*>(buffer + offset);
+            offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+            if (event->mask & IN_IGNORED)
+                m_listeners.erase(event->wd); // gone with its folder or its filesystem
+            else if (event->mask & (IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO))
+                changed.insert(event->wd);
+        }
+    }
+    // One call per folder for what arrived together. A callback may drop watches, its own
+    // included, so each listener is looked up again just before it is called.
+    for (const int wd : changed) {
+        const auto found = m_listeners.find(wd);
+        if (found == m_listeners.end())
+            continue;
+        const auto listeners = found->second;
+        for (const Listener& listener : listeners) {
+            const auto still = m_listeners.find(wd);
+            if (still != m_listeners.end() &&
+                std::ranges::find(still->second, listener.id, &Listener::id) != still->second.end())
+                listener.onChange();
+        }
+    }
+}
+
+void InotifyFolderWatcher::reportFailure(int error, const std::filesystem::path& folder)
+{
+    // A folder that is gone or unreadable just leaves its watch idle; running out of watches
+    // or instances is worth one line, because it silently stops the list from following
+    // changes.
+    if ((error == ENOSPC || error == EMFILE) && !m_reportedLimit) {
+        m_reportedLimit = true;
+        Console::writeLine(
+            "Folder Monitor Error: ",
+            describeErrno(folder.empty() ? std::string("inotify") : folder.native(), error) +
+                " (the inotify limits fs.inotify.max_user_watches and max_user_instances are"
+                " reached; trash folders are not watched for changes)");
+    }
+}
+
+} // namespace quillane
