@@ -1,4 +1,5 @@
 #include "App/ListCommand.h"
+#include "Platform/BuildInfo.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -8,7 +9,7 @@ int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("quillane"));
-    QCoreApplication::setApplicationVersion(QStringLiteral(QUILLANE_VERSION_TEXT));
+    QCoreApplication::setApplicationVersion(QString::fromLatin1(quillane::BuildInfo::versionText));
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(

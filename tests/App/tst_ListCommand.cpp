@@ -1,0 +1,146 @@
+#include "App/ListCommand.h"
+#include "TestSupport.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace quillane;
+namespace fs = std::filesystem;
+
+namespace
+{
+
+// What du would call the allocated size of the regular files below a folder.
+qint64 allocatedBytesOfFiles(const fs::path& folder)
+{
+    qint64 total = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        struct stat info {
+        };
+        if (lstat(entry.path().c_str(), &info) == 0 && S_ISREG(info.st_mode))
+            total += static_cast<qint64>(info.st_blocks) * 512;
+    }
+    return total;
+}
+
+} // namespace
+
+class TestListCommand : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void jsonHasOneObjectPerLocation()
+    {
+        const std::vector<LocationReport> reports = {
+            {QStringLiteral("/"), QStringLiteral("volume"), QStringLiteral("/"),
+             QStringLiteral("/home/me/.local/share/Trash/files"), 3, 12288},
+            {QStringLiteral("GoogleDrive"), QStringLiteral("cloud"),
+             QStringLiteral("/home/me/Library/CloudStorage/GoogleDrive-me"), std::nullopt, 0, 0},
+        };
+        const QJsonArray json = toJson(reports);
+        QCOMPARE(json.size(), 2);
+        const QJsonObject first = json[0].toObject();
+        QCOMPARE(first.keys(), (QStringList{QStringLiteral("bytes"), QStringLiteral("items"),
+                                            QStringLiteral("kind"), QStringLiteral("location"),
+                                            QStringLiteral("name"), QStringLiteral("trash")}));
+        QCOMPARE(first[QStringLiteral("bytes")].toInteger(), 12288);
+        QCOMPARE(first[QStringLiteral("items")].toInt(), 3);
+        QVERIFY(json[1].toObject()[QStringLiteral("trash")].isNull());
+
+        const QStringList table = toTable(reports).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        QCOMPARE(table.size(), 3);
+        QVERIFY(table[1].endsWith(QStringLiteral("3  12.3 kB")));
+        QVERIFY(table[2].contains(QStringLiteral("(no trash folder)")));
+    }
+
+    // A USB stick's trash, filled by the desktop's own tools, as the command line reports it.
+    void listsAMountedVolumeUntilItIsUnmounted()
+    {
+        if (!test::canMount())
+            QSKIP("needs root in a private mount namespace");
+        QTemporaryDir dir;
+        const fs::path root = dir.path().toStdString();
+        const fs::path home = root / "home";
+        const fs::path stick = "/mnt/USB STICK";
+        fs::create_directories(home);
+        QVERIFY(test::mountExt4(root / "stick.img", stick, QStringLiteral("STICK")));
+
+        test::writeFile(stick / "Photos" / "one.jpg", std::string(50000, 'p'));
+        test::writeFile(stick / "Photos" / "nested" / "two.jpg", std::string(9000, 'q'));
+        const std::string oddName = "caf\xe9 \xff.txt"; // Latin-1, not UTF-8
+        test::writeFile(stick / oddName, std::string(7000, 'o'));
+        test::writeFile(home / "notes.txt", "notes");
+
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("HOME"), QString::fromStdString(home.native()));
+        environment.remove(QStringLiteral("XDG_DATA_HOME"));
+        const auto runTool = [&](const QString& program, const QStringList& arguments) {
+            QProcess process;
+            process.setProcessEnvironment(environment);
+            process.start(program, arguments);
+            return process.waitForFinished(60000) && process.exitCode() == 0
+                       ? process.readAllStandardOutput()
+                       : QByteArray("failed: ") + process.readAllStandardError();
+        };
+        const auto argument = [](const fs::path& path) { return QFile::decodeName(path.c_str()); };
+        QVERIFY(!runTool(QStringLiteral("trash-put"), {argument(stick / "Photos")})
+                     .startsWith("failed"));
+        // Arguments of a QProcess are text; the shell spells the Latin-1 name as bytes.
+        QVERIFY(!runTool(QStringLiteral("bash"),
+                         {QStringLiteral("-c"),
+                          QStringLiteral(
+                              "cd \"$1\" && gio trash -- \"$(printf 'caf\\351 \\377.txt')\""),
+                          QStringLiteral("bash"), argument(stick)})
+                     .startsWith("failed"));
+        QVERIFY(
+            !runTool(QStringLiteral("gio"), {QStringLiteral("trash"), argument(home / "notes.txt")})
+                 .startsWith("failed"));
+
+        const fs::path stickTrash = stick / (".Trash-" + std::to_string(getuid())) / "files";
+        QVERIFY(fs::exists(stickTrash / oddName));
+
+        const auto listed = [&] {
+            const QByteArray output = runTool(QStringLiteral(QUILLANE_EXECUTABLE),
+                                              {QStringLiteral("list"), QStringLiteral("--json")});
+            return QJsonDocument::fromJson(output).array();
+        };
+        const auto indexOf = [](const QJsonArray& array, const QString& location) {
+            for (qsizetype i = 0; i < array.size(); ++i)
+                if (array[i].toObject()[QStringLiteral("location")].toString() == location)
+                    return i;
+            return qsizetype(-1);
+        };
+
+        const QJsonArray before = listed();
+        const qsizetype homeRow = indexOf(before, QStringLiteral("/"));
+        const qsizetype stickRow = indexOf(before, QString::fromStdString(stick.native()));
+        QVERIFY2(homeRow >= 0 && stickRow > homeRow, QJsonDocument(before).toJson().constData());
+
+        const QJsonObject homeVolume = before[homeRow].toObject();
+        QCOMPARE(homeVolume[QStringLiteral("trash")].toString(),
+                 QString::fromStdString((home / ".local/share/Trash/files").native()));
+        QCOMPARE(homeVolume[QStringLiteral("items")].toInt(), 1);
+
+        const QJsonObject volume = before[stickRow].toObject();
+        QCOMPARE(volume[QStringLiteral("kind")].toString(), QStringLiteral("volume"));
+        QCOMPARE(volume[QStringLiteral("trash")].toString(),
+                 QString::fromStdString(stickTrash.native()));
+        QCOMPARE(volume[QStringLiteral("items")].toInt(), 2);
+        const qint64 expectedBytes = allocatedBytesOfFiles(stickTrash);
+        QVERIFY(expectedBytes >= 66000);
+        QCOMPARE(volume[QStringLiteral("bytes")].toInteger(), expectedBytes);
+
+        QVERIFY(test::unmount(stick));
+        QCOMPARE(indexOf(listed(), QString::fromStdString(stick.native())), qsizetype(-1));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestListCommand)
+#include "tst_ListCommand.moc"

@@ -1,0 +1,343 @@
+#include "Model/FolderMonitor.h"
+#include "ModelHarness.h"
+#include "TestSupport.h"
+
+#include <QSignalSpy>
+#include <QTest>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace quillane;
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+using MountRow = std::tuple<std::string, std::string, std::string>;
+
+class TestVolumeObserver : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void mountedVolumeRules_data()
+    {
+        QTest::addColumn<QString>("mountPoint");
+        QTest::addColumn<QString>("type");
+        QTest::addColumn<QString>("options");
+        QTest::addColumn<bool>("listed");
+
+        const auto row = [](const char* tag, const char* point, const char* type,
+                            const char* options, bool listed) {
+            QTest::newRow(tag) << QString::fromUtf8(point) << QString::fromUtf8(type)
+                               << QString::fromUtf8(options) << listed;
+        };
+        row("writable volume", "/media/me/USB STICK", "ext4", "rw", true);
+        row("vfat stick", "/run/media/me/CARD", "vfat", "rw,nosuid", true);
+        for (const char* name :
+             {"VM", "Preboot", "Update", "xarts", "iSCPreboot", "Hardware", "mnt1"})
+            row(name, (std::string("/System/Volumes/") + name).c_str(), "ext4", "rw", false);
+        row("name differs in case", "/media/vm", "ext4", "rw", true);
+        row("simulator", "/Library/Developer/CoreSimulator/Volumes/iOS", "ext4", "rw", false);
+        row("scratch", "/var/tmp/scratch", "ext4", "rw", false);
+        row("data home", "/System/Volumes/Data/home", "ext4", "rw", false);
+        row("read-only", "/media/cdrom", "iso9660", "ro", false);
+        row("network", "/media/share", "nfs4", "rw", false);
+        row("ssh", "/media/remote", "fuse.sshfs", "rw", false);
+        row("backup", "/media/.timemachine/disk", "ext4", "rw", false);
+    }
+
+    void mountedVolumeRules()
+    {
+        QFETCH(QString, mountPoint);
+        QFETCH(QString, type);
+        QFETCH(QString, options);
+        QFETCH(bool, listed);
+
+        test::ModelHarness model;
+        model.setMounts({{"/", "ext4", "rw"},
+                         {mountPoint.toStdString(), type.toStdString(), options.toStdString()}});
+        const auto mounted = VolumeObserver::mountedVolumes(model.mounts);
+        std::vector<fs::path> expected{"/"};
+        if (listed)
+            expected.push_back(mountPoint.toStdString());
+        QCOMPARE(mounted, expected);
+    }
+
+    void listIsMountsThenICloudDrive()
+    {
+        test::ModelHarness model;
+        model.setMounts(
+            {{"/", "ext4", "rw"}, {"/media/b", "ext4", "rw"}, {"/media/a", "ext4", "rw"}});
+        model.makeHomeTrash();
+        fs::create_directories(VolumeObserver::iCloudDriveFolder(model.home));
+        test::ConsoleCapture console;
+
+        const VolumeObserver& observer = model.start();
+        const std::vector<fs::path> expected = {"/", "/media/b", "/media/a",
+                                                VolumeObserver::iCloudDriveFolder(model.home)};
+        QCOMPARE(model.listedPaths(), expected);
+        // The root shares the home's filesystem, so its trash is the home trash; the other
+        // mount points do not exist here and have none.
+        QCOMPARE(observer.volumes()[0].trashURL(), std::optional(model.homeTrash()));
+        QVERIFY(!observer.volumes()[1].trashURL());
+        QCOMPARE(console.count("Error Getting Trash URL: "), 2);
+        QCOMPARE(observer.volumes()[3].trashURL(), std::optional(model.homeTrash()));
+        QCOMPARE(console.count("iCloud Drive trash not found: "), 0);
+    }
+
+    void rebuildEmptiesAtOnceAndPublishesHalfASecondLater()
+    {
+        test::ModelHarness model;
+        model.setMounts({{"/", "ext4", "rw"}});
+        test::ConsoleCapture console;
+        VolumeObserver& observer = model.start();
+        QCOMPARE(console.count("Hello from VolumeObserver"), 1);
+        QCOMPARE(console.count("iCloud Drive trash not found: "), 1);
+        QCOMPARE(observer.volumes().size(), std::size_t(1));
+        const QUuid firstId = observer.volumes()[0].id();
+
+        QSignalSpy changed(&observer, &VolumeObserver::volumesChanged);
+        observer.updateVolumes();
+        model.scheduler.runPending();
+        QVERIFY(observer.volumes().empty());
+        model.scheduler.advance(499ms);
+        QVERIFY(observer.volumes().empty());
+        model.scheduler.advance(1ms);
+        QCOMPARE(observer.volumes().size(), std::size_t(1));
+        QVERIFY(observer.volumes()[0].id() != firstId); // every rebuild makes new records
+        QCOMPARE(changed.count(), 2);
+    }
+
+    void unmountedPathStaysOutUntilMountedAgain()
+    {
+        test::ModelHarness model;
+        model.setMounts({{"/", "ext4", "rw"}, {"/media/usb", "ext4", "rw"}});
+        model.start();
+        test::ConsoleCapture console;
+
+        // The table still lists the volume (the event may arrive first), yet it stays out.
+        Q_EMIT model.mountWatcher.unmounted("/media/usb");
+        model.settle();
+        QCOMPARE(model.listedPaths(), std::vector<fs::path>{"/"});
+        const auto lines = console.lines();
+        QVERIFY(lines.size() >= 2);
+        QCOMPARE(lines[0], std::string("Hello from unmounted"));
+        QCOMPARE(lines[1], std::string("Unmounted: /media/usb"));
+
+        // A rebuild for another reason keeps it out too.
+        model.observer->updateVolumes();
+        model.settle();
+        QCOMPARE(model.listedPaths(), std::vector<fs::path>{"/"});
+
+        // Written as a directory, the mount path still names the same location.
+        Q_EMIT model.mountWatcher.mounted("/media/usb/");
+        model.settle();
+        QCOMPARE(model.listedPaths(), (std::vector<fs::path>{"/", "/media/usb"}));
+        QCOMPARE(console.count("Mounted: /media/usb/"), 1);
+    }
+
+    void providerScan_data()
+    {
+        QTest::addColumn<QStringList>("entries"); // below Library/CloudStorage
+        QTest::addColumn<bool>("homeTrash");
+        QTest::addColumn<bool>("showDropbox");
+        QTest::addColumn<QStringList>("listed"); // provider folder names
+        QTest::addColumn<int>("notFoundLines");
+
+        QTest::newRow("first provider takes the home trash")
+            << QStringList{QStringLiteral("GoogleDrive-someone/Doc")} << true << false
+            << QStringList{QStringLiteral("GoogleDrive-someone")} << 0;
+        QTest::newRow("hidden entries are not looked up")
+            << QStringList{QStringLiteral("OneDrive-Personal/.sync"),
+                           QStringLiteral("OneDrive-Personal/.hidden")}
+            << true << false << QStringList() << 0;
+        QTest::newRow("an empty provider folder yields nothing")
+            << QStringList{QStringLiteral("Box-Box/")} << true << false << QStringList() << 0;
+        QTest::newRow("finder litter is no provider")
+            << QStringList{QStringLiteral(".DS_Store")} << true << false << QStringList() << 0;
+        QTest::newRow("no trash folder on disk")
+            << QStringList{QStringLiteral("GoogleDrive-someone/a"),
+                           QStringLiteral("GoogleDrive-someone/b")}
+            << false << false << QStringList() << 2;
+    }
+
+    void providerScan()
+    {
+        QFETCH(QStringList, entries);
+        QFETCH(bool, homeTrash);
+        QFETCH(bool, showDropbox);
+        QFETCH(QStringList, listed);
+        QFETCH(int, notFoundLines);
+
+        test::ModelHarness model;
+        if (homeTrash)
+            model.makeHomeTrash();
+        const fs::path storage = VolumeObserver::cloudStorageFolder(model.home);
+        for (const QString& entry : entries) {
+            if (entry.endsWith(QLatin1Char('/')))
+                test::makeFolder(storage / entry.toStdString());
+            else
+                test::writeFile(storage / entry.toStdString());
+        }
+        test::ConsoleCapture console;
+        const auto found =
+            VolumeObserver::gatherCloudTrash({}, showDropbox, model.home, model.trash);
+        QStringList names;
+        for (const Volume& volume : found) {
+            names << QString::fromStdString(volume.volPath()->filename().native());
+            QCOMPARE(volume.trashURL(), std::optional(model.homeTrash()));
+        }
+        QCOMPARE(names, listed);
+        QCOMPARE(console.count("Cloud Storage trash not found: "), notFoundLines);
+    }
+
+    void providersSharingATrashGiveOneRecord()
+    {
+        test::ModelHarness model;
+        model.makeHomeTrash();
+        const fs::path storage = VolumeObserver::cloudStorageFolder(model.home);
+        test::writeFile(storage / "GoogleDrive-someone" / "a");
+        test::writeFile(storage / "OneDrive-Personal" / "b");
+
+        QCOMPARE(VolumeObserver::gatherCloudTrash({}, false, model.home, model.trash).size(),
+                 std::size_t(1));
+        // A trash that a known record already has is no provider's own.
+        const std::vector<Volume> known = {Volume("/", model.homeTrash())};
+        QVERIFY(VolumeObserver::gatherCloudTrash(known, false, model.home, model.trash).empty());
+    }
+
+    void dropboxTrashNeedsThePreference()
+    {
+        // A home inside a Dropbox folder puts "/Dropbox" into every trash path below it.
+        test::ModelHarness model({}, "Dropbox");
+        model.makeHomeTrash();
+        test::writeFile(VolumeObserver::cloudStorageFolder(model.home) / "Dropbox" / "Notes");
+        model.setMounts({});
+
+        QCOMPARE(model.start().volumes().size(), std::size_t(0));
+        model.defaults.setBool(QStringLiteral("ShowDropbox"), true);
+        model.observer->updateVolumes();
+        model.settle();
+        QCOMPARE(model.listedPaths(),
+                 std::vector<fs::path>{VolumeObserver::cloudStorageFolder(model.home) / "Dropbox"});
+    }
+
+    void accessCheck()
+    {
+        {
+            test::ModelHarness model; // a user who never trashed anything
+            QVERIFY(model.start().fdaGranted());
+        }
+        {
+            test::ModelHarness model;
+            model.makeHomeTrash();
+            test::writeFile(model.homeTrash() / "item");
+            QVERIFY(model.start().fdaGranted());
+        }
+    }
+
+    void refusedTrashMeansNoAccessAndNoMonitors()
+    {
+        test::ModelHarness model;
+        model.setMounts({{"/", "ext4", "rw"}});
+        model.makeHomeTrash();
+        QVERIFY(chmod(model.root.path().toLocal8Bit().constData(), 0755) == 0);
+        QVERIFY(chmod(model.homeTrash().c_str(), 0700) == 0); // root's own, closed to others
+
+        const int exitCode = test::runAsUser(test::nobody, [&] {
+            test::ConsoleCapture console;
+            VolumeObserver& observer = model.start();
+            observer.updateMonitors();
+            return !observer.fdaGranted() && observer.monitorEvents().empty() &&
+                           console.count("fdaGranted Error:") == 1
+                       ? 0
+                       : 1;
+        });
+        QCOMPARE(exitCode, 0);
+    }
+
+    void monitorsFollowTheList()
+    {
+        test::ModelHarness model;
+        model.setMounts({{"/", "ext4", "rw"},
+                         {"/media/snapshot-2024", "ext4", "rw"},
+                         {"/media/usb", "ext4", "rw"}});
+        model.makeHomeTrash();
+        VolumeObserver& observer = model.start();
+
+        // The root's trash and the top of /media/usb (no trash there); no monitor for a
+        // snapshot. /media/usb does not exist, so its monitor stays idle.
+        QCOMPARE(observer.monitorEvents().size(), std::size_t(2));
+        QCOMPARE(observer.monitorEvents()[0]->url(), std::optional(model.homeTrash()));
+        QVERIFY(observer.monitorEvents()[0]->isMonitoring());
+        QCOMPARE(observer.monitorEvents()[1]->url(), std::optional<fs::path>("/media/usb"));
+        QVERIFY(!observer.monitorEvents()[1]->isMonitoring());
+
+        const auto before = observer.monitorEvents()[0];
+        observer.updateVolumes();
+        model.settle();
+        QVERIFY(observer.monitorEvents()[0] != before); // every publication replaces them
+        QVERIFY(!before->isMonitoring());
+    }
+
+    void trashMonitorRebuildsOnItemsNotOnSubfolders()
+    {
+        test::ModelHarness model;
+        model.setMounts({{"/", "ext4", "rw"}});
+        model.makeHomeTrash();
+        fs::create_directories(model.homeTrash() / "folder");
+        VolumeObserver& observer = model.start();
+        QSignalSpy published(&observer, &VolumeObserver::listPublished);
+
+        const auto rebuildsAfter = [&](const std::function<void()>& change) -> qsizetype {
+            published.clear();
+            change();
+            // A rebuild posts its publication; let the event loop deliver the event first.
+            if (!QTest::qWaitFor([&] { return model.scheduler.pendingCount() > 0; }, 5000))
+                return -1;
+            model.settle();
+            return published.count();
+        };
+        QCOMPARE(rebuildsAfter([&] { test::writeFile(model.homeTrash() / "new item"); }), 1);
+        QCOMPARE(rebuildsAfter([&] { fs::remove(model.homeTrash() / "new item"); }), 1);
+
+        // A change inside a trashed folder is not the trash's: only the change at the top,
+        // made after it, comes through.
+        published.clear();
+        test::writeFile(model.homeTrash() / "folder" / "deep");
+        QCOMPARE(rebuildsAfter([&] { test::writeFile(model.homeTrash() / "second"); }), 1);
+        QCOMPARE(observer.volumes().size(), std::size_t(1));
+    }
+
+    void volumeGainingATrashIsWatchedAgain()
+    {
+        if (!test::canMount())
+            QSKIP("needs root in a private mount namespace");
+        test::ModelHarness model("/proc/self/mountinfo");
+        const fs::path volume = "/mnt/Gaining Volume";
+        QVERIFY(test::mountExt4(fs::path(model.root.path().toStdString()) / "image", volume, {},
+                                getuid()));
+        VolumeObserver& observer = model.start();
+        const auto record = [&] {
+            const auto found =
+                std::ranges::find(observer.volumes(), std::optional(volume), &Volume::volPath);
+            return found == observer.volumes().end() ? std::optional<Volume>() : *found;
+        };
+        QVERIFY(record());
+        QVERIFY(!record()->trashURL());
+
+        test::ConsoleCapture console;
+        const fs::path trash = volume / (".Trash-" + std::to_string(getuid())) / "files";
+        fs::create_directories(trash);
+        QTRY_COMPARE_WITH_TIMEOUT(console.count("Volume Changes being handled..."), 1, 5000);
+        model.settle();
+        QVERIFY(record());
+        QCOMPARE(record()->trashURL(), std::optional(trash));
+        QVERIFY(std::ranges::any_of(observer.monitorEvents(), [&](const auto& monitor) {
+            return monitor->url() == std::optional(trash) && monitor->isMonitoring();
+        }));
+        observer.updateMonitors(); // drop the watches before the volume goes
+        QVERIFY(test::unmount(volume));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestVolumeObserver)
+#include "tst_VolumeObserver.moc"
