@@ -35,7 +35,11 @@ LinuxPlatform::LinuxPlatform()
 {
 }
 
-LinuxPlatform::~LinuxPlatform() = default;
+LinuxPlatform::~LinuxPlatform()
+{
+    // Queued scans use the other services: let them finish while those still exist.
+    m_workQueue.reset();
+}
 
 Platform LinuxPlatform::platform() const
 {
