@@ -1,0 +1,415 @@
+// Times allocatedSizeOfDirectory() on generated trash trees against `du -s --block-size=1` on the
+// same trees, with warm caches, and checks that the two totals differ by exactly what du counts
+// and we do not.
+
+#include "Platform/FileSystem.h"
+#include "TrashTree.h"
+
+#include <cerrno>
+#include <charconv>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <linux/magic.h>
+#include <optional>
+#include <spawn.h>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <sys/statfs.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+using quillane::bench::printablePath;
+
+namespace
+{
+
+constexpr std::uint64_t bigFileBytes = 64 * 1024 * 1024;
+
+volatile std::sig_atomic_t g_signal = 0;
+
+extern "C" void onSignal(int signal)
+{
+    g_signal = signal;
+}
+
+bool interrupted()
+{
+    return g_signal != 0;
+}
+
+// Interrupting the benchmark still removes its scratch folder: the handler only notes the
+// signal, and the work checks for it between steps.
+void catchSignals()
+{
+    struct sigaction action {
+    };
+    action.sa_handler = onSignal;
+    sigemptyset(&action.sa_mask);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        sigaction(signal, &action, nullptr);
+}
+
+struct Options {
+    std::vector<std::uint64_t> sizes{1000, 100000};
+    int runs = 5;
+    std::uint64_t seed = 1;
+    std::optional<fs::path> dir;
+};
+
+void printUsage(std::FILE* out)
+{
+    std::fputs(
+        "Usage: quillane-bench-size [--files N[,N...]] [--runs N] [--seed N] [--dir FOLDER]\n"
+        "\n"
+        "Makes a trash tree of about N files for each N (default 1000,100000), then sizes\n"
+        "it with allocatedSizeOfDirectory() and with du -s --block-size=1: one untimed run\n"
+        "of each, then the best of --runs (default 5) timed runs of each.\n"
+        "The trees go into a new folder inside FOLDER (default $TMPDIR, else /var/tmp),\n"
+        "which is removed at the end.\n",
+        out);
+}
+
+template <class T> std::optional<T> parseNumber(std::string_view text)
+{
+    T value{};
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size())
+        return std::nullopt;
+    return value;
+}
+
+std::optional<Options> parseArguments(int argc, char** argv)
+{
+    Options options;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view argument = argv[i];
+        if (argument == "-h" || argument == "--help") {
+            printUsage(stdout);
+            std::exit(0);
+        }
+        if (i + 1 >= argc) {
+            std::fprintf(stderr, "quillane-bench-size: unknown option or missing value: %s\n",
+                         argv[i]);
+            return std::nullopt;
+        }
+        const std::string_view value = argv[++i];
+        bool good = true;
+        if (argument == "--files") {
+            options.sizes.clear();
+            std::string_view rest = value;
+            while (good) {
+                const auto comma = rest.find(',');
+                const auto size = parseNumber<std::uint64_t>(rest.substr(0, comma));
+                good = size && *size > 0;
+                if (good)
+                    options.sizes.push_back(*size);
+                if (comma == std::string_view::npos)
+                    break;
+                rest.remove_prefix(comma + 1);
+            }
+        } else if (argument == "--runs") {
+            const auto runs = parseNumber<int>(value);
+            good = runs && *runs > 0;
+            if (good)
+                options.runs = *runs;
+        } else if (argument == "--seed") {
+            const auto seed = parseNumber<std::uint64_t>(value);
+            good = seed.has_value();
+            if (good)
+                options.seed = *seed;
+        } else if (argument == "--dir") {
+            options.dir = fs::path(value);
+        } else {
+            std::fprintf(stderr, "quillane-bench-size: unknown option: %s\n", argv[i - 1]);
+            return std::nullopt;
+        }
+        if (!good) {
+            std::fprintf(stderr, "quillane-bench-size: bad value for %s: %s\n", argv[i - 1],
+                         argv[i]);
+            return std::nullopt;
+        }
+    }
+    return options;
+}
+
+// A folder of our own, made fresh inside the given one and removed with everything in it.
+class ScratchFolder
+{
+public:
+    explicit ScratchFolder(const fs::path& parent)
+    {
+        std::string pattern = (parent / "quillane-bench-XXXXXX").native();
+        if (!mkdtemp(pattern.data()))
+            throw std::runtime_error("cannot make a scratch folder in " + printablePath(parent) +
+                                     ": " + std::strerror(errno));
+        m_path = pattern;
+    }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+    ~ScratchFolder()
+    {
+        std::fputs("removing the scratch folder\n", stderr);
+        std::error_code error;
+        fs::remove_all(m_path, error);
+        if (error)
+            std::fprintf(stderr, "quillane-bench-size: could not remove %s: %s\n",
+                         printablePath(m_path).c_str(), error.message().c_str());
+    }
+
+    const fs::path& path() const { return m_path; }
+
+private:
+    fs::path m_path;
+};
+
+std::string fileSystemName(const fs::path& path)
+{
+    struct statfs info {
+    };
+    if (statfs(path.c_str(), &info) != 0)
+        return "an unknown file system";
+    switch (static_cast<unsigned long>(info.f_type)) {
+    case EXT4_SUPER_MAGIC:
+        return "ext4";
+    case XFS_SUPER_MAGIC:
+        return "xfs";
+    case BTRFS_SUPER_MAGIC:
+        return "btrfs";
+    case TMPFS_MAGIC:
+        return "tmpfs";
+    case OVERLAYFS_SUPER_MAGIC:
+        return "overlayfs";
+    case NFS_SUPER_MAGIC:
+        return "nfs";
+    case F2FS_SUPER_MAGIC:
+        return "f2fs";
+    default: {
+        char name[32];
+        std::snprintf(name, sizeof name, "file system 0x%lx",
+                      static_cast<unsigned long>(info.f_type));
+        return name;
+    }
+    }
+}
+
+// du -s --block-size=1 FOLDER as a child process; returns its total in bytes.
+std::uint64_t runDu(const fs::path& folder)
+{
+    int output[2];
+    if (pipe2(output, O_CLOEXEC) != 0)
+        throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
+    std::string program = "du", summary = "-s", blockSize = "--block-size=1", endOfOptions = "--";
+    std::string target = folder.native();
+    char* arguments[] = {program.data(),      summary.data(), blockSize.data(),
+                         endOfOptions.data(), target.data(),  nullptr};
+    pid_t child = 0;
+    const int spawnError =
+        posix_spawnp(&child, program.c_str(), &actions, nullptr, arguments, environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(output[1]);
+    if (spawnError != 0) {
+        close(output[0]);
+        throw std::runtime_error(std::string("cannot run du: ") + std::strerror(spawnError));
+    }
+
+    std::string text;
+    char buffer[4096];
+    for (;;) {
+        const ssize_t got = read(output[0], buffer, sizeof buffer);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            break;
+        text.append(buffer, static_cast<std::size_t>(got));
+    }
+    close(output[0]);
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (interrupted())
+        throw quillane::bench::Interrupted{};
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+        throw std::runtime_error("du failed on " + printablePath(folder));
+
+    const auto digits = text.find_first_not_of("0123456789");
+    const auto total = parseNumber<std::uint64_t>(std::string_view(text).substr(0, digits));
+    if (!total)
+        throw std::runtime_error("cannot read du's output: " + text);
+    return *total;
+}
+
+std::uint64_t runOurs(const fs::path& folder)
+{
+    const auto result = quillane::allocatedSizeOfDirectory(folder);
+    if (!result.ok())
+        throw std::runtime_error("allocatedSizeOfDirectory: " + result.error());
+    return result.value();
+}
+
+struct Timing {
+    Clock::duration best = Clock::duration::max();
+    std::uint64_t total = 0;
+};
+
+// One untimed run to warm the caches, then the fastest of `runs`; every run must agree on the
+// total.
+template <class Sizer> Timing timeBest(Sizer sizer, const fs::path& folder, int runs)
+{
+    Timing timing;
+    timing.total = sizer(folder);
+    for (int i = 0; i < runs; ++i) {
+        if (interrupted())
+            throw quillane::bench::Interrupted{};
+        const auto start = Clock::now();
+        const std::uint64_t total = sizer(folder);
+        const auto elapsed = Clock::now() - start;
+        if (total != timing.total)
+            throw std::runtime_error("the total changed between runs on " + printablePath(folder));
+        timing.best = std::min(timing.best, elapsed);
+    }
+    return timing;
+}
+
+struct Row {
+    quillane::bench::TrashTree tree;
+    Timing ours;
+    Timing du;
+};
+
+std::string grouped(std::uint64_t value)
+{
+    std::string digits = std::to_string(value);
+    for (auto at = static_cast<std::ptrdiff_t>(digits.size()) - 3; at > 0; at -= 3)
+        digits.insert(static_cast<std::size_t>(at), 1, ',');
+    return digits;
+}
+
+double milliseconds(Clock::duration duration)
+{
+    return std::chrono::duration<double, std::milli>(duration).count();
+}
+
+double seconds(Clock::duration duration)
+{
+    return std::chrono::duration<double>(duration).count();
+}
+
+// Prints the table; returns whether every tree's totals reconcile.
+bool printReport(const std::vector<Row>& rows, Clock::duration duStart)
+{
+    std::printf("%9s %8s %6s %10s %10s %8s %15s %15s\n", "files", "folders", "links", "ours ms",
+                "du ms", "du/ours", "ours bytes", "du bytes");
+    for (const Row& row : rows) {
+        std::printf("%9s %8s %6s %10.2f %10.2f %8.2f %15s %15s\n",
+                    grouped(row.tree.regularFiles).c_str(), grouped(row.tree.folders).c_str(),
+                    grouped(row.tree.links).c_str(), milliseconds(row.ours.best),
+                    milliseconds(row.du.best),
+                    milliseconds(row.du.best) / milliseconds(row.ours.best),
+                    grouped(row.ours.total).c_str(), grouped(row.du.total).c_str());
+    }
+    std::printf("\ndu also counts the blocks of the folders and links themselves; we count "
+                "regular files only:\n");
+    bool agree = true;
+    for (const Row& row : rows) {
+        const std::uint64_t expected = row.ours.total + row.tree.ownBytesOfFoldersAndLinks;
+        const bool same = row.du.total == expected;
+        agree = agree && same;
+        const bool duLess = row.du.total < row.ours.total;
+        const std::uint64_t difference =
+            duLess ? row.ours.total - row.du.total : row.du.total - row.ours.total;
+        std::printf(
+            "%9s files: du - ours = %s%s bytes; the folders and links take %s bytes%s\n",
+            grouped(row.tree.regularFiles).c_str(), duLess ? "-" : "", grouped(difference).c_str(),
+            grouped(row.tree.ownBytesOfFoldersAndLinks).c_str(), same ? "" : "  <- MISMATCH");
+    }
+    std::printf("du's times include starting the process: %.2f ms on an empty folder.\n",
+                milliseconds(duStart));
+    return agree;
+}
+
+int run(const Options& options)
+{
+    fs::path parent;
+    if (options.dir) {
+        parent = *options.dir;
+    } else if (const char* tmp = std::getenv("TMPDIR"); tmp && *tmp) {
+        parent = tmp;
+    } else {
+        // Not /tmp: that is often a tmpfs, and trashes live on disks.
+        parent = "/var/tmp";
+    }
+    ScratchFolder scratch(parent);
+
+    const fs::path outside = scratch.path() / "outside";
+    fs::create_directory(outside);
+    const fs::path bigFile = outside / "big.bin";
+    quillane::bench::makeBigFile(bigFile, bigFileBytes);
+
+    std::printf("Sizing trash trees on %s with allocatedSizeOfDirectory() and "
+                "du -s --block-size=1.\n"
+                "Best of %d warm runs of each, after one untimed run; %u CPUs.\n\n",
+                fileSystemName(scratch.path()).c_str(), options.runs,
+                std::thread::hardware_concurrency());
+    std::fflush(stdout);
+
+    // What du costs before it reads anything, to tell apart from its walk on small trees.
+    const fs::path empty = scratch.path() / "empty";
+    fs::create_directory(empty);
+    const Timing duStart = timeBest(runDu, empty, options.runs);
+
+    std::vector<Row> rows;
+    for (const std::uint64_t size : options.sizes) {
+        quillane::bench::TrashTreeOptions treeOptions;
+        treeOptions.root = scratch.path() / ("trash-" + std::to_string(size));
+        treeOptions.bigFile = bigFile;
+        treeOptions.fileCount = size;
+        treeOptions.seed = options.seed;
+        treeOptions.interrupted = interrupted;
+
+        std::fprintf(stderr, "making a trash of %s files\n", grouped(size).c_str());
+        const auto start = Clock::now();
+        Row row;
+        row.tree = quillane::bench::makeTrashTree(treeOptions);
+        std::fprintf(stderr, "  made in %.1f s; sizing it\n", seconds(Clock::now() - start));
+
+        row.ours = timeBest(runOurs, row.tree.files, options.runs);
+        row.du = timeBest(runDu, row.tree.files, options.runs);
+        rows.push_back(std::move(row));
+    }
+    return printReport(rows, duStart.best) ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const auto options = parseArguments(argc, argv);
+    if (!options) {
+        printUsage(stderr);
+        return 2;
+    }
+    catchSignals();
+    try {
+        return run(*options);
+    } catch (const quillane::bench::Interrupted&) {
+        std::fprintf(stderr, "quillane-bench-size: interrupted\n");
+        return 128 + g_signal;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "quillane-bench-size: %s\n", error.what());
+        return 1;
+    }
+}
