@@ -99,7 +99,11 @@ void InotifyFolderWatcher::readEvents()
         for (ssize_t offset = 0; offset < length;) {
             const auto* event = reinterpret_cast<const inotify_event*>(buffer + offset);
             offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
-            if (event->mask & IN_IGNORED)
+            if (event->mask & IN_Q_OVERFLOW) {
+                // The kernel dropped events: any folder may have changed.
+                for (const auto& watched : m_listeners)
+                    changed.insert(watched.first);
+            } else if (event->mask & IN_IGNORED)
                 m_listeners.erase(event->wd); // gone with its folder or its filesystem
             else if (event->mask & (IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO))
                 changed.insert(event->wd);

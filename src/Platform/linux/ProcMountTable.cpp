@@ -176,16 +176,22 @@ std::vector<MountEntry> ProcMountTable::userVisible(const std::vector<MountEntry
             homeMount = entry.mountPoint;
     }
 
-    std::vector<MountEntry> visible;
+    // A folder mounted over shows the topmost mount, so that one is judged, in the place
+    // where the folder first appears.
+    std::vector<MountEntry> topmost;
     for (const MountEntry& entry : all) {
-        const bool alwaysKept = entry.mountPoint == "/" || entry.mountPoint == homeMount;
-        if (!alwaysKept &&
-            (isSystemFilesystemType(entry.fsType) || isSystemMountPoint(entry.mountPoint)))
-            continue;
-        const auto same = std::ranges::find(visible, entry.mountPoint, &MountEntry::mountPoint);
-        if (same != visible.end())
+        const auto same = std::ranges::find(topmost, entry.mountPoint, &MountEntry::mountPoint);
+        if (same != topmost.end())
             *same = entry;
         else
+            topmost.push_back(entry);
+    }
+
+    std::vector<MountEntry> visible;
+    for (const MountEntry& entry : topmost) {
+        const bool alwaysKept = entry.mountPoint == "/" || entry.mountPoint == homeMount;
+        if (alwaysKept ||
+            !(isSystemFilesystemType(entry.fsType) || isSystemMountPoint(entry.mountPoint)))
             visible.push_back(entry);
     }
     return visible;

@@ -1,0 +1,160 @@
+#include "Platform/FileSystem.h"
+#include "PlatformTestSupport.h"
+
+#include <QScopeGuard>
+#include <QTest>
+#include <sys/stat.h>
+
+namespace fs = std::filesystem;
+using namespace quillane;
+
+namespace
+{
+
+// The space allocated to the files, as the kernel reports it.
+std::uint64_t allocated(const fs::path& folder, const QByteArrayList& files)
+{
+    std::uint64_t total = 0;
+    for (const QByteArray& file : files) {
+        struct stat info {
+        };
+        if (lstat((folder / file.toStdString()).c_str(), &info) == 0 && S_ISREG(info.st_mode))
+            total += std::uint64_t(info.st_blocks) * 512;
+    }
+    return total;
+}
+
+} // namespace
+
+class TestFileSystem : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void oddNames_data()
+    {
+        QTest::addColumn<QByteArray>("name");
+        QTest::newRow("not utf-8") << QByteArray("caf\xe9-\xff\xfe");
+        QTest::newRow("newline") << QByteArray("two\nlines");
+        QTest::newRow("leading dash") << QByteArray("-rf");
+        QTest::newRow("255 bytes") << QByteArray(255, 'n');
+    }
+
+    // A folder and a file with the name are listed and sized like any other.
+    void oddNames()
+    {
+        QFETCH(QByteArray, name);
+        QTemporaryDir root;
+        const fs::path tree = root.path().toStdString();
+        const std::string bytes = name.toStdString();
+        test::writeFile(tree / bytes / bytes, std::string(10000, 'q'));
+        // QTemporaryDir removes by QString, which cannot spell every byte name.
+        const auto removeFirst = qScopeGuard([&] { fs::remove_all(tree / bytes); });
+
+        const auto top = listDirectory(tree);
+        QVERIFY2(top.ok(), top.error().c_str());
+        QCOMPARE(top.value(), std::vector<std::string>{bytes});
+        const auto inner = listDirectory(tree / bytes);
+        QVERIFY2(inner.ok(), inner.error().c_str());
+        QCOMPARE(inner.value(), std::vector<std::string>{bytes});
+        const auto size = allocatedSizeOfDirectory(tree);
+        QVERIFY2(size.ok(), size.error().c_str());
+        QVERIFY(size.value() > 0);
+        QCOMPARE(size.value(), allocated(tree, {name + '/' + name}));
+    }
+
+    void allocatedSize_data()
+    {
+        QTest::addColumn<QByteArray>("layout"); // run in the tree; ../outside is beside it
+        QTest::addColumn<QByteArrayList>("counted");
+        const auto row = [](const char* tag, const char* layout, const QByteArrayList& counted) {
+            QTest::newRow(tag) << ("fill() { head -c $2 /dev/zero >$1; }; " + QByteArray(layout))
+                               << counted;
+        };
+        row("files at several depths",
+            "mkdir -p b/d/e; fill a 1; fill b/c 5000; fill b/d/e/f 70000; : >empty",
+            {"a", "b/c", "b/d/e/f", "empty"});
+        row("sparse file counts its blocks, not its length",
+            "fill sparse 4096; truncate -s 1G sparse", {"sparse"});
+        row("link to a big file outside",
+            "fill ../outside/big 1000000; ln -s ../outside/big link; fill kept 9000", {"kept"});
+        row("link to a folder outside",
+            "mkdir -p ../outside/folder sub; fill ../outside/folder/big 1000000; "
+            "ln -s ../../outside/folder sub/link; fill sub/kept 9000",
+            {"sub/kept"});
+        row("dangling link and a pipe", "ln -s missing dangling; mkfifo pipe; fill kept 9000",
+            {"kept"});
+        row(".DS_Store at any depth adds nothing",
+            "mkdir -p a/b c/.DS_Store d; for f in .DS_Store a/b/.DS_Store c/.DS_Store/inside "
+            "d/copy.DS_Store.bak; do fill $f 9000; done; fill a/b/kept 9000",
+            {"a/b/kept"});
+    }
+
+    // The total is the space allocated to the regular files of the tree and nothing else.
+    void allocatedSize()
+    {
+        QFETCH(QByteArray, layout);
+        QFETCH(QByteArrayList, counted);
+        QTemporaryDir root;
+        const fs::path tree = fs::path(root.path().toStdString()) / "tree";
+        test::makeFolder(tree);
+        test::makeFolder(fs::path(root.path().toStdString()) / "outside");
+        QVERIFY(test::shell(tree, layout));
+
+        const auto size = allocatedSizeOfDirectory(tree);
+        QVERIFY2(size.ok(), size.error().c_str());
+        QCOMPARE(size.value(), allocated(tree, counted));
+    }
+
+    void unreadableFolderFailsTheWalk_data()
+    {
+        QTest::addColumn<QByteArray>("mode");
+        QTest::newRow("cannot be read") << QByteArray("0300");
+        QTest::newRow("cannot be searched") << QByteArray("0600");
+    }
+
+    // Run as an unprivileged user: a total that left a folder out would be a wrong answer.
+    void unreadableFolderFailsTheWalk()
+    {
+        if (getuid() != 0)
+            QSKIP("needs root, to act as another user");
+        QFETCH(QByteArray, mode);
+        QTemporaryDir root;
+        QVERIFY(chmod(root.path().toLocal8Bit().constData(), 0755) == 0);
+        const fs::path tree = root.path().toStdString();
+        QVERIFY(test::shell(tree, "mkdir -p a b/locked c; for f in a/kept b/locked/hidden c/kept; "
+                                  "do echo data >$f; done; chown -R 65534 .; chmod " +
+                                      mode + " b/locked"));
+
+        const std::string outcome = test::inChild(test::nobody, [&]() -> std::string {
+            const auto size = allocatedSizeOfDirectory(tree);
+            if (size.ok())
+                return "walk succeeded with " + std::to_string(size.value());
+            if (size.error().find((tree / "b/locked").native()) == std::string::npos)
+                return "error does not name the folder: " + size.error();
+            return {};
+        });
+        QVERIFY2(outcome.empty(), outcome.c_str());
+    }
+
+    void mountedFilesystemIsNotEntered()
+    {
+        if (!test::canMount())
+            QSKIP("needs root in a private mount namespace");
+        const fs::path tree = "/mnt/sized";
+        test::writeFile(tree / "kept", std::string(10000, 'q'));
+        test::ScratchVolume volume(tree / "inner");
+        QVERIFY(volume.isMounted());
+        test::writeFile(volume.path() / "big", std::string(1 << 20, 'q'));
+
+        const auto inner = allocatedSizeOfDirectory(volume.path());
+        QVERIFY2(inner.ok(), inner.error().c_str());
+        QVERIFY(inner.value() >= 1 << 20);
+        const auto size = allocatedSizeOfDirectory(tree);
+        QVERIFY2(size.ok(), size.error().c_str());
+        QCOMPARE(size.value(), allocated(tree, {"kept"}));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestFileSystem)
+#include "tst_FileSystem.moc"
