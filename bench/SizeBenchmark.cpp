@@ -62,14 +62,14 @@ void catchSignals()
 struct Options {
     std::vector<std::uint64_t> sizes{1000, 100000};
     int runs = 5;
-    std::uint64_t seed = 1;
+    std::uint64_t layout = 1;
     std::optional<fs::path> dir;
 };
 
 void printUsage(std::FILE* out)
 {
     std::fputs(
-        "Usage: quillane-bench-size [--files N[,N...]] [--runs N] [--seed N] [--dir FOLDER]\n"
+        "Usage: quillane-bench-size [--files N[,N...]] [--runs N] [--layout N] [--dir FOLDER]\n"
         "\n"
         "Makes a trash tree of about N files for each N (default 1000,100000), then sizes\n"
         "it with allocatedSizeOfDirectory() and with du -s --block-size=1: one untimed run\n"
@@ -122,11 +122,11 @@ std::optional<Options> parseArguments(int argc, char** argv)
             good = runs && *runs > 0;
             if (good)
                 options.runs = *runs;
-        } else if (argument == "--seed") {
-            const auto seed = parseNumber<std::uint64_t>(value);
-            good = seed.has_value();
+        } else if (argument == "--layout") {
+            const auto layout = parseNumber<std::uint64_t>(value);
+            good = layout.has_value();
             if (good)
-                options.seed = *seed;
+                options.layout = *layout;
         } else if (argument == "--dir") {
             options.dir = fs::path(value);
         } else {
@@ -377,7 +377,7 @@ int run(const Options& options)
         treeOptions.root = scratch.path() / ("trash-" + std::to_string(size));
         treeOptions.bigFile = bigFile;
         treeOptions.fileCount = size;
-        treeOptions.seed = options.seed;
+        treeOptions.layout = options.layout;
         treeOptions.interrupted = interrupted;
 
         std::fprintf(stderr, "making a trash of %s files\n", grouped(size).c_str());

@@ -80,7 +80,7 @@ class Generator
 {
 public:
     explicit Generator(const TrashTreeOptions& options)
-        : m_options(options), m_random(options.seed), m_remaining(options.fileCount)
+        : m_options(options), m_random(options.layout), m_remaining(options.fileCount)
     {
         // Incompressible content, so that a compressing file system allocates what we write.
         m_content.resize(64 * 1024);

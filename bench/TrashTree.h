@@ -24,7 +24,7 @@ struct TrashTreeOptions {
     std::filesystem::path root;    // the trash folder to make; the tree goes into root/files
     std::filesystem::path bigFile; // outside the tree; some links point at it or at its folder
     std::uint64_t fileCount = 0;
-    std::uint64_t seed = 1;
+    std::uint64_t layout = 1;
     std::function<bool()> interrupted; // asked before each new entry
 };
 
@@ -34,8 +34,8 @@ struct Interrupted {
 
 // Lays out a trash's files/ folder the way people fill one: single trashed files beside trashed
 // folders of any depth, small files of varied sizes, links that dangle or point outside the tree,
-// and names that are not text. The same seed gives the same tree. Throws std::runtime_error when
-// the file system refuses something.
+// and names that are not text. The same layout number gives the same tree. Throws
+// std::runtime_error when the file system refuses something.
 TrashTree makeTrashTree(const TrashTreeOptions& options);
 
 // A file of `bytes` really allocated bytes, so that a walk that followed a link to it would show
