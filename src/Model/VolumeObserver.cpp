@@ -3,6 +3,7 @@
 #include "FolderMonitor.h"
 #include "Platform/Console.h"
 #include "Platform/FileSystem.h"
+#include "Platform/FolderWatcher.h"
 #include "Platform/MountTable.h"
 #include "Platform/MountWatcher.h"
 #include "Platform/Scheduler.h"
@@ -223,6 +224,25 @@ void VolumeObserver::updateMonitors()
             m_monitorEvents.push_back(std::move(monitor));
         }
     }
+    watchForHomeTrash();
+}
+
+void VolumeObserver::watchForHomeTrash()
+{
+    // A user who never trashed anything has no home trash yet, and the first trashing makes
+    // it several folders below any watched one. Until it exists, the deepest folder of its
+    // path that does exist is watched, one level at a time.
+    m_homeTrashWatch.reset();
+    fs::path folder = m_platform.trash.homeTrashFolder();
+    if (fileExists(folder))
+        return;
+    while (folder.has_relative_path() && !fileExists(folder))
+        folder = folder.parent_path();
+    QPointer<VolumeObserver> self(this);
+    m_homeTrashWatch = m_platform.folderWatcher.watch(folder, [self] {
+        if (self)
+            self->updateVolumes();
+    });
 }
 
 void VolumeObserver::handleVolume(const Volume&, const std::shared_ptr<FolderMonitor>&)

@@ -12,6 +12,7 @@ namespace quillane
 {
 
 class FolderMonitor;
+class FolderWatch;
 class MountTable;
 class TrashLocator;
 
@@ -67,12 +68,14 @@ Q_SIGNALS:
 private:
     void checkFDA();
     void setVolumes(std::vector<Volume> volumes);
+    void watchForHomeTrash();
 
     Platform m_platform;
     std::vector<Volume> m_volumes;
     bool m_fdaGranted = false;
     std::vector<std::filesystem::path> m_unmounted;
     std::vector<std::shared_ptr<FolderMonitor>> m_monitorEvents;
+    std::unique_ptr<FolderWatch> m_homeTrashWatch;
 };
 
 } // namespace quillane

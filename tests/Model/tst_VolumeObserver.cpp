@@ -307,6 +307,27 @@ private Q_SLOTS:
         QCOMPARE(observer.volumes().size(), std::size_t(1));
     }
 
+    void firstTrashingIsNoticed()
+    {
+        test::ModelHarness model;
+        model.setMounts({{"/", "ext4", "rw"}});
+        fs::create_directories(model.home / ".local");
+        VolumeObserver& observer = model.start();
+        QVERIFY(!observer.volumes()[0].trashURL());
+
+        // What a file manager does on its first trashing: the whole trash at once.
+        test::writeFile(model.homeTrash() / "report.pdf");
+        test::writeFile(model.homeTrash().parent_path() / "info" / "report.pdf.trashinfo");
+        QTRY_VERIFY_WITH_TIMEOUT(model.scheduler.pendingCount() > 0, 5000);
+        model.settle();
+        // The scan may have met a half-made trash; the watch moves down and catches up.
+        QTRY_VERIFY_WITH_TIMEOUT(
+            (model.settle(), observer.volumes().size() == 1 && observer.volumes()[0].trashURL()),
+            5000);
+        QCOMPARE(observer.volumes()[0].trashURL(), std::optional(model.homeTrash()));
+        QCOMPARE(observer.volumes()[0].itemCount(), 1);
+    }
+
     void volumeGainingATrashIsWatchedAgain()
     {
         if (!test::canMount())
