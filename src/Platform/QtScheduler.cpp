@@ -12,15 +12,21 @@ namespace
 class QtRepeatingTimer final : public RepeatingTimer
 {
 public:
-    QtRepeatingTimer(Scheduler::Duration interval, Scheduler::Task task)
+    QtRepeatingTimer(Scheduler::Duration interval, Scheduler::Task task) : m_timer(new QTimer)
     {
-        m_timer.setInterval(interval);
-        QObject::connect(&m_timer, &QTimer::timeout, std::move(task));
-        m_timer.start();
+        m_timer->setInterval(interval);
+        QObject::connect(m_timer, &QTimer::timeout, std::move(task));
+        m_timer->start();
+    }
+    // A tick may drop its own timer: the timer and its task go once the tick is over.
+    ~QtRepeatingTimer() override
+    {
+        m_timer->stop();
+        m_timer->deleteLater();
     }
 
 private:
-    QTimer m_timer;
+    QTimer* m_timer;
 };
 
 } // namespace

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QString>
+
+namespace quillane::Constant
+{
+
+// The helper daemon's well-known name on the system bus.
+inline const QString helperMachLabel = QStringLiteral("com.velmoric.QuillaneDaemon");
+inline const QString helperObjectPath = QStringLiteral("/com/velmoric/QuillaneDaemon");
+// Where the application exports its HelperClient on its own connection.
+inline const QString clientObjectPath = QStringLiteral("/com/velmoric/QuillaneClient");
+// The in-process notification for an item the daemon removed; its object is the item's path.
+inline const QString xpcDeleteName = QStringLiteral("xpcDidDelete");
+// The in-process notification of a version the daemon posted, under "helperVersion".
+inline const QString helperVersionUpdatedName = QStringLiteral("HelperVersionUpdated");
+inline const QString helperVersionKey = QStringLiteral("helperVersion");
+
+} // namespace quillane::Constant

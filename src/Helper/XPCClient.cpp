@@ -1,0 +1,424 @@
+#include "XPCClient.h"
+
+#include "Constant.h"
+#include "HelperClientAdaptor.h"
+#include "HelperClientImpl.h"
+#include "Platform/Alerts.h"
+#include "Platform/ApplicationControl.h"
+#include "Platform/Console.h"
+#include "Platform/Scheduler.h"
+#include "Platform/SystemLog.h"
+#include "Platform/UserDefaults.h"
+#include "TrashHelperProxy.h"
+#include "VLAppService.h"
+
+#include <QDBusPendingCallWatcher>
+#include <QDBusServiceWatcher>
+#include <QPointer>
+#include <pwd.h>
+#include <unistd.h>
+
+namespace quillane
+{
+
+using namespace std::chrono_literals;
+
+namespace
+{
+
+constexpr auto startRetryInterval = 2000ms;
+constexpr qint64 startRetryLimit = 30;
+constexpr auto registrationWaitInterval = 1000ms;
+constexpr int registrationWaitLimit = 60;
+constexpr auto registerDelay = 500ms;
+constexpr auto refreshBuildDelay = 1000ms;
+const QString uninstallAccepted = QStringLiteral("Uninstalling");
+const QString timeoutText = QStringLiteral(
+    "The Quillane helper is required for Quillane to function correctly. Restarting your Mac "
+    "and relaunching Quillane may address the issue.");
+
+std::optional<QString> firstOf(const QStringList& values)
+{
+    return values.isEmpty() ? std::nullopt : std::optional(values.first());
+}
+
+QStringList present(const QString& value)
+{
+    return {value};
+}
+
+QString loginName()
+{
+    const passwd* entry = getpwuid(getuid());
+    return entry && entry->pw_name ? QString::fromLocal8Bit(entry->pw_name) : QString();
+}
+
+} // namespace
+
+// One connection to the daemon: a fresh HelperClientImpl exported on the bus, a proxy for the
+// daemon's object, and a watch on the daemon's name. The bus connection itself is shared.
+class HelperConnection
+{
+public:
+    HelperConnection(QDBusConnection bus, Scheduler& mainQueue, std::function<void()> interrupted)
+        : m_bus(std::move(bus))
+    {
+        if (!m_bus.isConnected())
+            return;
+        m_client = std::make_unique<HelperClientImpl>(mainQueue);
+        new HelperClientAdaptor(m_client.get()); // owned by the exported object
+        m_bus.unregisterObject(Constant::clientObjectPath);
+        m_bus.registerObject(Constant::clientObjectPath, m_client.get(),
+                             QDBusConnection::ExportAdaptors);
+        m_proxy = std::make_unique<TrashHelperProxy>(Constant::helperMachLabel,
+                                                     Constant::helperObjectPath, m_bus);
+        m_watcher = std::make_unique<QDBusServiceWatcher>(
+            Constant::helperMachLabel, m_bus, QDBusServiceWatcher::WatchForUnregistration);
+        QObject::connect(m_watcher.get(), &QDBusServiceWatcher::serviceUnregistered,
+                         std::move(interrupted));
+    }
+
+    ~HelperConnection()
+    {
+        // A newer connection may have exported its own object at the path already.
+        if (m_client && m_bus.objectRegisteredAt(Constant::clientObjectPath) == m_client.get())
+            m_bus.unregisterObject(Constant::clientObjectPath);
+    }
+
+    TrashHelperProxy* proxy() const { return m_proxy.get(); }
+
+private:
+    QDBusConnection m_bus;
+    std::unique_ptr<HelperClientImpl> m_client;
+    std::unique_ptr<TrashHelperProxy> m_proxy;
+    std::unique_ptr<QDBusServiceWatcher> m_watcher;
+};
+
+XPCClient::XPCClient(Services services, QObject* parent)
+    : QObject(parent), m_services(std::move(services))
+{
+    QPointer<XPCClient> self(this);
+    m_versionObserver = NotificationCenter::defaultCenter().addObserver(
+        Constant::helperVersionUpdatedName,
+        [self, &queue = m_services.mainQueue](const Notification& n) {
+            // Posted on whatever thread delivered the version; published state is main's.
+            queue.post([self, n] {
+                if (self)
+                    self->receivedVersion(n);
+            });
+        });
+    m_helperRegistered = m_services.appService.isRegistered();
+    m_loginItemActive = m_services.appService.loginAdded();
+    if (m_services.defaults.boolValue(QStringLiteral("loginItemSupressed")) || m_loginItemActive)
+        m_showLoginLaunchScreen = false;
+}
+
+XPCClient::~XPCClient()
+{
+    NotificationCenter::defaultCenter().removeObserver(m_versionObserver);
+}
+
+std::optional<qint64> XPCClient::parseBuildNumber(const QString& text)
+{
+    qsizetype digitsFrom =
+        !text.isEmpty() && (text[0] == QLatin1Char('+') || text[0] == QLatin1Char('-')) ? 1 : 0;
+    if (text.size() == digitsFrom)
+        return std::nullopt;
+    for (qsizetype i = digitsFrom; i < text.size(); ++i)
+        if (text[i] < QLatin1Char('0') || text[i] > QLatin1Char('9'))
+            return std::nullopt;
+    bool ok = false;
+    const qint64 value = text.toLongLong(&ok);
+    return ok ? std::optional(value) : std::nullopt;
+}
+
+void XPCClient::connect()
+{
+    QPointer<XPCClient> self(this);
+    // The previous connection's object stays exported until this one replaces it, so a
+    // report already on its way still finds a HelperClient.
+    auto next = std::make_unique<HelperConnection>(m_services.bus, m_services.mainQueue, [self] {
+        if (self)
+            self->connetionInterruptionHandler();
+    });
+    m_connection = std::move(next);
+}
+
+TrashHelperProxy* XPCClient::proxy() const
+{
+    return m_connection ? m_connection->proxy() : nullptr;
+}
+
+namespace
+{
+
+// Calls onReply with the reply when there is one. A call that fails because the daemon or the
+// bus is not there ends the connection; one that is never answered calls nothing.
+void whenReplied(QDBusPendingCall call, QObject* context, std::function<void()> invalidated,
+                 std::function<void(std::optional<QString>)> onReply)
+{
+    auto* watcher = new QDBusPendingCallWatcher(call, context);
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, context,
+                     [watcher, invalidated = std::move(invalidated), onReply = std::move(onReply)] {
+                         watcher->deleteLater();
+                         const QDBusPendingReply<QStringList> reply = *watcher;
+                         if (!reply.isError()) {
+                             onReply(firstOf(reply.value()));
+                             return;
+                         }
+                         switch (reply.error().type()) {
+                         case QDBusError::ServiceUnknown:
+                         case QDBusError::Disconnected:
+                         case QDBusError::UnknownObject:
+                             invalidated();
+                             break;
+                         default:
+                             break;
+                         }
+                     });
+}
+
+} // namespace
+
+void XPCClient::start()
+{
+    if (!m_helperRegistered)
+        authorize();
+    connect();
+    TrashHelperProxy* helper = proxy();
+    if (!helper) {
+        Console::writeLine("no helper");
+        return;
+    }
+    // One live retry timer: a newer start replaces the last one's.
+    m_retryTimer = m_services.mainQueue.repeat(startRetryInterval, [this] { retryTick(); });
+    whenReplied(
+        helper->versionWithReply(), this, [this] { connectionInvalidationHandler(); },
+        [this](const std::optional<QString>& reply) { handleVersionReply(reply); });
+}
+
+void XPCClient::retryTick()
+{
+    if (!m_receivedReply) {
+        ++m_retryCount;
+        m_services.appService.registerDaemon();
+        start();
+    } else {
+        m_retryTimer.reset();
+    }
+    if (m_retryCount > startRetryLimit) {
+        m_retryTimer.reset();
+        m_services.mainQueue.post([this] {
+            showTimeoutAlert(QStringLiteral("Start Quillane Helper timed out"), [this] {
+                m_retryCount = 0;
+                start();
+            });
+        });
+    }
+}
+
+void XPCClient::showTimeoutAlert(const QString& title, std::function<void()> keepTrying)
+{
+    const AlertAnswer answer = m_services.alerts.runModal(
+        {title, timeoutText, {QStringLiteral("Keep Trying"), QStringLiteral("Quit")}, {}});
+    if (answer.button == AlertAnswer::firstButton)
+        keepTrying();
+    else
+        m_services.application.terminate();
+}
+
+void XPCClient::handleVersionReply(const std::optional<QString>& reply)
+{
+    m_receivedReply = true;
+    if (!m_services.bundle.buildVersion) {
+        Console::writeLine("Couldn't retrieve build number");
+        return;
+    }
+    const auto appBuild = parseBuildNumber(*m_services.bundle.buildVersion);
+    const auto helperBuild = parseBuildNumber(reply.value_or(QString()));
+    if (!appBuild || !helperBuild)
+        return;
+    m_services.mainQueue.post([this, build = *helperBuild] {
+        setHelperBuildNumber(build);
+        updateBuild();
+    });
+    if (*helperBuild < *appBuild) {
+        m_shouldUpdate = true;
+        authorize();
+    }
+}
+
+void XPCClient::authorize()
+{
+    if (m_shouldUpdate)
+        m_services.appService.unregisterDaemon();
+    m_services.mainQueue.postAfter(registerDelay, [this] {
+        m_services.appService.registerDaemon();
+        m_services.mainQueue.post(
+            [this] { setHelperRegistered(m_services.appService.isRegistered()); });
+        if (m_shouldUpdate)
+            m_shouldUpdate = false;
+    });
+    m_services.mainQueue.postAfter(refreshBuildDelay, [this] { updateBuild(); });
+}
+
+void XPCClient::waitAndStart()
+{
+    auto ticks = std::make_shared<int>(0);
+    m_waitTimer = m_services.mainQueue.repeat(registrationWaitInterval, [this, ticks] {
+        m_services.appService.updateStatus();
+        if (m_services.appService.serviceStatus() == 1)
+            m_waitTimer.reset(); // the rest of this tick still runs
+        start();
+        if (++*ticks > registrationWaitLimit) {
+            m_waitTimer.reset();
+            m_services.mainQueue.post([this] {
+                showTimeoutAlert(QStringLiteral("Registering Quillane Helper timed out"),
+                                 [this] { waitAndStart(); });
+            });
+        }
+    });
+}
+
+void XPCClient::xpcStatus()
+{
+    if (m_services.appService.serviceStatus() == 1)
+        setHelperRegistered(true);
+    m_helperStatus = QStringLiteral("checking");
+    if (TrashHelperProxy* helper = proxy()) {
+        whenReplied(
+            helper->replyStatusWithReply(), this, [this] { connectionInvalidationHandler(); },
+            [this](const std::optional<QString>& reply) {
+                if (reply)
+                    m_helperStatus = *reply;
+            });
+    }
+}
+
+void XPCClient::connetionInterruptionHandler()
+{
+    SystemLog::write("[QuillaneClient] XPCClient: connection has been interrupted QuillaneClient");
+}
+
+void XPCClient::connectionInvalidationHandler()
+{
+    SystemLog::write("[QuillaneClient] XPCClient: connection has been invalidated QuillaneClient");
+    if ((m_helperStatus == QStringLiteral("checking") ||
+         m_helperStatus == QStringLiteral("unknown")) &&
+        m_services.appService.shouldGrantPrivilege())
+        authorize();
+}
+
+void XPCClient::deleteFile(const std::optional<std::filesystem::path>& url)
+{
+    connect();
+    if (TrashHelperProxy* helper = proxy(); helper && url)
+        helper->deleteFile(QByteArray::fromStdString(url->native()));
+}
+
+void XPCClient::updateBuild()
+{
+    connect();
+    if (TrashHelperProxy* helper = proxy()) {
+        whenReplied(
+            helper->versionWithReply(), this, [this] { connectionInvalidationHandler(); },
+            [this](const std::optional<QString>& reply) { storeBuild(reply); });
+    }
+}
+
+void XPCClient::storeBuild(const std::optional<QString>& reply)
+{
+    if (const auto build = parseBuildNumber(reply.value_or(QString())))
+        setHelperBuildNumber(*build);
+}
+
+void XPCClient::receivedVersion(const Notification& notification)
+{
+    const QVariant version = notification.userInfo.value(Constant::helperVersionKey);
+    if (version.typeId() == QMetaType::QString)
+        storeBuild(version.toString());
+}
+
+void XPCClient::uninstallQuillane()
+{
+    connect();
+    if (!m_services.bundle.executablePath) {
+        SystemLog::write("Uninstall Failed");
+        return;
+    }
+    TrashHelperProxy* helper = proxy();
+    if (!helper)
+        return;
+    const QString appPath = QString::fromStdString(m_services.bundle.executablePath->native());
+    whenReplied(
+        helper->uninstall(present(loginName()), present(appPath)), this,
+        [this] { connectionInvalidationHandler(); },
+        [this](const std::optional<QString>& reply) {
+            m_uninstallerReplied = true;
+            if (reply == uninstallAccepted) {
+                m_services.appService.unregisterDaemon();
+                m_services.appService.removeLoginItem();
+                m_services.mainQueue.post([this] { m_services.application.terminate(); });
+            } else {
+                Console::writeLine("Uninstall Failed");
+            }
+        });
+}
+
+void XPCClient::openLoginItems()
+{
+    m_services.appService.openLoginItems();
+}
+
+void XPCClient::toggleLoginItem()
+{
+    if (m_loginItemActive)
+        addToLoginItems();
+    else
+        removeFromLoginItems();
+}
+
+void XPCClient::addToLoginItems()
+{
+    setLoginItemActive(m_services.appService.addToLoginItems());
+    setShowLoginLaunchScreen(!m_loginItemActive);
+}
+
+void XPCClient::removeFromLoginItems()
+{
+    setLoginItemActive(!m_services.appService.removeFromLoginItems());
+}
+
+void XPCClient::setHelperBuildNumber(qint64 build)
+{
+    m_helperBuildNumber = build;
+    Q_EMIT helperBuildNumberChanged();
+    m_helperBuildString = QString::number(build);
+    Q_EMIT helperBuildStringChanged();
+}
+
+void XPCClient::setHelperRegistered(bool registered)
+{
+    m_helperRegistered = registered;
+    Q_EMIT helperRegisteredChanged();
+}
+
+void XPCClient::setLoginItemActive(bool active)
+{
+    m_loginItemActive = active;
+    Q_EMIT loginItemActiveChanged();
+}
+
+void XPCClient::setShowLoginLaunchScreen(bool show)
+{
+    m_showLoginLaunchScreen = show;
+    Q_EMIT showLoginLaunchScreenChanged();
+}
+
+void XPCClient::setShouldOpenLoginItems(bool open)
+{
+    m_shouldOpenLoginItems = open;
+    Q_EMIT shouldOpenLoginItemsChanged();
+}
+
+} // namespace quillane

@@ -1,0 +1,126 @@
+#pragma once
+
+#include "Platform/BundleInfo.h"
+#include "Platform/NotificationCenter.h"
+
+#include <QDBusConnection>
+#include <QObject>
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+class TrashHelperProxy;
+
+namespace quillane
+{
+
+class Alerts;
+class ApplicationControl;
+class HelperConnection;
+class RepeatingTimer;
+class Scheduler;
+class UserDefaults;
+class VLAppService;
+
+// The application's side of the link to the privileged helper daemon: starts it with timed
+// retries, re-registers an older one, tracks its build for display, hands it items to remove
+// and asks it to uninstall the application. Everything runs on the main thread: the bus
+// delivers replies and callbacks there.
+class XPCClient : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(qint64 helperBuildNumber READ helperBuildNumber NOTIFY helperBuildNumberChanged)
+    Q_PROPERTY(QString helperBuildString READ helperBuildString NOTIFY helperBuildStringChanged)
+    Q_PROPERTY(bool helperRegistered READ helperRegistered NOTIFY helperRegisteredChanged)
+    Q_PROPERTY(bool loginItemActive READ loginItemActive WRITE setLoginItemActive NOTIFY
+                   loginItemActiveChanged)
+    Q_PROPERTY(
+        bool showLoginLaunchScreen READ showLoginLaunchScreen NOTIFY showLoginLaunchScreenChanged)
+    Q_PROPERTY(bool shouldOpenLoginItems READ shouldOpenLoginItems WRITE setShouldOpenLoginItems
+                   NOTIFY shouldOpenLoginItemsChanged)
+
+public:
+    struct Services {
+        QDBusConnection bus; // the system bus, where the daemon lives
+        Scheduler& mainQueue;
+        VLAppService& appService;
+        UserDefaults& defaults;
+        Alerts& alerts;
+        ApplicationControl& application;
+        BundleInfo bundle;
+    };
+
+    explicit XPCClient(Services services, QObject* parent = nullptr);
+    ~XPCClient() override;
+
+    void start();
+    void authorize();
+    void waitAndStart();
+    void xpcStatus();
+    void deleteFile(const std::optional<std::filesystem::path>& url);
+    void updateBuild();
+    void uninstallQuillane();
+    void openLoginItems();
+    void toggleLoginItem();
+    void addToLoginItems();
+    void removeFromLoginItems();
+
+    qint64 helperBuildNumber() const { return m_helperBuildNumber; }
+    QString helperBuildString() const { return m_helperBuildString; }
+    bool helperRegistered() const { return m_helperRegistered; }
+    bool loginItemActive() const { return m_loginItemActive; }
+    void setLoginItemActive(bool active);
+    bool showLoginLaunchScreen() const { return m_showLoginLaunchScreen; }
+    bool shouldOpenLoginItems() const { return m_shouldOpenLoginItems; }
+    void setShouldOpenLoginItems(bool open);
+
+    const QString& helperStatus() const { return m_helperStatus; }
+    bool uninstallerReplied() const { return m_uninstallerReplied; }
+    bool shouldUpdate() const { return m_shouldUpdate; }
+    bool receivedReply() const { return m_receivedReply; }
+    qint64 retryCount() const { return m_retryCount; }
+
+    // A build number: decimal digits with at most one leading sign ("0012" is 12).
+    static std::optional<qint64> parseBuildNumber(const QString& text);
+
+Q_SIGNALS:
+    void helperBuildNumberChanged();
+    void helperBuildStringChanged();
+    void helperRegisteredChanged();
+    void loginItemActiveChanged();
+    void showLoginLaunchScreenChanged();
+    void shouldOpenLoginItemsChanged();
+
+private:
+    void connect();
+    TrashHelperProxy* proxy() const;
+    void retryTick();
+    void handleVersionReply(const std::optional<QString>& reply);
+    void storeBuild(const std::optional<QString>& reply);
+    void receivedVersion(const Notification& notification);
+    void connetionInterruptionHandler();
+    void connectionInvalidationHandler();
+    void setHelperBuildNumber(qint64 build);
+    void setHelperRegistered(bool registered);
+    void setShowLoginLaunchScreen(bool show);
+    void showTimeoutAlert(const QString& title, std::function<void()> keepTrying);
+
+    Services m_services;
+    std::unique_ptr<HelperConnection> m_connection;
+    QString m_helperStatus = QStringLiteral("unknown");
+    qint64 m_helperBuildNumber = 0;
+    QString m_helperBuildString = QStringLiteral("unknown");
+    bool m_uninstallerReplied = false;
+    bool m_shouldUpdate = false;
+    bool m_receivedReply = false;
+    qint64 m_retryCount = 0;
+    bool m_helperRegistered = false;
+    bool m_loginItemActive = false;
+    bool m_showLoginLaunchScreen = true;
+    bool m_shouldOpenLoginItems = false;
+    std::unique_ptr<RepeatingTimer> m_retryTimer;
+    std::unique_ptr<RepeatingTimer> m_waitTimer;
+    NotificationCenter::Token m_versionObserver = 0;
+};
+
+} // namespace quillane

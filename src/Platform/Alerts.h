@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+namespace quillane {
+
+// A modal alert: a title, an informative text, one or two buttons (the first takes the Return
+// key) and, optionally, a "do not show again" check box.
+struct AlertRequest {
+    QString title;
+    QString informativeText;
+    QStringList buttons;
+    QString suppressionText; // empty: no check box
+};
+
+struct AlertAnswer {
+    static constexpr int firstButton = 1000;
+    static constexpr int secondButton = 1001;
+
+    int button = firstButton;
+    bool suppressed = false;
+};
+
+// Shows alerts and waits for the answer. Called on the main thread.
+class Alerts {
+public:
+    virtual ~Alerts() = default;
+    virtual AlertAnswer runModal(const AlertRequest& request) = 0;
+};
+
+} // namespace quillane

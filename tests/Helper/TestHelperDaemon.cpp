@@ -1,0 +1,106 @@
+#include "TestHelperDaemon.h"
+
+#include "HelperClientProxy.h"
+#include "TrashHelperAdaptor.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <cstdio>
+
+namespace
+{
+
+void record(const char* call)
+{
+    std::printf("call %s\n", call);
+    std::fflush(stdout);
+}
+
+HelperClientProxy callerOf(const QDBusMessage& message)
+{
+    return HelperClientProxy(message.service(), QStringLiteral("/com/velmoric/QuillaneClient"),
+                             QDBusConnection::systemBus());
+}
+
+} // namespace
+
+void TestHelperDaemon::install()
+{
+    record("install");
+}
+
+QStringList TestHelperDaemon::uninstall(const QStringList& userName, const QStringList& appPath)
+{
+    record("uninstall");
+    std::printf("uninstall %s %s\n", qPrintable(userName.join(QLatin1Char(','))),
+                qPrintable(appPath.join(QLatin1Char(','))));
+    std::fflush(stdout);
+    return m_script.uninstallReply;
+}
+
+void TestHelperDaemon::stop()
+{
+    record("stop");
+    QCoreApplication::quit();
+}
+
+QStringList TestHelperDaemon::replyStatusWithReply()
+{
+    record("replyStatusWithReply");
+    return m_script.status;
+}
+
+QStringList TestHelperDaemon::versionWithReply()
+{
+    record("versionWithReply");
+    if (!m_script.postVersion.isEmpty())
+        callerOf(message()).postVersion(m_script.postVersion);
+    if (m_script.silent)
+        setDelayedReply(true); // and never answer
+    return m_script.version;
+}
+
+void TestHelperDaemon::deleteFile(const QByteArray& url)
+{
+    record("deleteFile");
+    if (m_script.exitOnDelete)
+        std::exit(0);
+    callerOf(message()).deleteResultWithUrl(url, m_script.deleteError);
+}
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCommandLineParser parser;
+    const auto option = [&](const char* name) {
+        const QCommandLineOption created(QString::fromLatin1(name), {}, QStringLiteral("value"));
+        parser.addOption(created);
+        return created;
+    };
+    const QCommandLineOption version = option("version"), status = option("status"),
+                             uninstall = option("uninstall-reply"), error = option("delete-error"),
+                             post = option("post-version");
+    const QCommandLineOption silent(QStringLiteral("silent")),
+        exitOnDelete(QStringLiteral("exit-on-delete"));
+    parser.addOption(silent);
+    parser.addOption(exitOnDelete);
+    parser.process(app);
+
+    const auto optional = [&](const QCommandLineOption& o) {
+        return parser.isSet(o) ? QStringList{parser.value(o)} : QStringList{};
+    };
+    auto* daemon = new TestHelperDaemon({optional(version), parser.isSet(silent), optional(status),
+                                         optional(uninstall), optional(error),
+                                         parser.isSet(exitOnDelete), optional(post)});
+    new TrashHelperAdaptor(daemon);
+    QDBusConnection bus = QDBusConnection::systemBus();
+    if (!bus.registerObject(QStringLiteral("/com/velmoric/QuillaneDaemon"), daemon) ||
+        !bus.registerService(QStringLiteral("com.velmoric.QuillaneDaemon"))) {
+        std::fprintf(stderr, "test helper: cannot serve on the bus\n");
+        return 1;
+    }
+    std::printf("ready\n");
+    std::fflush(stdout);
+    return app.exec();
+}

@@ -1,0 +1,242 @@
+#include "Helper/VLAppService.h"
+#include "Platform/ServiceManager.h"
+#include "Platform/VirtualScheduler.h"
+#include "Platform/linux/DesktopLoginItemsSettings.h"
+#include "TestSupport.h"
+
+#include <QTest>
+#include <climits>
+
+using namespace quillane;
+
+namespace
+{
+
+constexpr int noHandle = INT_MIN;
+constexpr int Add = 0, Remove = 1, RemoveItem = 2, Unregister = 3; // operations
+
+// How a fake registration answers and what it was asked, kept outside it so that a test can
+// also see when it is destroyed.
+struct Script {
+    int status = 0;
+    std::string failure; // when set, both operations fail with it
+    int registers = 0;
+    int unregisters = 0;
+    bool destroyed = false;
+};
+
+// systemd cannot run here: a registration that answers from its script.
+class FakeRegistration final : public ServiceHandle
+{
+public:
+    explicit FakeRegistration(std::shared_ptr<Script> script) : m_script(std::move(script)) {}
+    ~FakeRegistration() override { m_script->destroyed = true; }
+
+    int status() const override { return m_script->status; }
+    Result<bool> registerService() override { return answer(++m_script->registers); }
+    Result<bool> unregisterService() override { return answer(++m_script->unregisters); }
+
+private:
+    Result<bool> answer(int) const
+    {
+        return m_script->failure.empty() ? Result<bool>::success(true)
+                                         : Result<bool>::failure(m_script->failure);
+    }
+    std::shared_ptr<Script> m_script;
+};
+
+std::unique_ptr<ServiceHandle> fake(const std::shared_ptr<Script>& script, int status,
+                                    const std::string& failure)
+{
+    script->status = status;
+    script->failure = failure;
+    return status == noHandle ? nullptr : std::make_unique<FakeRegistration>(script);
+}
+
+// Holds work items until the test runs them, as a busy background queue would.
+class HeldWorkQueue final : public WorkQueue
+{
+public:
+    void async(Task task) override { tasks.push_back(std::move(task)); }
+    std::vector<Task> tasks;
+};
+
+// A service whose daemon and login registrations (noHandle: none) fail with the given text when
+// one is given.
+struct Fixture {
+    Fixture(int daemonStatus, int loginStatus, const std::string& failure = {},
+            WorkQueue* queue = nullptr)
+        : service(fake(daemon, daemonStatus, failure), fake(login, loginStatus, failure), settings,
+                  queue ? *queue : inlineQueue)
+    {
+    }
+    std::shared_ptr<Script> daemon = std::make_shared<Script>();
+    std::shared_ptr<Script> login = std::make_shared<Script>();
+    DesktopLoginItemsSettings settings{QString(), {}}; // never opened here
+    InlineWorkQueue inlineQueue;
+    VLAppService service;
+};
+
+QByteArrayList lines(const test::ConsoleCapture& console)
+{
+    QByteArrayList result;
+    for (const std::string& line : console.lines())
+        result << QByteArray::fromStdString(line);
+    return result;
+}
+
+} // namespace
+
+class TestVLAppService : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void statusSetsFlags_data()
+    {
+        QTest::addColumn<int>("daemonStatus");
+        QTest::addColumn<int>("loginStatus");
+        QTest::addColumn<QString>("flags"); // grant, registered, open settings, login added
+        QTest::addColumn<QByteArrayList>("lines");
+        QTest::newRow("no handles")
+            << noHandle << noHandle << "----" << QByteArrayList{"uh oh", "uh oh"};
+        QTest::newRow("not registered")
+            << 0 << 3 << "G---" << QByteArrayList{"login item notFound"};
+        QTest::newRow("enabled") << 1 << 0 << "GR--" << QByteArrayList{"login item not registered"};
+        QTest::newRow("requires approval") << 2 << 1 << "G-OL" << QByteArrayList{};
+        QTest::newRow("not found")
+            << 3 << 2 << "G---" << QByteArrayList{"notFound", "login item requires approval??"};
+        QTest::newRow("unknown statuses")
+            << 4 << -1 << "----" << QByteArrayList{"unsupported case", "unsupported case"};
+        QTest::newRow("only a login item") << noHandle << 1 << "---L" << QByteArrayList{"uh oh"};
+        QTest::newRow("only a daemon") << 1 << noHandle << "GR--" << QByteArrayList{"uh oh"};
+    }
+    void statusSetsFlags()
+    {
+        QFETCH(int, daemonStatus);
+        QFETCH(int, loginStatus);
+        test::ConsoleCapture console;
+        Fixture fixture(daemonStatus, loginStatus);
+        const VLAppService& service = fixture.service;
+        const QString flags = QString(service.shouldGrantPrivilege() ? u'G' : u'-') +
+                              (service.isRegistered() ? u'R' : u'-') +
+                              (service.shouldOpenLoginItems() ? u'O' : u'-') +
+                              (service.loginAdded() ? u'L' : u'-');
+        QTEST(flags, "flags");
+        QTEST(lines(console), "lines");
+        QCOMPARE(service.serviceStatus().value_or(noHandle), daemonStatus);
+        QCOMPARE(service.loginStatus().value_or(noHandle), loginStatus);
+    }
+
+    // Flags only go up: approval, once needed, is still asked for after the daemon is enabled.
+    void flagsSurviveLaterStatuses()
+    {
+        Fixture fixture(ServiceHandle::RequiresApproval, ServiceHandle::Enabled);
+        fixture.daemon->status = ServiceHandle::Enabled;
+        fixture.login->status = ServiceHandle::NotRegistered;
+        fixture.service.updateStatus();
+        fixture.daemon->status = ServiceHandle::NotFound;
+        fixture.service.updateStatus();
+        QVERIFY(fixture.service.shouldOpenLoginItems());
+        QVERIFY(fixture.service.isRegistered());
+        QVERIFY(fixture.service.loginAdded());
+        QCOMPARE(fixture.service.serviceStatus(), ServiceHandle::NotFound);
+    }
+
+    void registerDaemon_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("failure");
+        QTest::addColumn<int>("registers"); // after asking twice
+        QTest::addColumn<bool>("registered");
+        QTest::addColumn<bool>("granting");
+        QTest::addColumn<QByteArrayList>("lines");
+        QTest::newRow("registers once")
+            << 0 << "" << 1 << true << false << QByteArrayList{"did register"};
+        QTest::newRow("refused, asks again")
+            << 0 << "Not authorized" << 2 << false << true << QByteArrayList{};
+        QTest::newRow("nothing to grant") << 4 << "" << 0 << false << false << QByteArrayList{};
+    }
+    void registerDaemon()
+    {
+        QFETCH(int, status);
+        QFETCH(QString, failure);
+        Fixture fixture(status, ServiceHandle::Enabled, failure.toStdString());
+        test::ConsoleCapture console;
+        fixture.service.registerDaemon();
+        fixture.service.registerDaemon();
+        QTEST(fixture.daemon->registers, "registers");
+        QTEST(fixture.service.isRegistered(), "registered");
+        QTEST(fixture.service.shouldGrantPrivilege(), "granting");
+        QTEST(lines(console), "lines");
+    }
+
+    // A registration still waiting for an administrator keeps what it needs alive.
+    void registrationOutlivesService()
+    {
+        HeldWorkQueue queue;
+        test::ConsoleCapture console;
+        auto fixture = std::make_unique<Fixture>(0, noHandle, std::string(), &queue);
+        const std::shared_ptr<Script> calls = fixture->daemon;
+        fixture->service.registerDaemon();
+        QCOMPARE(queue.tasks.size(), std::size_t(1));
+        QCOMPARE(calls->registers, 0); // handed over, not done
+        fixture.reset();
+        QVERIFY(!calls->destroyed);
+        console.clear();
+        queue.tasks.front()();
+        QCOMPARE(calls->registers, 1);
+        QCOMPARE(lines(console), QByteArrayList{"did register"});
+        queue.tasks.clear();
+        QVERIFY(calls->destroyed);
+    }
+
+    void loginItemsAndUnregistering_data()
+    {
+        QTest::addColumn<int>("operation");
+        QTest::addColumn<QString>("failure");
+        QTest::addColumn<int>("loginStatus"); // noHandle: no login registration
+        QTest::addColumn<bool>("returned");
+        QTest::addColumn<bool>("loginAdded");
+        QTest::addColumn<QByteArrayList>("lines");
+        const QByteArrayList none, failed{"Failed to add to login items"};
+        QTest::newRow("add") << Add << "" << 0 << true << true << none;
+        QTest::newRow("add fails") << Add << "denied" << 0 << false << false << failed;
+        QTest::newRow("add, no handle") << Add << "" << noHandle << true << true << none;
+        QTest::newRow("remove") << Remove << "" << 1 << true << false << none;
+        QTest::newRow("remove fails") << Remove << "denied" << 1 << false << true << failed;
+        QTest::newRow("remove item") << RemoveItem << "" << 1 << true << true << none;
+        QTest::newRow("remove item fails")
+            << RemoveItem << "denied" << 1 << true << true << QByteArrayList{"denied"};
+        QTest::newRow("unregister") << Unregister << "" << 1 << true << true << none;
+        QTest::newRow("unregister fails")
+            << Unregister << "gone" << 1 << true << true << QByteArrayList{"gone"};
+    }
+    void loginItemsAndUnregistering()
+    {
+        QFETCH(int, operation);
+        QFETCH(QString, failure);
+        QFETCH(int, loginStatus);
+        Fixture fixture(ServiceHandle::Enabled, loginStatus, failure.toStdString());
+        test::ConsoleCapture console;
+        bool returned = true;
+        if (operation == Add)
+            returned = fixture.service.addToLoginItems();
+        else if (operation == Remove)
+            returned = fixture.service.removeFromLoginItems();
+        else if (operation == RemoveItem)
+            fixture.service.removeLoginItem();
+        else
+            fixture.service.unregisterDaemon();
+        QTEST(returned, "returned");
+        QTEST(fixture.service.loginAdded(), "loginAdded");
+        QTEST(lines(console), "lines");
+        QVERIFY(fixture.service.isRegistered()); // unregistering changes no flag
+        const int asked =
+            fixture.daemon->unregisters + fixture.login->registers + fixture.login->unregisters;
+        QCOMPARE(asked, loginStatus == noHandle ? 0 : 1);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestVLAppService)
+#include "tst_VLAppService.moc"

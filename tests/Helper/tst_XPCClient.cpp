@@ -1,0 +1,364 @@
+#include "Helper/Constant.h"
+#include "HelperHarness.h"
+#include "Platform/NotificationCenter.h"
+#include "Platform/SystemLog.h"
+#include "TestSupport.h"
+
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace quillane;
+using namespace std::chrono_literals;
+
+namespace
+{
+
+// Collects the system log's lines while it lives.
+class SystemLogCapture
+{
+public:
+    SystemLogCapture()
+        : m_previous(
+              SystemLog::replaceSink([this](std::string_view line) { m_lines.emplace_back(line); }))
+    {
+    }
+    ~SystemLogCapture() { SystemLog::replaceSink(m_previous); }
+    bool has(const std::string& line) const
+    {
+        return std::ranges::find(m_lines, line) != m_lines.end();
+    }
+    std::vector<std::string> m_lines;
+
+private:
+    SystemLog::Sink m_previous;
+};
+
+} // namespace
+
+class TestXPCClient : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void buildNumbers_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<qint64>("build");
+        QTest::newRow("plain") << QStringLiteral("42") << qint64(42);
+        QTest::newRow("leading zeros") << QStringLiteral("0012") << qint64(12);
+        QTest::newRow("one sign") << QStringLiteral("+7") << qint64(7);
+        QTest::newRow("empty") << QString() << qint64(-1);
+        QTest::newRow("sign alone") << QStringLiteral("-") << qint64(-1);
+        QTest::newRow("two signs") << QStringLiteral("--3") << qint64(-1);
+        QTest::newRow("letters") << QStringLiteral("12a") << qint64(-1);
+        QTest::newRow("space") << QStringLiteral(" 12") << qint64(-1);
+    }
+
+    void buildNumbers()
+    {
+        QFETCH(QString, text);
+        QFETCH(qint64, build);
+        QCOMPARE(XPCClient::parseBuildNumber(text).value_or(-1), build);
+    }
+
+    void answeringDaemonStopsTheRetries()
+    {
+        test::HelperHarness helper;
+        QVERIFY(helper.busIsUp());
+        QVERIFY(helper.startDaemon({QStringLiteral("--version"), QStringLiteral("17")}));
+        helper.daemonService->currentStatus = ServiceHandle::Enabled;
+        helper.appService->updateStatus();
+        XPCClient& client = helper.client();
+        QVERIFY(client.helperRegistered());
+
+        client.start();
+        QTRY_VERIFY(client.receivedReply());
+        helper.scheduler.runPending();
+        QCOMPARE(client.helperBuildString(), QStringLiteral("17"));
+        QVERIFY(!client.shouldUpdate());
+        const int versionCalls = helper.calls(QStringLiteral("versionWithReply"));
+
+        helper.scheduler.advance(2s);
+        helper.scheduler.advance(20s);
+        QCOMPARE(client.retryCount(), qint64(0));
+        QCOMPARE(helper.daemonService->registers, 0);
+        QCOMPARE(helper.scheduler.pendingCount(), std::size_t(0)); // the retry timer is gone
+        QCOMPARE(helper.calls(QStringLiteral("versionWithReply")), versionCalls);
+    }
+
+    void silentDaemonTimesOutAfterThirtyRetries()
+    {
+        test::HelperHarness helper;
+        QVERIFY(helper.startDaemon({QStringLiteral("--silent")}));
+        helper.daemonService->currentStatus = ServiceHandle::Enabled;
+        helper.appService->updateStatus();
+        XPCClient& client = helper.client();
+        helper.alerts.answers = {AlertAnswer::firstButton, AlertAnswer::secondButton};
+
+        client.start();
+        for (int retry = 1; retry <= 30; ++retry) {
+            helper.scheduler.advance(2s);
+            QCOMPARE(client.retryCount(), qint64(retry));
+        }
+        QVERIFY(helper.alerts.shown.empty());
+        helper.scheduler.advance(2s); // the 31st retry
+        QCOMPARE(helper.alerts.shown.size(), std::size_t(1));
+        QCOMPARE(helper.alerts.shown[0].title, QStringLiteral("Start Quillane Helper timed out"));
+        QCOMPARE(helper.alerts.shown[0].buttons,
+                 (QStringList{QStringLiteral("Keep Trying"), QStringLiteral("Quit")}));
+        QCOMPARE(client.retryCount(), qint64(0)); // "Keep Trying" starts over
+        // Each retry asks for a registration; once one succeeded, the rest have nothing to do.
+        QCOMPARE(helper.daemonService->registers, 1);
+        QTRY_VERIFY(helper.calls(QStringLiteral("versionWithReply")) >= 32);
+
+        helper.scheduler.advance(62s);
+        QCOMPARE(helper.alerts.shown.size(), std::size_t(2));
+        QCOMPARE(helper.application.terminations, 1); // "Quit"
+        helper.scheduler.advance(60s);
+        QCOMPARE(helper.alerts.shown.size(), std::size_t(2)); // no timer outlives the alert
+    }
+
+    void olderDaemonIsRegisteredAgain()
+    {
+        test::HelperHarness helper;
+        QVERIFY(helper.startDaemon({QStringLiteral("--version"), QStringLiteral("15")}));
+        helper.daemonService->currentStatus = ServiceHandle::Enabled;
+        helper.appService->updateStatus();
+        XPCClient& client = helper.client(QStringLiteral("17"));
+
+        client.start();
+        QTRY_VERIFY(client.shouldUpdate());
+        QCOMPARE(helper.daemonService->unregisters, 1);
+        QCOMPARE(helper.daemonService->registers, 0);
+        helper.scheduler.runPending(); // stores the build and reads it once more
+        QCOMPARE(client.helperBuildNumber(), qint64(15));
+        QCOMPARE(client.helperBuildString(), QStringLiteral("15"));
+        QTRY_COMPARE(helper.calls(QStringLiteral("versionWithReply")), 2);
+
+        helper.scheduler.advance(499ms);
+        QCOMPARE(helper.daemonService->registers, 0);
+        helper.scheduler.advance(1ms);
+        QCOMPARE(helper.daemonService->registers, 1);
+        QVERIFY(!client.shouldUpdate());
+        helper.scheduler.advance(500ms); // the build is read again 1.0 s after the request
+        QTRY_COMPARE(helper.calls(QStringLiteral("versionWithReply")), 3);
+    }
+
+    void unusableVersions_data()
+    {
+        QTest::addColumn<QStringList>("script");
+        QTest::addColumn<std::optional<QString>>("appBuild");
+        QTest::addColumn<int>("buildErrorLines");
+        QTest::newRow("not a number")
+            << QStringList{QStringLiteral("--version"), QStringLiteral("abc")}
+            << std::optional<QString>(QStringLiteral("17")) << 0;
+        QTest::newRow("absent") << QStringList() << std::optional<QString>(QStringLiteral("17"))
+                                << 0;
+        QTest::newRow("no build of our own")
+            << QStringList{QStringLiteral("--version"), QStringLiteral("17")}
+            << std::optional<QString>() << 1;
+    }
+
+    void unusableVersions()
+    {
+        QFETCH(QStringList, script);
+        QFETCH(std::optional<QString>, appBuild);
+        QFETCH(int, buildErrorLines);
+
+        test::HelperHarness helper;
+        QVERIFY(helper.startDaemon(script));
+        test::ConsoleCapture console;
+        XPCClient& client = helper.client(appBuild);
+        client.start();
+        QTRY_VERIFY(client.receivedReply());
+        helper.scheduler.advance(2s);
+        QCOMPARE(client.helperBuildString(), QStringLiteral("unknown"));
+        QCOMPARE(client.retryCount(), qint64(0)); // a reply of any kind stops the retries
+        QCOMPARE(console.count("Couldn't retrieve build number"), buildErrorLines);
+    }
+
+    void statusReply_data()
+    {
+        QTest::addColumn<QStringList>("script");
+        QTest::addColumn<QString>("status");
+        QTest::newRow("answered") << QStringList{QStringLiteral("--status"),
+                                                 QStringLiteral("running")}
+                                  << QStringLiteral("running");
+        QTest::newRow("absent") << QStringList() << QStringLiteral("checking");
+    }
+
+    void statusReply()
+    {
+        QFETCH(QStringList, script);
+        QFETCH(QString, status);
+
+        test::HelperHarness helper;
+        QVERIFY(helper.startDaemon(script));
+        XPCClient& client = helper.client();
+        client.xpcStatus(); // no connection yet: nothing is asked
+        QCOMPARE(client.helperStatus(), QStringLiteral("checking"));
+        client.updateBuild();
+        client.xpcStatus();
+        QTRY_COMPARE(helper.calls(QStringLiteral("replyStatusWithReply")), 1);
+        QTRY_COMPARE(client.helperStatus(), status);
+    }
+
+    void uninstall_data()
+    {
+        QTest::addColumn<QString>("reply");
+        QTest::addColumn<bool>("accepted");
+        QTest::newRow("accepted") << QStringLiteral("Uninstalling") << true;
+        QTest::newRow("letter case differs") << QStringLiteral("uninstalling") << false;
+    }
+
+    void uninstall()
+    {
+        QFETCH(QString, reply);
+        QFETCH(bool, accepted);
+
+        test::HelperHarness helper;
+        QVERIFY(helper.startDaemon({QStringLiteral("--uninstall-reply"), reply}));
+        test::ConsoleCapture console;
+        XPCClient& client = helper.client();
+        client.uninstallQuillane();
+        QTRY_VERIFY(client.uninstallerReplied());
+        helper.scheduler.runPending();
+        QVERIFY(helper.daemonOutput().contains(QStringLiteral("/usr/bin/quillane")));
+        QCOMPARE(helper.application.terminations, accepted ? 1 : 0);
+        QCOMPARE(helper.daemonService->unregisters, accepted ? 1 : 0);
+        QCOMPARE(helper.loginService->unregisters, accepted ? 1 : 0);
+        QCOMPARE(console.count("Uninstall Failed"), accepted ? 0 : 1);
+    }
+
+    void deleteReports_data()
+    {
+        QTest::addColumn<QStringList>("script");
+        QTest::addColumn<QString>("logLine");
+        QTest::addColumn<int>("notifications");
+        QTest::newRow("removed") << QStringList()
+                                 << QStringLiteral("URL: /trash/files/a b, Removed") << 1;
+        QTest::newRow("refused") << QStringList{QStringLiteral("--delete-error"),
+                                                QStringLiteral("Operation not permitted")}
+                                 << QStringLiteral(
+                                        "URL: /trash/files/a b, Error Operation not permitted")
+                                 << 0;
+    }
+
+    void deleteReports()
+    {
+        QFETCH(QStringList, script);
+        QFETCH(QString, logLine);
+        QFETCH(int, notifications);
+
+        test::HelperHarness helper;
+        QVERIFY(helper.startDaemon(script));
+        SystemLogCapture log;
+        QList<QVariant> removed;
+        auto& center = NotificationCenter::defaultCenter();
+        const auto token = center.addObserver(Constant::xpcDeleteName,
+                                              [&](const Notification& n) { removed << n.object; });
+        XPCClient& client = helper.client();
+
+        client.deleteFile(std::filesystem::path("/trash/files/a b"));
+        client.deleteFile(std::nullopt); // nothing to hand over
+        QTRY_VERIFY(log.has(logLine.toStdString()));
+        helper.scheduler.runPending();
+        center.removeObserver(token);
+        QCOMPARE(helper.calls(QStringLiteral("deleteFile")), 1);
+        QCOMPARE(removed.size(), notifications);
+        if (notifications)
+            QCOMPARE(removed[0].toByteArray(), QByteArray("/trash/files/a b"));
+    }
+
+    void postedVersionIsStored()
+    {
+        test::HelperHarness helper;
+        QVERIFY(helper.startDaemon({QStringLiteral("--post-version"), QStringLiteral("21")}));
+        XPCClient& client = helper.client();
+        QSignalSpy changed(&client, &XPCClient::helperBuildStringChanged);
+        client.updateBuild();
+        QTRY_COMPARE(helper.calls(QStringLiteral("versionWithReply")), 1);
+        QTRY_VERIFY((helper.scheduler.runPending(), changed.count() > 0));
+        QCOMPARE(client.helperBuildString(), QStringLiteral("21"));
+    }
+
+    void vanishingDaemonInterruptsTheConnection()
+    {
+        test::HelperHarness helper;
+        QVERIFY(helper.startDaemon({QStringLiteral("--exit-on-delete")}));
+        SystemLogCapture log;
+        XPCClient& client = helper.client();
+        client.deleteFile(std::filesystem::path("/trash/files/x"));
+        QTRY_VERIFY(
+            log.has("[QuillaneClient] XPCClient: connection has been interrupted QuillaneClient"));
+        helper.scheduler.runPending();
+        QVERIFY(!log.has("URL: /trash/files/x, Removed"));
+    }
+
+    void missingDaemonInvalidatesAndReauthorises()
+    {
+        test::HelperHarness helper; // no daemon on the bus at all
+        SystemLogCapture log;
+        XPCClient& client = helper.client();
+        QVERIFY(helper.appService->shouldGrantPrivilege());
+        client.updateBuild();
+        QTRY_VERIFY(
+            log.has("[QuillaneClient] XPCClient: connection has been invalidated QuillaneClient"));
+        helper.scheduler.advance(500ms);
+        QCOMPARE(helper.daemonService->registers, 1);
+    }
+
+    void waitingForTheDaemonTimesOutAfterSixtyTicks()
+    {
+        test::HelperHarness helper;
+        QVERIFY(helper.startDaemon({QStringLiteral("--silent")}));
+        XPCClient& client = helper.client();
+        helper.alerts.answers = {AlertAnswer::firstButton, AlertAnswer::secondButton};
+
+        client.waitAndStart();
+        helper.scheduler.advance(60s);
+        QVERIFY(std::ranges::none_of(helper.alerts.shown, [](const AlertRequest& a) {
+            return a.title == QStringLiteral("Registering Quillane Helper timed out");
+        }));
+        helper.scheduler.advance(1s); // the 61st tick
+        const auto waits = std::ranges::count_if(helper.alerts.shown, [](const AlertRequest& a) {
+            return a.title == QStringLiteral("Registering Quillane Helper timed out");
+        });
+        QCOMPARE(waits, 1);
+    }
+
+    void waitingEndsOnceTheDaemonIsEnabled()
+    {
+        test::HelperHarness helper;
+        QVERIFY(helper.startDaemon({QStringLiteral("--version"), QStringLiteral("17")}));
+        XPCClient& client = helper.client();
+        client.waitAndStart();
+        helper.scheduler.advance(3s);
+        helper.daemonService->currentStatus = ServiceHandle::Enabled;
+        helper.scheduler.advance(1s); // this tick still starts the daemon, then waiting ends
+        QTRY_VERIFY(client.receivedReply());
+        const int starts = helper.calls(QStringLiteral("versionWithReply"));
+        helper.scheduler.advance(90s);
+        QVERIFY(helper.alerts.shown.empty());
+        QVERIFY(helper.calls(QStringLiteral("versionWithReply")) <= starts + 2);
+    }
+
+    void loginItemFollowsTheSwitch()
+    {
+        test::HelperHarness helper;
+        XPCClient& client = helper.client();
+        QVERIFY(client.showLoginLaunchScreen());
+        client.setLoginItemActive(true);
+        client.toggleLoginItem();
+        QCOMPARE(helper.loginService->registers, 1);
+        QVERIFY(client.loginItemActive());
+        QVERIFY(!client.showLoginLaunchScreen());
+        client.setLoginItemActive(false);
+        client.toggleLoginItem();
+        QCOMPARE(helper.loginService->unregisters, 1);
+        QVERIFY(!client.loginItemActive());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestXPCClient)
+#include "tst_XPCClient.moc"
