@@ -58,6 +58,12 @@ void HelperHarness::stopDaemon()
     m_helper.waitForFinished();
 }
 
+void HelperHarness::stopBus()
+{
+    m_busDaemon.kill();
+    m_busDaemon.waitForFinished();
+}
+
 QString HelperHarness::daemonOutput()
 {
     m_helperOutput += m_helper.readAllStandardOutput();

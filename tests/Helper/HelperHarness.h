@@ -76,6 +76,8 @@ public:
     // Starts the scripted daemon with these switches and waits until it serves.
     bool startDaemon(const QStringList& script);
     void stopDaemon();
+    // Ends the bus itself, as when the system bus goes away.
+    void stopBus();
     // How often the daemon received a call so far.
     int calls(const QString& name);
     QString daemonOutput();

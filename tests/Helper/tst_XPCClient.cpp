@@ -308,6 +308,20 @@ private Q_SLOTS:
         QCOMPARE(helper.daemonService->registers, 1);
     }
 
+    void busGoingAwayInvalidatesAPendingCall()
+    {
+        test::HelperHarness helper;
+        QVERIFY(helper.startDaemon({QStringLiteral("--silent")}));
+        SystemLogCapture log;
+        XPCClient& client = helper.client();
+        client.updateBuild();
+        QTRY_COMPARE(helper.calls(QStringLiteral("versionWithReply")), 1);
+        helper.stopBus();
+        QTRY_VERIFY(
+            log.has("[QuillaneClient] XPCClient: connection has been invalidated QuillaneClient"));
+        QVERIFY(!client.receivedReply());
+    }
+
     void waitingForTheDaemonTimesOutAfterSixtyTicks()
     {
         test::HelperHarness helper;
