@@ -7,6 +7,7 @@
 #include "Platform/ServiceManager.h"
 #include "Platform/UserDefaults.h"
 #include "Platform/VirtualScheduler.h"
+#include "TestSupport.h"
 
 #include <QProcess>
 #include <QTemporaryDir>
@@ -34,20 +35,6 @@ public:
     int currentStatus = ServiceHandle::NotRegistered;
     int registers = 0;
     int unregisters = 0;
-};
-
-// Answers alerts from a list of answers and remembers what was shown.
-class ScriptedAlerts final : public Alerts
-{
-public:
-    AlertAnswer runModal(const AlertRequest& request) override
-    {
-        shown.push_back(request);
-        return {answers.empty() ? AlertAnswer::firstButton : answers.takeFirst(), false};
-    }
-
-    QList<int> answers;
-    std::vector<AlertRequest> shown;
 };
 
 class CountingApplication final : public ApplicationControl

@@ -10,31 +10,6 @@
 using namespace quillane;
 using namespace std::chrono_literals;
 
-namespace
-{
-
-// Collects the system log's lines while it lives.
-class SystemLogCapture
-{
-public:
-    SystemLogCapture()
-        : m_previous(
-              SystemLog::replaceSink([this](std::string_view line) { m_lines.emplace_back(line); }))
-    {
-    }
-    ~SystemLogCapture() { SystemLog::replaceSink(m_previous); }
-    bool has(const std::string& line) const
-    {
-        return std::ranges::find(m_lines, line) != m_lines.end();
-    }
-    std::vector<std::string> m_lines;
-
-private:
-    SystemLog::Sink m_previous;
-};
-
-} // namespace
-
 class TestXPCClient : public QObject
 {
     Q_OBJECT
@@ -252,7 +227,7 @@ private Q_SLOTS:
 
         test::HelperHarness helper;
         QVERIFY(helper.startDaemon(script));
-        SystemLogCapture log;
+        test::SystemLogCapture log;
         QList<QVariant> removed;
         auto& center = NotificationCenter::defaultCenter();
         const auto token = center.addObserver(Constant::xpcDeleteName,
@@ -286,7 +261,7 @@ private Q_SLOTS:
     {
         test::HelperHarness helper;
         QVERIFY(helper.startDaemon({QStringLiteral("--exit-on-delete")}));
-        SystemLogCapture log;
+        test::SystemLogCapture log;
         XPCClient& client = helper.client();
         client.deleteFile(std::filesystem::path("/trash/files/x"));
         QTRY_VERIFY(
@@ -298,7 +273,7 @@ private Q_SLOTS:
     void missingDaemonInvalidatesAndReauthorises()
     {
         test::HelperHarness helper; // no daemon on the bus at all
-        SystemLogCapture log;
+        test::SystemLogCapture log;
         XPCClient& client = helper.client();
         QVERIFY(helper.appService->shouldGrantPrivilege());
         client.updateBuild();
@@ -312,7 +287,7 @@ private Q_SLOTS:
     {
         test::HelperHarness helper;
         QVERIFY(helper.startDaemon({QStringLiteral("--silent")}));
-        SystemLogCapture log;
+        test::SystemLogCapture log;
         XPCClient& client = helper.client();
         client.updateBuild();
         QTRY_COMPARE(helper.calls(QStringLiteral("versionWithReply")), 1);

@@ -51,17 +51,6 @@ QByteArray contents(const fs::path& file)
     return read.open(QIODevice::ReadOnly) ? read.readAll() : QByteArray();
 }
 
-class RecordingAlerts final : public Alerts
-{
-public:
-    AlertAnswer runModal(const AlertRequest& request) override
-    {
-        requests.push_back(request);
-        return {AlertAnswer::secondButton, true};
-    }
-    std::vector<AlertRequest> requests;
-};
-
 } // namespace
 
 class TestDebug : public QObject
@@ -181,13 +170,13 @@ private Q_SLOTS:
     void alert()
     {
         QFETCH(QString, message);
-        RecordingAlerts alerts;
+        test::ScriptedAlerts alerts;
         Debug::alert(alerts, message);
-        QCOMPARE(alerts.requests.size(), 1u);
-        QCOMPARE(alerts.requests[0].title, QStringLiteral("Quillane Alert"));
-        QCOMPARE(alerts.requests[0].informativeText, message);
-        QCOMPARE(alerts.requests[0].buttons, QStringList{QStringLiteral("Ok")});
-        QVERIFY(alerts.requests[0].suppressionText.isEmpty());
+        QCOMPARE(alerts.shown.size(), 1u);
+        QCOMPARE(alerts.shown[0].title, QStringLiteral("Quillane Alert"));
+        QCOMPARE(alerts.shown[0].informativeText, message);
+        QCOMPARE(alerts.shown[0].buttons, QStringList{QStringLiteral("Ok")});
+        QVERIFY(alerts.shown[0].suppressionText.isEmpty());
     }
 };
 

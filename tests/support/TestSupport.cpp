@@ -9,38 +9,6 @@
 namespace quillane::test
 {
 
-ConsoleCapture::ConsoleCapture()
-    : m_previous(Console::replaceSink([this](std::string_view line) {
-          std::lock_guard lock(m_mutex);
-          m_lines.emplace_back(line);
-      }))
-{
-}
-
-ConsoleCapture::~ConsoleCapture()
-{
-    Console::replaceSink(m_previous);
-}
-
-std::vector<std::string> ConsoleCapture::lines() const
-{
-    std::lock_guard lock(m_mutex);
-    return m_lines;
-}
-
-int ConsoleCapture::count(std::string_view prefix) const
-{
-    std::lock_guard lock(m_mutex);
-    return static_cast<int>(std::ranges::count_if(
-        m_lines, [&](const std::string& line) { return line.starts_with(prefix); }));
-}
-
-void ConsoleCapture::clear()
-{
-    std::lock_guard lock(m_mutex);
-    m_lines.clear();
-}
-
 void writeFile(const std::filesystem::path& path, std::string_view bytes)
 {
     std::filesystem::create_directories(path.parent_path());

@@ -1,8 +1,12 @@
 #pragma once
 
+#include "Platform/Alerts.h"
 #include "Platform/Console.h"
+#include "Platform/SystemLog.h"
 
+#include <QList>
 #include <QStringList>
+#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <mutex>
@@ -12,24 +16,66 @@
 namespace quillane::test
 {
 
-// Collects the console's lines while it lives.
-class ConsoleCapture
+// Collects the lines of a process-wide sink (Console, SystemLog) while it lives.
+template <class Log> class LineCapture
 {
 public:
-    ConsoleCapture();
-    ~ConsoleCapture();
-    ConsoleCapture(const ConsoleCapture&) = delete;
-    ConsoleCapture& operator=(const ConsoleCapture&) = delete;
+    LineCapture()
+        : m_previous(Log::replaceSink([this](std::string_view line) {
+              std::lock_guard lock(m_mutex);
+              m_lines.emplace_back(line);
+          }))
+    {
+    }
+    ~LineCapture() { Log::replaceSink(m_previous); }
+    LineCapture(const LineCapture&) = delete;
+    LineCapture& operator=(const LineCapture&) = delete;
 
-    std::vector<std::string> lines() const;
+    std::vector<std::string> lines() const
+    {
+        std::lock_guard lock(m_mutex);
+        return m_lines;
+    }
     // How many lines start with the prefix.
-    int count(std::string_view prefix) const;
-    void clear();
+    int count(std::string_view prefix) const
+    {
+        std::lock_guard lock(m_mutex);
+        return static_cast<int>(std::ranges::count_if(
+            m_lines, [&](const std::string& line) { return line.starts_with(prefix); }));
+    }
+    bool has(std::string_view line) const
+    {
+        std::lock_guard lock(m_mutex);
+        return std::ranges::find(m_lines, line) != m_lines.end();
+    }
+    void clear()
+    {
+        std::lock_guard lock(m_mutex);
+        m_lines.clear();
+    }
 
 private:
     mutable std::mutex m_mutex;
     std::vector<std::string> m_lines;
-    Console::Sink m_previous;
+    typename Log::Sink m_previous;
+};
+
+using ConsoleCapture = LineCapture<Console>;
+using SystemLogCapture = LineCapture<SystemLog>;
+
+// Answers alerts from a list of answers (the first button once the list is used up) and
+// remembers what was shown.
+class ScriptedAlerts final : public Alerts
+{
+public:
+    AlertAnswer runModal(const AlertRequest& request) override
+    {
+        shown.push_back(request);
+        return {answers.empty() ? AlertAnswer::firstButton : answers.takeFirst(), false};
+    }
+
+    QList<int> answers;
+    std::vector<AlertRequest> shown;
 };
 
 // Writes a file with the given bytes, making its folders.
