@@ -1,5 +1,7 @@
 #include "Platform/FileSystem.h"
 
+#include "DirHandle.h"
+
 #include <cerrno>
 #include <cstring>
 #include <dirent.h>
@@ -15,21 +17,6 @@ std::string describeErrno(const std::string& what, int error)
 {
     return what + ": " + std::strerror(error);
 }
-
-namespace
-{
-
-struct DirCloser {
-    void operator()(DIR* dir) const { closedir(dir); }
-};
-using DirHandle = std::unique_ptr<DIR, DirCloser>;
-
-bool isDotOrDotDot(const char* name)
-{
-    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
-}
-
-} // namespace
 
 Result<std::vector<std::string>> listDirectory(const std::filesystem::path& folder)
 {

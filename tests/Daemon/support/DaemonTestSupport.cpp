@@ -1,0 +1,243 @@
+#include "DaemonTestSupport.h"
+
+#include "TestSupport.h"
+
+#include <QDBusConnectionInterface>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTest>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <pwd.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+namespace quillane::test
+{
+
+namespace
+{
+
+const QString polkitd = QStringLiteral("/usr/lib/polkit-1/polkitd");
+constexpr int startTimeoutMs = 10000;
+constexpr QFile::Permissions readableByAll =
+    QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther;
+constexpr QFile::Permissions enterableByAll =
+    readableByAll | QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther;
+
+// One test per rule, in order: the first rule that matches answers.
+QString rulesScript(const QList<PolkitRule>& rules)
+{
+    QString script = QStringLiteral("polkit.addRule(function(action, subject) {\n");
+    for (const PolkitRule& rule : rules) {
+        QStringList conditions;
+        if (!rule.user.isEmpty())
+            conditions << QStringLiteral("subject.user == \"%1\"").arg(rule.user);
+        const QStringList ids =
+            rule.action.isEmpty() ? PolkitAuthority::actions : QStringList{rule.action};
+        conditions << QStringLiteral("[\"%1\"].indexOf(action.id) >= 0")
+                          .arg(ids.join(QStringLiteral("\", \"")));
+        script += QStringLiteral("    if (%1)\n        return polkit.Result.%2;\n")
+                      .arg(conditions.join(QStringLiteral(" && ")),
+                           rule.authorized ? QStringLiteral("YES") : QStringLiteral("NO"));
+    }
+    return script + QStringLiteral("    return polkit.Result.NOT_HANDLED;\n});\n");
+}
+
+bool writeReadable(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() &&
+           file.setPermissions(readableByAll);
+}
+
+} // namespace
+
+void dieWithParent(QProcess& process)
+{
+    process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
+}
+
+QString SystemBus::polkitConfig()
+{
+    return QStringLiteral(QUILLANE_DAEMON_BUS_CONFIG);
+}
+
+QString SystemBus::daemonConfig()
+{
+    return QStringLiteral(QUILLANE_POLICY_BUS_CONFIG);
+}
+
+SystemBus::SystemBus(const QString& config)
+    : m_connectionName(QStringLiteral("quillane-system-bus-%1").arg(quintptr(this)))
+{
+    // dbus-daemon keeps root here, so its death signal stays set; polkitd and the clients end
+    // when their bus does.
+    m_daemon.start(QStringLiteral("dbus-daemon"),
+                   {QStringLiteral("--config-file=") + config, QStringLiteral("--print-address"),
+                    QStringLiteral("--nofork")});
+    if (!m_daemon.waitForReadyRead(startTimeoutMs)) {
+        qWarning().noquote() << "dbus-daemon did not start:" << m_daemon.readAllStandardError();
+        return;
+    }
+    m_address = QString::fromLatin1(m_daemon.readLine().trimmed());
+    m_previousAddress = qgetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", m_address.toLatin1());
+    m_connection = QDBusConnection::connectToBus(m_address, m_connectionName);
+}
+
+SystemBus::~SystemBus()
+{
+    m_connection = QDBusConnection(QString());
+    QDBusConnection::disconnectFromBus(m_connectionName);
+    if (m_address.isEmpty())
+        return;
+    if (m_previousAddress.isEmpty())
+        qunsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    else
+        qputenv("DBUS_SYSTEM_BUS_ADDRESS", m_previousAddress);
+}
+
+bool SystemBus::hasOwner(const QString& name) const
+{
+    return isUp() && m_connection.interface()->isServiceRegistered(name).value();
+}
+
+QString SystemBus::waitForConnectionOf(qint64 pid, int timeoutMs) const
+{
+    QString found;
+    const bool connected = QTest::qWaitFor(
+        [&] {
+            const QStringList names = m_connection.interface()->registeredServiceNames().value();
+            for (const QString& name : names) {
+                if (name.startsWith(QLatin1Char(':')) &&
+                    m_connection.interface()->servicePid(name).value() == pid) {
+                    found = name;
+                    return true;
+                }
+            }
+            return false;
+        },
+        timeoutMs);
+    return connected ? found : QString();
+}
+
+const QString PolkitAuthority::serviceName = QStringLiteral("org.freedesktop.PolicyKit1");
+const QStringList PolkitAuthority::actions = {QStringLiteral("com.velmoric.quillane.delete-item"),
+                                              QStringLiteral("com.velmoric.quillane.uninstall")};
+
+PolkitAuthority::PolkitAuthority(const SystemBus& bus, const QList<PolkitRule>& rules) : m_bus(bus)
+{
+    // Bind mounts outside a private namespace would change the machine's own polkit.
+    if (!canMount()) {
+        m_error = QStringLiteral("needs root in a private mount namespace");
+        return;
+    }
+    if (!QFileInfo(polkitd).isExecutable()) {
+        m_error = polkitd + QStringLiteral(" is missing (package polkitd)");
+        return;
+    }
+    // polkitd reads its folders as the polkitd user once it has dropped root.
+    const QString actionsFolder = m_dir.filePath(QStringLiteral("actions"));
+    const QString rulesFolder = m_dir.filePath(QStringLiteral("rules.d"));
+    const QString noRulesFolder = m_dir.filePath(QStringLiteral("no-rules.d"));
+    for (const QString& folder : {actionsFolder, rulesFolder, noRulesFolder}) {
+        if (!QDir().mkpath(folder) || !QFile::setPermissions(folder, enterableByAll)) {
+            m_error = QStringLiteral("cannot make ") + folder;
+            return;
+        }
+    }
+    QFile actionSource(QStringLiteral(QUILLANE_POLKIT_ACTIONS));
+    if (!actionSource.open(QIODevice::ReadOnly) ||
+        !writeReadable(actionsFolder + QStringLiteral("/com.velmoric.quillane.policy"),
+                       actionSource.readAll()) ||
+        !writeReadable(rulesFolder + QStringLiteral("/50-quillane-test.rules"),
+                       rulesScript(rules).toUtf8())) {
+        m_error = QStringLiteral("cannot copy %1 and write the rules").arg(actionSource.fileName());
+        return;
+    }
+    if (!bind(actionsFolder, QStringLiteral("/usr/share/polkit-1/actions")) ||
+        !bind(rulesFolder, QStringLiteral("/usr/share/polkit-1/rules.d")) ||
+        !bind(noRulesFolder, QStringLiteral("/etc/polkit-1/rules.d")))
+        return;
+
+    // Dropping to its own user clears its death signal; polkitd then ends with the bus.
+    m_polkitd.start(polkitd, {QStringLiteral("--no-debug")});
+    const bool settled = QTest::qWaitFor(
+        [&] { return m_polkitd.state() == QProcess::NotRunning || bus.hasOwner(serviceName); },
+        startTimeoutMs);
+    if (!settled || !bus.hasOwner(serviceName))
+        m_error = QStringLiteral("polkitd did not take its name: ") +
+                  QString::fromLocal8Bit(m_polkitd.readAllStandardError());
+}
+
+PolkitAuthority::~PolkitAuthority()
+{
+    if (m_polkitd.state() != QProcess::NotRunning) {
+        m_polkitd.kill();
+        m_polkitd.waitForFinished();
+        // The next authority on this bus must not mistake this one's name for its own.
+        if (!QTest::qWaitFor([&] { return !m_bus.hasOwner(serviceName); }, startTimeoutMs))
+            qWarning("polkitd's name outlived it");
+    }
+    for (auto target = m_mounted.crbegin(); target != m_mounted.crend(); ++target)
+        ::umount2(QFile::encodeName(*target).constData(), MNT_DETACH);
+}
+
+bool PolkitAuthority::bind(const QString& folder, const QString& target)
+{
+    if (::mount(QFile::encodeName(folder).constData(), QFile::encodeName(target).constData(),
+                nullptr, MS_BIND, nullptr) != 0) {
+        m_error = QStringLiteral("cannot bind %1 over %2: %3")
+                      .arg(folder, target, QString::fromLocal8Bit(std::strerror(errno)));
+        return false;
+    }
+    m_mounted << target;
+    return true;
+}
+
+const QString TestUser::defaultName = QStringLiteral("quillane-test");
+
+TestUser::TestUser(const QString& home, const QString& name) : m_name(name), m_home(home)
+{
+    const auto lookUp = [this] {
+        if (const passwd* entry = ::getpwnam(QFile::encodeName(m_name).constData())) {
+            m_uid = entry->pw_uid;
+            m_gid = entry->pw_gid;
+        }
+        return isValid();
+    };
+    // A test beside this one may make the user at the same time: then its useradd fails and
+    // the second lookup finds the user all the same.
+    if (!lookUp() && ::getuid() == 0) {
+        run(QStringLiteral("useradd"),
+            {QStringLiteral("--no-create-home"), QStringLiteral("--home-dir"),
+             QStringLiteral("/nonexistent"), QStringLiteral("--shell"),
+             QStringLiteral("/usr/sbin/nologin"), m_name});
+        lookUp();
+    }
+    if (isValid() && (!QDir().mkpath(m_home) ||
+                      ::chown(QFile::encodeName(m_home).constData(), m_uid, m_gid) != 0))
+        m_uid = 0;
+}
+
+void TestUser::start(QProcess& process, const QString& program, const QStringList& arguments) const
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("HOME"), m_home);
+    process.setProcessEnvironment(environment);
+    process.setWorkingDirectory(m_home);
+    // setpriv sets the death signal again after changing user, which clears it.
+    dieWithParent(process);
+    process.start(QStringLiteral("setpriv"),
+                  QStringList{QStringLiteral("--reuid"), QString::number(m_uid),
+                              QStringLiteral("--regid"), QString::number(m_gid),
+                              QStringLiteral("--init-groups"), QStringLiteral("--pdeathsig"),
+                              QStringLiteral("KILL"), QStringLiteral("--"), program} +
+                      arguments);
+}
+
+} // namespace quillane::test

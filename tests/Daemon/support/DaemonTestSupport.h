@@ -1,0 +1,123 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <QList>
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+#include <sys/types.h>
+
+// What the daemon's end-to-end tests stand on: a private system bus, the real polkitd on it
+// answering by the test's own rules, and an unprivileged user to run clients as.
+namespace quillane::test
+{
+
+// Makes the child die with the test process, even when the test is killed.
+void dieWithParent(QProcess& process);
+
+// A child process that dies with the test and is killed, not abandoned, with its object.
+class ChildProcess : public QProcess
+{
+public:
+    ChildProcess() { dieWithParent(*this); }
+    ~ChildProcess() override
+    {
+        kill();
+        waitForFinished();
+    }
+};
+
+// A private dbus-daemon of the system type. While it lives, DBUS_SYSTEM_BUS_ADDRESS names it,
+// so the children started meanwhile find it as their system bus.
+class SystemBus
+{
+public:
+    // The system bus's default rules with the daemon's and polkit's bus policies.
+    static QString polkitConfig();
+    // The same rules with the daemon's bus policy only (tests/Helper).
+    static QString daemonConfig();
+
+    explicit SystemBus(const QString& config = polkitConfig());
+    ~SystemBus();
+    SystemBus(const SystemBus&) = delete;
+    SystemBus& operator=(const SystemBus&) = delete;
+
+    bool isUp() const { return m_connection.isConnected(); }
+    QString address() const { return m_address; }
+    // This process's own connection; as root it may stand in for the daemon.
+    QDBusConnection connection() const { return m_connection; }
+    bool hasOwner(const QString& name) const;
+    // The unique name of the connection that the process opened, once it has; empty on timeout.
+    QString waitForConnectionOf(qint64 pid, int timeoutMs = 10000) const;
+
+private:
+    ChildProcess m_daemon;
+    QString m_address;
+    QString m_connectionName;
+    QByteArray m_previousAddress;
+    QDBusConnection m_connection{QString()};
+};
+
+// polkit's answer for a user (empty: anyone) and an action (empty: each of the daemon's).
+struct PolkitRule {
+    QString user;
+    bool authorized = false;
+    QString action = {};
+};
+
+// The real polkitd on the bus. Its actions and rules folders are replaced, in this test's
+// private mount namespace only, by folders holding the daemon's action file
+// (daemon/polkit) and a rules file made from the given rules: the first rule that matches
+// answers, and where none does the action's defaults apply.
+class PolkitAuthority
+{
+public:
+    static const QString serviceName;
+    static const QStringList actions;
+
+    PolkitAuthority(const SystemBus& bus, const QList<PolkitRule>& rules);
+    ~PolkitAuthority();
+    PolkitAuthority(const PolkitAuthority&) = delete;
+    PolkitAuthority& operator=(const PolkitAuthority&) = delete;
+
+    // Whether polkitd owns its name on the bus; error() says why not.
+    bool isRunning() const { return m_error.isEmpty(); }
+    QString error() const { return m_error; }
+
+private:
+    bool bind(const QString& folder, const QString& target);
+
+    const SystemBus& m_bus;
+    QTemporaryDir m_dir;
+    QStringList m_mounted;
+    ChildProcess m_polkitd;
+    QString m_error;
+};
+
+// An unprivileged user, made if missing (useradd, without a home of its own) and kept for
+// later runs: removing it could pull it from under a test running beside this one. Each
+// instance gives the user a fresh home folder, which the processes it starts get as HOME.
+class TestUser
+{
+public:
+    static const QString defaultName;
+
+    explicit TestUser(const QString& home, const QString& name = defaultName);
+
+    bool isValid() const { return m_uid != 0; }
+    QString name() const { return m_name; }
+    uid_t uid() const { return m_uid; }
+    gid_t gid() const { return m_gid; }
+    QString home() const { return m_home; }
+    // Starts the program as this user (setpriv) with the test's environment and HOME.
+    void start(QProcess& process, const QString& program, const QStringList& arguments) const;
+
+private:
+    QString m_name;
+    QString m_home;
+    uid_t m_uid = 0;
+    gid_t m_gid = 0;
+};
+
+} // namespace quillane::test

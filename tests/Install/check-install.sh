@@ -1,0 +1,76 @@
+#!/bin/sh
+# Installs the build into a scratch prefix, then once more through a DESTDIR staging folder,
+# and checks what lands where: the programs, the daemon's unit, bus and polkit files, and the
+# manifest the daemon's uninstall operation reads.
+#
+# usage: check-install.sh CMAKE BUILD_DIR SOURCE_DIR DAEMON_BUILT LIBEXECDIR DATADIR UNIT_DIR
+set -eu
+cmake=$1 build=$2 source=$3 daemon_built=$4 libexec=$5 data=$6 units=$7
+
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+fail() {
+    echo "FAIL: $*" >&2
+    exit 1
+}
+
+# full PREFIX DIR: DIR as installed for PREFIX
+full() {
+    case $2 in
+    /*) echo "$2" ;;
+    *) echo "$1/$2" ;;
+    esac
+}
+
+# check STAGE PREFIX: the tree installed for PREFIX, found under STAGE$PREFIX
+check() {
+    stage=$1 prefix=$2
+    unit=$(full "$prefix" "$units")/quillane-daemon.service
+    manifest=$(full "$prefix" "$data")/quillane/install-manifest.txt
+    daemon=$(full "$prefix" "$libexec")/quillane-daemon
+    dbus=$(full "$prefix" "$data")/dbus-1
+
+    if [ ! -e "$stage$unit" ] && [ "$daemon_built" = 0 ]; then
+        echo "SKIP: this build has neither the helper daemon nor its install rules yet"
+        exit 77
+    fi
+    [ -x "$stage$prefix/bin/quillane" ] || fail "no $prefix/bin/quillane"
+    if [ "$daemon_built" = 1 ]; then
+        [ -x "$stage$daemon" ] || fail "no $daemon"
+    fi
+    cmp "$source/daemon/dbus/com.velmoric.QuillaneDaemon.conf" \
+        "$stage$dbus/system.d/com.velmoric.QuillaneDaemon.conf" || fail "bus policy"
+    cmp "$source/daemon/polkit/com.velmoric.quillane.policy" \
+        "$stage$(full "$prefix" "$data")/polkit-1/actions/com.velmoric.quillane.policy" ||
+        fail "polkit actions"
+
+    grep -qx "ExecStart=$daemon --application $prefix/bin/quillane --manifest $manifest" \
+        "$stage$unit" || fail "the unit does not start $daemon for this installation"
+    # The bus asks systemd for the alias that enabling the unit creates.
+    activation=$stage$dbus/system-services/com.velmoric.QuillaneDaemon.service
+    grep -qx "Name=com.velmoric.QuillaneDaemon" "$activation" || fail "activation file"
+    alias=$(sed -n 's/^Alias=//p' "$stage$unit")
+    grep -qx "SystemdService=${alias:?the unit has no alias}" "$activation" ||
+        fail "the activation file does not name the unit's alias $alias"
+
+    # Exactly the installed files, each in a folder the daemon may write to remove it.
+    find "$stage$prefix" -type f -o -type l | sed "s|^$stage||" | sort >"$scratch/found"
+    sort "$stage$manifest" >"$scratch/listed"
+    diff "$scratch/found" "$scratch/listed" || fail "the manifest is not the installed files"
+    while read -r file; do
+        grep -qx "ReadWritePaths=-${file%/*}" "$stage$unit" ||
+            fail "the unit leaves the folder of $file read-only"
+    done <"$stage$manifest"
+}
+
+"$cmake" --install "$build" --prefix "$scratch/prefix" >"$scratch/log" ||
+    { cat "$scratch/log"; fail "cmake --install --prefix"; }
+check "" "$scratch/prefix"
+
+DESTDIR=$scratch/stage "$cmake" --install "$build" --prefix "$scratch/final" >"$scratch/log" ||
+    { cat "$scratch/log"; fail "cmake --install with DESTDIR"; }
+[ ! -e "$scratch/final" ] || fail "DESTDIR was ignored"
+check "$scratch/stage" "$scratch/final"
+
+echo "PASS"
