@@ -71,18 +71,21 @@ set(QUILLANE_INSTALL_MANIFEST "${manifest}")
 set(installed ${CMAKE_INSTALL_MANIFEST_FILES} "${unit}" "${manifest}")
 list(REMOVE_DUPLICATES installed)
 
-# systemd reads quotes, backslashes, white space and % in a path as syntax.
-foreach(file IN LISTS installed ITEMS "${full_libexec_dir}/quillane-daemon")
-    if(file MATCHES "[\"'\\% \t\n]")
-        message(FATAL_ERROR "The daemon's unit cannot name the installed file \"${file}\"")
-    endif()
-endforeach()
 set(folders)
 foreach(file IN LISTS installed)
     get_filename_component(folder "${file}" DIRECTORY)
     list(APPEND folders "${folder}")
 endforeach()
 list(REMOVE_DUPLICATES folders)
+# systemd reads quotes, backslashes, white space and % in a path as syntax. The unit names the
+# two programs, the manifest and the folders of the installed files, never the files themselves,
+# so a resource such as "empty trash.aif" may have a space in its name.
+foreach(path IN LISTS folders ITEMS "${full_libexec_dir}/quillane-daemon"
+        "${CMAKE_INSTALL_FULL_BINDIR}/quillane" "${manifest}")
+    if(path MATCHES "[\"'\\% \t\n]")
+        message(FATAL_ERROR "The daemon's unit cannot name \"${path}\"")
+    endif()
+endforeach()
 list(SORT folders)
 list(TRANSFORM folders PREPEND "ReadWritePaths=-")
 list(JOIN folders "\n" QUILLANE_READ_WRITE_PATHS)

@@ -90,6 +90,16 @@ QString toTable(const std::vector<LocationReport>& reports)
     return table;
 }
 
+void whenFirstListed(VolumeObserver& observer, std::function<void()> ready)
+{
+    auto connection = std::make_shared<QMetaObject::Connection>();
+    *connection = QObject::connect(&observer, &VolumeObserver::listPublished, &observer,
+                                   [connection, ready = std::move(ready)] {
+                                       QObject::disconnect(*connection);
+                                       ready();
+                                   });
+}
+
 int runListCommand(bool json)
 {
     // Diagnostics go to standard error, so that what is printed here stays machine-readable.
@@ -99,10 +109,7 @@ int runListCommand(bool json)
     VolumeObserver observer(platform);
 
     QFutureWatcher<std::vector<LocationReport>> reports;
-    bool reporting = false;
-    QObject::connect(&observer, &VolumeObserver::listPublished, &observer, [&] {
-        if (std::exchange(reporting, true))
-            return; // the first complete list is the one reported
+    whenFirstListed(observer, [&] {
         reports.setFuture(QtConcurrent::run([volumes = observer.volumes(), &platform] {
             std::vector<LocationReport> result;
             for (const Volume& volume : volumes)

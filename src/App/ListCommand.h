@@ -3,6 +3,7 @@
 #include <QJsonArray>
 #include <QString>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -10,6 +11,7 @@ namespace quillane
 {
 
 class Volume;
+class VolumeObserver;
 class VolumeNames;
 
 // One location as `quillane list` reports it.
@@ -28,6 +30,9 @@ LocationReport reportLocation(const Volume& volume, const VolumeNames& volumeNam
 QJsonArray toJson(const std::vector<LocationReport>& reports);
 // A table with a header line, one line per location.
 QString toTable(const std::vector<LocationReport>& reports);
+
+// Calls ready once, with the first complete list of locations the observer publishes.
+void whenFirstListed(VolumeObserver& observer, std::function<void()> ready);
 
 // `quillane list [--json]`: waits for the first complete list of locations, prints it to
 // standard output and returns the exit code.

@@ -1,3 +1,4 @@
+#include "App/EmptyCommand.h"
 #include "App/ListCommand.h"
 #include "Platform/BuildInfo.h"
 
@@ -15,12 +16,16 @@ int main(int argc, char* argv[])
     parser.setApplicationDescription(QStringLiteral(
         "Quillane shows the trash of every location (your home, each mounted volume, cloud "
         "folders) and empties one at a time.\n\nCommands:\n"
-        "  list [--json]   Print every trash location with its item count and size."));
+        "  list [--json]            Print every trash location with its item count and size.\n"
+        "  empty LOCATION [--yes]   Empty the trash of one location, named as list shows it."));
     parser.addHelpOption();
     parser.addVersionOption();
     const QCommandLineOption jsonOption(QStringLiteral("json"),
                                         QStringLiteral("With list: print a JSON array."));
     parser.addOption(jsonOption);
+    const QCommandLineOption yesOption(QStringLiteral("yes"),
+                                       QStringLiteral("With empty: do not ask first."));
+    parser.addOption(yesOption);
     parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list"),
                                  QStringLiteral("[command]"));
     parser.process(app);
@@ -33,6 +38,9 @@ int main(int argc, char* argv[])
     }
     if (arguments.size() == 1 && arguments.first() == QStringLiteral("list"))
         return quillane::runListCommand(parser.isSet(jsonOption));
+
+    if (arguments.size() == 2 && arguments.first() == QStringLiteral("empty"))
+        return quillane::runEmptyCommand(arguments[1], parser.isSet(yesOption));
 
     std::fprintf(stderr, "quillane: unknown command \"%s\"; see quillane --help\n",
                  qPrintable(arguments.join(QLatin1Char(' '))));

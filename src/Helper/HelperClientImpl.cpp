@@ -1,6 +1,6 @@
 #include "HelperClientImpl.h"
 
-#include "Constant.h"
+#include "Platform/Constant.h"
 #include "Platform/NotificationCenter.h"
 #include "Platform/Scheduler.h"
 #include "Platform/SystemLog.h"
@@ -31,6 +31,12 @@ void HelperClientImpl::deleteResultWithUrl(const QByteArray& url, const QStringL
     const std::string location = url.toStdString();
     if (!error.isEmpty()) {
         SystemLog::write("URL: " + location + ", Error " + error.first().toStdString());
+        // Not counted as removed; told to whoever waits on the outcome (the command line).
+        m_mainQueue.post([url, reason = error.first()] {
+            NotificationCenter::defaultCenter().post({Constant::xpcDeleteFailedName,
+                                                      QVariant(url),
+                                                      {{Constant::deleteErrorKey, reason}}});
+        });
         return;
     }
     SystemLog::write("URL: " + location + ", Removed");

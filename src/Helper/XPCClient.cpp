@@ -1,6 +1,6 @@
 #include "XPCClient.h"
 
-#include "Constant.h"
+#include "Platform/Constant.h"
 #include "HelperClientAdaptor.h"
 #include "HelperClientImpl.h"
 #include "Platform/Alerts.h"

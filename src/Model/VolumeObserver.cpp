@@ -2,13 +2,17 @@
 
 #include "FolderMonitor.h"
 #include "Platform/Console.h"
+#include "Platform/Constant.h"
 #include "Platform/FileSystem.h"
 #include "Platform/FolderWatcher.h"
 #include "Platform/MountTable.h"
 #include "Platform/MountWatcher.h"
+#include "Platform/NotificationCenter.h"
 #include "Platform/Scheduler.h"
+#include "Platform/SoundPlayer.h"
 #include "Platform/TrashLocator.h"
 #include "Platform/UserDefaults.h"
+#include "TrashEmptier.h"
 
 #include <QPointer>
 #include <algorithm>
@@ -26,6 +30,8 @@ namespace
 
 const QString showDropboxKey = QStringLiteral("ShowDropbox");
 constexpr auto publicationDelay = 500ms;
+// From the last item accounted for to the sound and the refresh.
+constexpr auto completionDelay = 500ms;
 
 // Mount points that are parts of a system rather than places for files.
 constexpr std::string_view systemVolumeNames[] = {"VM",         "Preboot",  "Update", "xarts",
@@ -72,8 +78,9 @@ std::vector<Volume> scanVolumes(const Platform& platform, const std::vector<fs::
 
 } // namespace
 
-VolumeObserver::VolumeObserver(const Platform& platform, QObject* parent)
-    : QObject(parent), m_platform(platform)
+VolumeObserver::VolumeObserver(const Platform& platform, EmptyingServices emptying, QObject* parent)
+    : QObject(parent), m_platform(platform), m_emptying(std::move(emptying)),
+      m_emptier(std::make_unique<TrashEmptier>(platform.mainQueue, platform.workQueue))
 {
     Console::writeLine("Hello from VolumeObserver");
     checkFDA();
@@ -81,10 +88,17 @@ VolumeObserver::VolumeObserver(const Platform& platform, QObject* parent)
     updateVolumes();
     connect(&m_platform.mountWatcher, &MountWatcher::mounted, this, &VolumeObserver::didMount);
     connect(&m_platform.mountWatcher, &MountWatcher::unmounted, this, &VolumeObserver::didUnmount);
+    QPointer<VolumeObserver> self(this);
+    m_deletionObserver = NotificationCenter::defaultCenter().addObserver(
+        Constant::xpcDeleteName, [self](const Notification& notification) {
+            if (self)
+                self->xpcDidDelete(notification);
+        });
 }
 
 VolumeObserver::~VolumeObserver()
 {
+    NotificationCenter::defaultCenter().removeObserver(m_deletionObserver);
     for (const auto& monitor : m_monitorEvents)
         monitor->stopMonitoring();
 }
@@ -272,6 +286,114 @@ void VolumeObserver::didMount(const fs::path& path)
     Console::writeLine("Mounted: ", path.native());
     std::erase(m_unmounted, withoutTrailingSlash(path));
     updateVolumes();
+}
+
+} // namespace quillane
+
+namespace quillane
+{
+
+void VolumeObserver::setProgress(double progress)
+{
+    m_progress = std::clamp(progress, 0.0, 1.0);
+    Q_EMIT progressChanged();
+}
+
+void VolumeObserver::setActiveVolume(std::optional<Volume> volume)
+{
+    m_activeVolume = std::move(volume);
+    Q_EMIT activeVolumeChanged();
+}
+
+void VolumeObserver::emptySelectedTrash(const Volume& volume)
+{
+    if (!volume.trashURL())
+        return;
+    QPointer<VolumeObserver> self(this);
+    TrashEmptier::Reports reports;
+    reports.listingFailed = [](const std::string&) { Console::writeLine("there was a problem"); };
+    reports.started = [self, volume](long long count) {
+        if (!self)
+            return;
+        // Each emptying counts from zero, with its skipped entries settled already.
+        self->m_itemsToDelete = count;
+        self->m_itemsDeleted = 0;
+        self->setActiveVolume(volume);
+    };
+    reports.outcome = [self](const TrashEmptier::Outcome& outcome) {
+        if (!self)
+            return;
+        using Kind = TrashEmptier::Outcome::Kind;
+        if (outcome.kind == Kind::Removed) {
+            self->handleProgress(outcome.location);
+            return;
+        }
+        Console::writeLine(outcome.error);
+        if (outcome.kind == Kind::NeedsPrivilege) {
+            if (self->m_emptying.deleteWithPrivilege)
+                self->m_emptying.deleteWithPrivilege(outcome.location);
+            return;
+        }
+        if (self->m_emptying.alert)
+            self->m_emptying.alert(QStringLiteral("There was a problem deleting the file.\n(") +
+                                   QString::fromStdString(outcome.error));
+        if (!self)
+            return;
+        self->handleProgress(outcome.location);
+        self->m_emptier->resume();
+    };
+    reports.finished = [self] {
+        if (self)
+            self->m_platform.mainQueue.post([self] {
+                if (self)
+                    self->setActiveVolume(std::nullopt);
+            });
+    };
+    m_emptier->empty(*volume.trashURL(), std::move(reports));
+}
+
+void VolumeObserver::handleProgress(const std::optional<fs::path>& url)
+{
+    if (!url || !m_itemsToDelete)
+        return;
+    ++m_itemsDeleted;
+    // A report after a completed emptying (nothing left to count) reads as complete.
+    setProgress(*m_itemsToDelete > 0
+                    ? static_cast<double>(m_itemsDeleted) / static_cast<double>(*m_itemsToDelete)
+                    : 1.0);
+    if (m_itemsDeleted < *m_itemsToDelete)
+        return;
+    setProgress(1.0);
+    QPointer<VolumeObserver> self(this);
+    m_platform.mainQueue.postAfter(completionDelay, [self] {
+        if (!self)
+            return;
+        self->playSound("empty trash.aif");
+        self->setProgress(0.0);
+        self->m_itemsToDelete = 0;
+        self->m_itemsDeleted = 0;
+        self->updateVolumes();
+        Q_EMIT self->emptyingCompleted();
+    });
+}
+
+void VolumeObserver::xpcDidDelete(const Notification& notification)
+{
+    Console::writeLine(notification.name.toStdString());
+    const QByteArray location = notification.object.toByteArray();
+    if (location.isEmpty())
+        return;
+    handleProgress(fs::path(location.toStdString()));
+}
+
+void VolumeObserver::playSound(const std::string& name)
+{
+    if (!m_emptying.findResource || !m_emptying.sound)
+        return;
+    const auto file = m_emptying.findResource(name);
+    if (!file)
+        qFatal("Unable to find %s in bundle", name.c_str());
+    m_emptying.sound->play(*file, [](const std::string& error) { Console::writeLine(error); });
 }
 
 } // namespace quillane

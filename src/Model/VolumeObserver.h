@@ -5,7 +5,9 @@
 
 #include <QObject>
 #include <filesystem>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace quillane
@@ -13,8 +15,21 @@ namespace quillane
 
 class FolderMonitor;
 class FolderWatch;
+class SoundPlayer;
+class TrashEmptier;
+struct Notification;
 class MountTable;
 class TrashLocator;
+
+// What an emptying needs beyond the platform: the hand-over of an item the user may not
+// remove to the privileged helper, the alert for a failed item, the completion sound and
+// where it lies. Missing ones are skipped (the command line plays no sound).
+struct EmptyingServices {
+    std::function<void(const std::filesystem::path&)> deleteWithPrivilege;
+    std::function<void(const QString& message)> alert;
+    SoundPlayer* sound = nullptr;
+    std::function<std::optional<std::filesystem::path>(const std::string&)> findResource;
+};
 
 // The model of the panel: every trash location in display order (mounted volumes in mount
 // order, then iCloud Drive, then cloud-storage providers), rebuilt at start-up, on every mount
@@ -28,9 +43,13 @@ class VolumeObserver : public QObject
     Q_OBJECT
     Q_PROPERTY(std::vector<quillane::Volume> volumes READ volumes NOTIFY volumesChanged)
     Q_PROPERTY(bool fdaGranted READ fdaGranted NOTIFY fdaGrantedChanged)
+    Q_PROPERTY(
+        std::optional<quillane::Volume> activeVolume READ activeVolume NOTIFY activeVolumeChanged)
+    Q_PROPERTY(double progress READ progress NOTIFY progressChanged)
 
 public:
-    explicit VolumeObserver(const Platform& platform, QObject* parent = nullptr);
+    explicit VolumeObserver(const Platform& platform, EmptyingServices emptying = {},
+                            QObject* parent = nullptr);
     ~VolumeObserver() override;
 
     const std::vector<Volume>& volumes() const { return m_volumes; }
@@ -41,7 +60,16 @@ public:
     }
     const Platform& platform() const { return m_platform; }
 
+    const std::optional<Volume>& activeVolume() const { return m_activeVolume; }
+    double progress() const { return m_progress; }
+    std::optional<long long> itemsToDelete() const { return m_itemsToDelete; }
+    long long itemsDeleted() const { return m_itemsDeleted; }
+
     // Called on the main thread.
+    void emptySelectedTrash(const Volume& volume);
+    void handleProgress(const std::optional<std::filesystem::path>& url);
+    void xpcDidDelete(const Notification& notification);
+    void playSound(const std::string& name);
     void updateVolumes();
     void updateMonitors();
     void handleVolume(const Volume& volume, const std::shared_ptr<FolderMonitor>& monitor);
@@ -62,13 +90,19 @@ public:
 Q_SIGNALS:
     void volumesChanged();
     void fdaGrantedChanged();
+    void activeVolumeChanged();
+    void progressChanged();
     // A rebuilt list was published and the monitors were rebuilt for it.
     void listPublished();
+    // An emptying accounted for all its items; its completion step has run.
+    void emptyingCompleted();
 
 private:
     void checkFDA();
     void setVolumes(std::vector<Volume> volumes);
     void watchForHomeTrash();
+    void setProgress(double progress);
+    void setActiveVolume(std::optional<Volume> volume);
 
     Platform m_platform;
     std::vector<Volume> m_volumes;
@@ -76,6 +110,13 @@ private:
     std::vector<std::filesystem::path> m_unmounted;
     std::vector<std::shared_ptr<FolderMonitor>> m_monitorEvents;
     std::unique_ptr<FolderWatch> m_homeTrashWatch;
+    EmptyingServices m_emptying;
+    std::unique_ptr<TrashEmptier> m_emptier;
+    std::optional<long long> m_itemsToDelete;
+    long long m_itemsDeleted = 0;
+    std::optional<Volume> m_activeVolume;
+    double m_progress = 0;
+    std::uint64_t m_deletionObserver = 0;
 };
 
 } // namespace quillane

@@ -297,13 +297,11 @@ private:
         chmod((m_stage / "manifest.txt").c_str(), 0644);
 
         m_daemon = std::make_unique<test::ChildProcess>();
-        m_daemon->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        m_daemon->start(QStringLiteral(QUILLANE_DAEMON),
-                        {QStringLiteral("--application"),
-                         QString::fromStdString((m_stage / "bin/quillane").native()),
-                         QStringLiteral("--manifest"),
-                         QString::fromStdString((m_stage / "manifest.txt").native())});
-        QTRY_VERIFY(m_bus->hasOwner(QStringLiteral("com.velmoric.QuillaneDaemon")));
+        QVERIFY(test::startDaemon(*m_daemon, *m_bus, QStringLiteral(QUILLANE_DAEMON),
+                                  {QStringLiteral("--application"),
+                                   QString::fromStdString((m_stage / "bin/quillane").native()),
+                                   QStringLiteral("--manifest"),
+                                   QString::fromStdString((m_stage / "manifest.txt").native())}));
     }
 
     bool makeDeepTree(const fs::path& top, int depth)

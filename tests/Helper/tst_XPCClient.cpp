@@ -1,4 +1,4 @@
-#include "Helper/Constant.h"
+#include "Platform/Constant.h"
 #include "HelperHarness.h"
 #include "Platform/NotificationCenter.h"
 #include "Platform/SystemLog.h"

@@ -22,7 +22,7 @@ void ModelHarness::setMounts(
 
 VolumeObserver& ModelHarness::start()
 {
-    observer = std::make_unique<VolumeObserver>(platform());
+    observer = std::make_unique<VolumeObserver>(platform(), emptying);
     settle();
     return *observer;
 }

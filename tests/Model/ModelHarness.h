@@ -58,6 +58,7 @@ struct ModelHarness {
     InotifyFolderWatcher folders;
     SettingsUserDefaults defaults;
     DiskLabels labels;
+    EmptyingServices emptying;
     std::unique_ptr<VolumeObserver> observer;
 };
 

@@ -16,6 +16,12 @@ void writeFile(const std::filesystem::path& path, std::string_view bytes)
         .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
+std::string readFile(const std::filesystem::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
 void makeFolder(const std::filesystem::path& path)
 {
     std::filesystem::create_directories(path);

@@ -81,6 +81,7 @@ public:
 // Writes a file with the given bytes, making its folders.
 void writeFile(const std::filesystem::path& path, std::string_view bytes = "x");
 void makeFolder(const std::filesystem::path& path);
+std::string readFile(const std::filesystem::path& path);
 
 // Runs a command, failing the test with its output when it does not exit 0.
 bool run(const QString& program, const QStringList& arguments, QString* output = nullptr);

@@ -240,4 +240,14 @@ void TestUser::start(QProcess& process, const QString& program, const QStringLis
                       arguments);
 }
 
+bool startDaemon(ChildProcess& daemon, const SystemBus& bus, const QString& program,
+                 const QStringList& arguments)
+{
+    daemon.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    daemon.start(program, arguments);
+    return daemon.waitForStarted() &&
+           QTest::qWaitFor(
+               [&] { return bus.hasOwner(QStringLiteral("com.velmoric.QuillaneDaemon")); }, 10000);
+}
+
 } // namespace quillane::test

@@ -59,6 +59,10 @@ private:
     QDBusConnection m_connection{QString()};
 };
 
+// Starts the real daemon (as root, this process's user) on the bus and waits until it serves.
+bool startDaemon(ChildProcess& daemon, const SystemBus& bus, const QString& program,
+                 const QStringList& arguments = {});
+
 // polkit's answer for a user (empty: anyone) and an action (empty: each of the daemon's).
 struct PolkitRule {
     QString user;

@@ -1,0 +1,196 @@
+#include "EmptyCommand.h"
+
+#include "App/ListCommand.h"
+#include "Helper/XPCClient.h"
+#include "Model/VolumeObserver.h"
+#include "Platform/Alerts.h"
+#include "Platform/ApplicationControl.h"
+#include "Platform/Console.h"
+#include "Platform/Constant.h"
+#include "Platform/NotificationCenter.h"
+#include "Platform/UserDefaults.h"
+#include "Platform/linux/LinuxPlatform.h"
+#include "Shell/Display.h"
+#include "Shell/HelperLink.h"
+
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusInterface>
+#include <QDBusReply>
+#include <cstdio>
+#include <iostream>
+#include <string>
+#include <unistd.h>
+
+namespace quillane
+{
+
+namespace
+{
+
+enum ExitCode {
+    Completed = 0,
+    Cancelled = 1,
+    UnknownLocation = 2,
+    HelperUnreachable = 3,
+    Refused = 4
+};
+
+// Alerts on a terminal: the title and the text on standard error; the first answer is taken.
+class TerminalAlerts final : public Alerts
+{
+public:
+    AlertAnswer runModal(const AlertRequest& request) override
+    {
+        std::fprintf(stderr, "%s: %s\n", qPrintable(request.title),
+                     qPrintable(request.informativeText));
+        return {};
+    }
+};
+
+class TerminalApplication final : public ApplicationControl
+{
+public:
+    void terminate() override { QCoreApplication::exit(Cancelled); }
+};
+
+bool matches(const Volume& volume, const QString& location, const VolumeNames& names)
+{
+    const auto same = [&](const std::optional<std::filesystem::path>& path) {
+        return path && (displayPath(*path) == location ||
+                        displayPath(*path) + QLatin1Char('/') == location);
+    };
+    return displayText(volume.name(names)) == location || same(volume.volPath()) ||
+           same(volume.trashURL());
+}
+
+bool confirmed(const QString& name, int items)
+{
+    std::fprintf(stderr, "Empty the trash of %s (%d %s)? The items cannot be restored. [y/N] ",
+                 qPrintable(name), items, items == 1 ? "item" : "items");
+    std::fflush(stderr);
+    std::string answer;
+    if (!std::getline(std::cin, answer))
+        return false;
+    return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+void drawProgress(double fraction)
+{
+    if (!isatty(STDERR_FILENO))
+        return;
+    constexpr int width = 30;
+    const int filled = static_cast<int>(fraction * width + 0.5);
+    std::fprintf(stderr, "\r[%s%s] %3d%%",
+                 std::string(static_cast<std::size_t>(filled), '#').c_str(),
+                 std::string(static_cast<std::size_t>(width - filled), ' ').c_str(),
+                 static_cast<int>(fraction * 100 + 0.5));
+    std::fflush(stderr);
+}
+
+// Whether the daemon answers; the bus starts it if it is registered.
+QString helperProblem()
+{
+    QDBusInterface helper(QStringLiteral("com.velmoric.QuillaneDaemon"),
+                          QStringLiteral("/com/velmoric/QuillaneDaemon"),
+                          QStringLiteral("com.velmoric.QuillaneDaemon.TrashHelper"),
+                          QDBusConnection::systemBus());
+    const QDBusMessage reply = helper.call(QStringLiteral("versionWithReply"));
+    return reply.type() == QDBusMessage::ErrorMessage ? reply.errorMessage() : QString();
+}
+
+} // namespace
+
+int runEmptyCommand(const QString& location, bool yes)
+{
+    Console::toStandardError();
+    LinuxPlatform linux;
+    const Platform platform = linux.platform();
+    TerminalAlerts alerts;
+    TerminalApplication application;
+    HelperLink helper(platform.mainQueue, platform.defaults, alerts, application);
+
+    int handedOver = 0;
+    int refused = 0;
+    bool loopDone = false;
+    QString unreachable;
+    EmptyingServices emptying;
+    emptying.deleteWithPrivilege = [&](const std::filesystem::path& item) {
+        if (handedOver++ == 0)
+            unreachable = helperProblem();
+        if (unreachable.isEmpty())
+            helper.client().deleteFile(item);
+    };
+    emptying.alert = [](const QString& message) {
+        std::fprintf(stderr, "\n%s\n", qPrintable(message));
+    };
+    VolumeObserver observer(platform, emptying);
+
+    // The emptying is over when every hand-over has been answered and nothing else is left.
+    const auto settleIfStuck = [&] {
+        if (!loopDone || observer.activeVolume())
+            return;
+        if (!unreachable.isEmpty()) {
+            std::fprintf(stderr,
+                         "\nquillane: %d item(s) need the helper daemon, which is not "
+                         "reachable: %s\n",
+                         handedOver, qPrintable(unreachable));
+            QCoreApplication::exit(HelperUnreachable);
+        } else if (refused > 0 &&
+                   observer.itemsDeleted() + refused >= observer.itemsToDelete().value_or(0)) {
+            std::fprintf(stderr, "\nquillane: the helper daemon did not remove %d item(s)\n",
+                         refused);
+            QCoreApplication::exit(Refused);
+        }
+    };
+    const auto failures = NotificationCenter::defaultCenter().addObserver(
+        Constant::xpcDeleteFailedName, [&](const Notification& notification) {
+            ++refused;
+            std::fprintf(
+                stderr, "\n%s: %s\n", notification.object.toByteArray().constData(),
+                qPrintable(notification.userInfo.value(Constant::deleteErrorKey).toString()));
+            settleIfStuck();
+        });
+
+    QObject::connect(&observer, &VolumeObserver::progressChanged, &observer,
+                     [&] { drawProgress(observer.progress()); });
+    QObject::connect(&observer, &VolumeObserver::activeVolumeChanged, &observer, [&] {
+        if (!observer.activeVolume() && observer.itemsToDelete()) {
+            loopDone = true;
+            settleIfStuck();
+        }
+    });
+    QObject::connect(&observer, &VolumeObserver::emptyingCompleted, &observer, [&] {
+        if (isatty(STDERR_FILENO))
+            std::fputc('\n', stderr);
+        QCoreApplication::exit(Completed);
+    });
+
+    whenFirstListed(observer, [&] {
+        const auto& volumes = observer.volumes();
+        const auto volume = std::ranges::find_if(
+            volumes, [&](const Volume& v) { return matches(v, location, platform.volumeNames); });
+        if (volume == volumes.end() || !volume->trashURL()) {
+            std::fprintf(stderr, "quillane: no trash at \"%s\"; see quillane list\n",
+                         qPrintable(location));
+            QCoreApplication::exit(UnknownLocation);
+            return;
+        }
+        platform.defaults.synchronize();
+        const bool ask =
+            !yes && !platform.defaults.boolValue(QStringLiteral("DeleteCheckSupression"));
+        if (ask &&
+            !confirmed(displayText(volume->name(platform.volumeNames)), volume->itemCount())) {
+            std::fprintf(stderr, "quillane: nothing was removed\n");
+            QCoreApplication::exit(Cancelled);
+            return;
+        }
+        const Volume chosen = *volume;
+        observer.emptySelectedTrash(chosen);
+    });
+    const int code = QCoreApplication::exec();
+    NotificationCenter::defaultCenter().removeObserver(failures);
+    return code;
+}
+
+} // namespace quillane

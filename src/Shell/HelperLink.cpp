@@ -1,0 +1,36 @@
+#include "HelperLink.h"
+
+#include "Helper/VLAppService.h"
+#include "Helper/XPCClient.h"
+#include "Platform/BundleInfo.h"
+#include "Platform/QtScheduler.h"
+#include "Platform/linux/AutostartEntry.h"
+#include "Platform/linux/DesktopLoginItemsSettings.h"
+#include "Platform/linux/SystemdUnitService.h"
+
+namespace quillane
+{
+
+HelperLink::HelperLink(Scheduler& mainQueue, UserDefaults& defaults, Alerts& alerts,
+                       ApplicationControl& application, QDBusConnection bus)
+    : m_registrationQueue(std::make_unique<ThreadWorkQueue>()),
+      m_loginItemsSettings(
+          std::make_unique<DesktopLoginItemsSettings>(DesktopLoginItemsSettings::fromEnvironment()))
+{
+    const BundleInfo bundle = BundleInfo::current();
+    m_appService = std::make_unique<VLAppService>(
+        std::make_unique<SystemdUnitService>(bus),
+        std::make_unique<AutostartEntry>(AutostartEntry::configHomeFromEnvironment(),
+                                         bundle.executablePath.value_or("quillane")),
+        *m_loginItemsSettings, *m_registrationQueue);
+    m_client = std::make_unique<XPCClient>(
+        XPCClient::Services{bus, mainQueue, *m_appService, defaults, alerts, application, bundle});
+}
+
+HelperLink::~HelperLink()
+{
+    m_client.reset();
+    m_registrationQueue.reset(); // a registration in flight finishes first
+}
+
+} // namespace quillane

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <memory>
+
+namespace quillane
+{
+
+class Alerts;
+class ApplicationControl;
+class AutostartEntry;
+class DesktopLoginItemsSettings;
+class Scheduler;
+class SystemdUnitService;
+class ThreadWorkQueue;
+class UserDefaults;
+class VLAppService;
+class XPCClient;
+
+// The helper link as the application runs it: the daemon's systemd unit and the autostart
+// entry as registrations, and the client on the system bus.
+class HelperLink
+{
+public:
+    HelperLink(Scheduler& mainQueue, UserDefaults& defaults, Alerts& alerts,
+               ApplicationControl& application, QDBusConnection bus = QDBusConnection::systemBus());
+    ~HelperLink();
+
+    XPCClient& client() { return *m_client; }
+    VLAppService& appService() { return *m_appService; }
+
+private:
+    std::unique_ptr<ThreadWorkQueue> m_registrationQueue;
+    std::unique_ptr<DesktopLoginItemsSettings> m_loginItemsSettings;
+    std::unique_ptr<VLAppService> m_appService;
+    std::unique_ptr<XPCClient> m_client;
+};
+
+} // namespace quillane

@@ -1,0 +1,197 @@
+#include "Platform/BundleInfo.h"
+#include "Platform/multimedia/QtSoundPlayer.h"
+
+#include <QAudioDevice>
+#include <QAudioOutput>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QMediaDevices>
+#include <QMediaPlayer>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QUrl>
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+using namespace quillane;
+namespace fs = std::filesystem;
+
+namespace
+{
+
+const std::string soundName = "empty trash.aif";
+
+std::uint32_t bigEndian(const std::string& bytes, std::size_t at, int size)
+{
+    std::uint32_t value = 0;
+    for (int i = 0; i < size; ++i)
+        value = value << 8 | static_cast<unsigned char>(bytes.at(at + i));
+    return value;
+}
+
+// Every error a play reports, and whether one came before play() returned.
+struct Errors {
+    std::vector<std::string> texts;
+    bool insidePlay = false;
+    bool playing = false;
+
+    void play(SoundPlayer& player, const fs::path& file)
+    {
+        playing = true;
+        player.play(file, [this](const std::string& error) {
+            insidePlay = insidePlay || playing;
+            texts.push_back(error);
+        });
+        playing = false;
+    }
+    // Whether a second error follows the first: GStreamer sends several for one failure.
+    bool more() const
+    {
+        return QTest::qWaitFor([&] { return texts.size() > 1; }, 1000);
+    }
+};
+
+} // namespace
+
+class TestSoundPlayer : public QObject
+{
+    Q_OBJECT
+
+private:
+    fs::path m_sound;
+    QTemporaryDir m_scratch;
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        const auto sound = BundleInfo::current().resource(soundName);
+        QVERIFY(sound);
+        m_sound = *sound;
+    }
+
+    // The sound ships as 16-bit mono AIFF, shorter than a second and not silent.
+    void soundIsShortAiff()
+    {
+        std::ifstream in(m_sound, std::ios::binary);
+        const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+        QVERIFY(bytes.size() > 12 && bytes.starts_with("FORM") && bytes.substr(8, 4) == "AIFF");
+
+        std::uint32_t frames = 0;
+        double rate = 0;
+        int peak = 0;
+        for (std::size_t at = 12; at + 8 <= bytes.size();) {
+            const std::string id = bytes.substr(at, 4);
+            const std::size_t size = bigEndian(bytes, at + 4, 4);
+            QVERIFY(at + 8 + size <= bytes.size());
+            if (id == "COMM") {
+                QCOMPARE(bigEndian(bytes, at + 8, 2), 1u);   // channels
+                QCOMPARE(bigEndian(bytes, at + 14, 2), 16u); // bits a sample
+                frames = bigEndian(bytes, at + 10, 4);
+                // An 80-bit extended float: 15 bits of exponent, 64 of mantissa.
+                const int exponent = static_cast<int>(bigEndian(bytes, at + 16, 2) & 0x7fff);
+                const double mantissa =
+                    std::ldexp(bigEndian(bytes, at + 18, 4), 32) + bigEndian(bytes, at + 22, 4);
+                rate = std::ldexp(mantissa, exponent - 16383 - 63);
+            } else if (id == "SSND") {
+                const std::size_t first = at + 16 + bigEndian(bytes, at + 8, 4);
+                for (std::size_t sample = first; sample + 2 <= at + 8 + size; sample += 2)
+                    peak = std::max(
+                        peak, std::abs(static_cast<std::int16_t>(bigEndian(bytes, sample, 2))));
+            }
+            at += 8 + size + size % 2;
+        }
+        QVERIFY2(rate == 22050 || rate == 44100, QByteArray::number(rate).constData());
+        QVERIFY(frames > rate / 5 && frames < rate);
+        QVERIFY2(peak > 32767 / 4, QByteArray::number(peak).constData());
+    }
+
+    // Qt Multimedia decodes it here: the backend has what it needs for AIFF.
+    void qtDecodesTheSound()
+    {
+        QMediaPlayer player;
+        QAudioOutput output;
+        player.setAudioOutput(&output);
+        player.setSource(QUrl::fromLocalFile(QFile::decodeName(m_sound.c_str())));
+        QTRY_VERIFY_WITH_TIMEOUT(player.mediaStatus() == QMediaPlayer::LoadedMedia ||
+                                     player.mediaStatus() == QMediaPlayer::InvalidMedia,
+                                 20000);
+        QVERIFY2(player.error() == QMediaPlayer::NoError, qPrintable(player.errorString()));
+        QVERIFY2(player.duration() > 200 && player.duration() < 1000,
+                 QByteArray::number(player.duration()).constData());
+    }
+
+    void reportsWhatItCannotPlay_data()
+    {
+        QTest::addColumn<QString>("content"); // empty: no file at all
+        QTest::newRow("missing file") << QString();
+        QTest::newRow("not a sound") << QStringLiteral("FORM, but nothing of a sound");
+    }
+
+    // Told that there is an output, it reports the file's failure once, after play() returned.
+    void reportsWhatItCannotPlay()
+    {
+        QFETCH(QString, content);
+        const fs::path file = m_scratch.filePath(QStringLiteral("sound.aif")).toStdString();
+        fs::remove(file);
+        if (!content.isEmpty())
+            std::ofstream(file) << content.toStdString();
+
+        QtSoundPlayer player([] { return true; });
+        Errors errors;
+        errors.play(player, file);
+        QTRY_COMPARE_WITH_TIMEOUT(errors.texts.size(), 1u, 10000);
+        QVERIFY(!errors.insidePlay);
+        QVERIFY(!errors.texts.front().empty());
+        QVERIFY(errors.texts.front() != "no audio output device");
+        QVERIFY(!errors.more());
+    }
+
+    void reportsNoOutput()
+    {
+        QtSoundPlayer player([] { return false; });
+        Errors errors;
+        errors.play(player, m_sound);
+        QTRY_COMPARE(errors.texts, std::vector<std::string>{"no audio output device"});
+        QVERIFY(!errors.insidePlay);
+        QVERIFY(!errors.more());
+    }
+
+    // A play replaced by the next one says nothing more, even when it was bound to fail.
+    void replacedPlayIsSilent()
+    {
+        QtSoundPlayer player([] { return true; });
+        Errors replaced, next;
+        replaced.play(player, m_scratch.filePath(QStringLiteral("none")).toStdString());
+        next.play(player, m_scratch.filePath(QStringLiteral("none either")).toStdString());
+        QTRY_COMPARE_WITH_TIMEOUT(next.texts.size(), 1u, 10000);
+        QVERIFY(!next.more());
+        QCOMPARE(replaced.texts.size(), 0u);
+    }
+
+    // The real sound on this machine's output, if it has one: play() returns at once, and with
+    // no output the player says so.
+    void playsOnTheDefaultOutput()
+    {
+        const bool hasOutput = !QMediaDevices::defaultAudioOutput().isNull();
+        Errors errors;
+        {
+            QtSoundPlayer player;
+            QElapsedTimer clock;
+            clock.start();
+            errors.play(player, m_sound);
+            QVERIFY2(clock.elapsed() < 500, QByteArray::number(clock.elapsed()).constData());
+            if (!hasOutput)
+                QTRY_COMPARE(errors.texts, std::vector<std::string>{"no audio output device"});
+            else
+                (void)QTest::qWaitFor([&] { return !errors.texts.empty(); }, 1500);
+        }
+        QVERIFY(!errors.insidePlay);
+    }
+};
+
+QTEST_MAIN(TestSoundPlayer)
+#include "tst_SoundPlayer.moc"
