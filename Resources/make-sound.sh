@@ -22,7 +22,7 @@ voice() {
 
 # crackle START LENGTH CENTRE WIDTH GAIN: a burst of band-passed noise with a sharp attack.
 crackle() {
-    voice "$1" "$2" whitenoise band "$3" "$4" fade q 0.002 "$2" "$(echo "$2 * 0.7" | bc -l)" \
+    voice "$1" "$2" whitenoise band "$3" "$4" fade q 0.002 "$2" "$(awk "BEGIN { print $2 * 0.7 }")" \
         gain "$5"
 }
 

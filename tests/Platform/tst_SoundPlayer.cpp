@@ -16,6 +16,8 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <string>
+#include <vector>
 
 using namespace quillane;
 namespace fs = std::filesystem;
