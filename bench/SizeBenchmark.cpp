@@ -14,13 +14,11 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <linux/magic.h>
 #include <optional>
 #include <spawn.h>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <sys/statfs.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -28,7 +26,9 @@
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
+using quillane::bench::fileSystemName;
 using quillane::bench::printablePath;
+using quillane::bench::ScratchFolder;
 
 namespace
 {
@@ -140,66 +140,6 @@ std::optional<Options> parseArguments(int argc, char** argv)
         }
     }
     return options;
-}
-
-// A folder of our own, made fresh inside the given one and removed with everything in it.
-class ScratchFolder
-{
-public:
-    explicit ScratchFolder(const fs::path& parent)
-    {
-        std::string pattern = (parent / "quillane-bench-XXXXXX").native();
-        if (!mkdtemp(pattern.data()))
-            throw std::runtime_error("cannot make a scratch folder in " + printablePath(parent) +
-                                     ": " + std::strerror(errno));
-        m_path = pattern;
-    }
-    ScratchFolder(const ScratchFolder&) = delete;
-    ScratchFolder& operator=(const ScratchFolder&) = delete;
-    ~ScratchFolder()
-    {
-        std::fputs("removing the scratch folder\n", stderr);
-        std::error_code error;
-        fs::remove_all(m_path, error);
-        if (error)
-            std::fprintf(stderr, "quillane-bench-size: could not remove %s: %s\n",
-                         printablePath(m_path).c_str(), error.message().c_str());
-    }
-
-    const fs::path& path() const { return m_path; }
-
-private:
-    fs::path m_path;
-};
-
-std::string fileSystemName(const fs::path& path)
-{
-    struct statfs info {
-    };
-    if (statfs(path.c_str(), &info) != 0)
-        return "an unknown file system";
-    switch (static_cast<unsigned long>(info.f_type)) {
-    case EXT4_SUPER_MAGIC:
-        return "ext4";
-    case XFS_SUPER_MAGIC:
-        return "xfs";
-    case BTRFS_SUPER_MAGIC:
-        return "btrfs";
-    case TMPFS_MAGIC:
-        return "tmpfs";
-    case OVERLAYFS_SUPER_MAGIC:
-        return "overlayfs";
-    case NFS_SUPER_MAGIC:
-        return "nfs";
-    case F2FS_SUPER_MAGIC:
-        return "f2fs";
-    default: {
-        char name[32];
-        std::snprintf(name, sizeof name, "file system 0x%lx",
-                      static_cast<unsigned long>(info.f_type));
-        return name;
-    }
-    }
 }
 
 // du -s --block-size=1 FOLDER as a child process; returns its total in bytes.

@@ -6,11 +6,14 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <random>
 #include <stdexcept>
 #include <string>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <unistd.h>
 #include <vector>
 
@@ -93,12 +96,14 @@ public:
         m_tree.files = m_options.root / "files";
         makeFolder(m_options.root);
         makeFolder(m_tree.files);
-        // A real trash has info/ beside files/; we do not size it, so it stays empty.
+        // A real trash has info/ beside files/; sizing does not read it.
         makeFolder(m_options.root / "info");
         m_foldersAndLinks.push_back(m_tree.files);
 
         while (m_remaining > 0)
             addItem();
+        if (m_options.trashInfo)
+            writeTrashInfo();
 
         for (const fs::path& path : m_foldersAndLinks) {
             struct stat info {
@@ -252,6 +257,61 @@ private:
         ++m_tree.links;
     }
 
+    // One record per item at the top of files/, named after it, saying where it came from.
+    void writeTrashInfo()
+    {
+        const fs::path info = m_options.root / "info";
+        DIR* folder = opendir(m_tree.files.c_str());
+        if (!folder)
+            fail("cannot list", m_tree.files, errno);
+        std::vector<std::string> names;
+        while (const dirent* entry = readdir(folder)) {
+            const std::string name = entry->d_name;
+            if (name != "." && name != "..")
+                names.push_back(name);
+        }
+        closedir(folder);
+
+        m_tree.topItems = names.size();
+        for (const std::string& name : names) {
+            // No trash writer could have recorded a name that leaves no room for the suffix;
+            // such an item stays without a record, as a stray one would.
+            if (name.size() + std::strlen(".trashinfo") > nameMax)
+                continue;
+            const std::string record =
+                "[Trash Info]\nPath=" + percentEncoded("/home/someone/Documents/" + name) +
+                "\nDeletionDate=2024-05-01T12:00:00\n";
+            const fs::path path = info / (name + ".trashinfo");
+            checkInterrupted();
+            const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+            if (fd < 0)
+                fail("cannot create", path, errno);
+            writeAll(fd, record.data(), record.size(), path);
+            if (close(fd) != 0)
+                fail("cannot close", path, errno);
+            ++m_tree.trashInfos;
+        }
+    }
+
+    // A record's path keeps ASCII letters, digits, "-._~" and "/"; every other byte is %XX.
+    static std::string percentEncoded(const std::string& path)
+    {
+        std::string text;
+        for (const char c : path) {
+            const bool kept = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                              (c >= '0' && c <= '9') || c == '-' || c == '.' || c == '_' ||
+                              c == '~' || c == '/';
+            if (kept) {
+                text += c;
+                continue;
+            }
+            char escaped[4];
+            std::snprintf(escaped, sizeof escaped, "%%%02X", static_cast<unsigned char>(c));
+            text += escaped;
+        }
+        return text;
+    }
+
     void addFolder(const fs::path& path)
     {
         makeFolder(path);
@@ -344,6 +404,55 @@ void makeBigFile(const fs::path& path, std::uint64_t bytes)
     close(fd);
     if (error != 0)
         fail("cannot allocate", path, error);
+}
+
+std::string fileSystemName(const fs::path& path)
+{
+    struct statfs info {
+    };
+    if (statfs(path.c_str(), &info) != 0)
+        return "an unknown file system";
+    switch (static_cast<unsigned long>(info.f_type)) {
+    case EXT4_SUPER_MAGIC:
+        return "ext4";
+    case XFS_SUPER_MAGIC:
+        return "xfs";
+    case BTRFS_SUPER_MAGIC:
+        return "btrfs";
+    case TMPFS_MAGIC:
+        return "tmpfs";
+    case OVERLAYFS_SUPER_MAGIC:
+        return "overlayfs";
+    case NFS_SUPER_MAGIC:
+        return "nfs";
+    case F2FS_SUPER_MAGIC:
+        return "f2fs";
+    default: {
+        char name[32];
+        std::snprintf(name, sizeof name, "file system 0x%lx",
+                      static_cast<unsigned long>(info.f_type));
+        return name;
+    }
+    }
+}
+
+ScratchFolder::ScratchFolder(const fs::path& parent)
+{
+    std::string pattern = (parent / "quillane-bench-XXXXXX").native();
+    if (!mkdtemp(pattern.data()))
+        throw std::runtime_error("cannot make a scratch folder in " + printablePath(parent) + ": " +
+                                 std::strerror(errno));
+    m_path = pattern;
+}
+
+ScratchFolder::~ScratchFolder()
+{
+    std::fputs("removing the scratch folder\n", stderr);
+    std::error_code error;
+    fs::remove_all(m_path, error);
+    if (error)
+        std::fprintf(stderr, "could not remove the scratch folder %s: %s\n",
+                     printablePath(m_path).c_str(), error.message().c_str());
 }
 
 } // namespace quillane::bench

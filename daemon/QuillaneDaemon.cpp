@@ -3,6 +3,7 @@
 #include "CallerTrash.h"
 #include "HelperClientProxy.h"
 #include "Platform/BuildInfo.h"
+#include "Platform/FileSystem.h"
 #include "Platform/SafeRemoval.h"
 #include "Platform/SystemLog.h"
 #include "Platform/linux/ProcMountTable.h"
@@ -12,6 +13,7 @@
 #include <QDBusMessage>
 #include <QFile>
 #include <QTimer>
+#include <cstdio>
 #include <fcntl.h>
 #include <fstream>
 #include <pwd.h>
@@ -39,18 +41,32 @@ std::optional<fs::path> homeOf(uid_t uid)
     if (getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) != 0 || !found ||
         !found->pw_dir)
         return std::nullopt;
-    return fs::path(found->pw_dir);
+    return withoutTrailingSlash(fs::path(found->pw_dir));
 }
 
-std::vector<fs::path> mountPoints(const fs::path& mountinfo)
+std::vector<MountEntry> mountTable(const fs::path& mountinfo)
 {
     std::ifstream file(mountinfo, std::ios::binary);
     std::ostringstream text;
     text << file.rdbuf();
-    std::vector<fs::path> points;
-    for (const MountEntry& entry : ProcMountTable::parse(text.str()))
-        points.push_back(entry.mountPoint);
-    return points;
+    return ProcMountTable::parse(text.str());
+}
+
+// Log text from a caller: control bytes escaped, and not without end.
+std::string printable(const QByteArray& bytes)
+{
+    std::string text;
+    for (const char c : bytes.left(512)) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7f || byte == '\\') {
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
+            text += escaped;
+        } else {
+            text += c;
+        }
+    }
+    return bytes.size() > 512 ? text + "..." : text;
 }
 
 // Folders of the caller's part of a trash: real folders (the walk never follows a link) that
@@ -113,32 +129,97 @@ void QuillaneDaemon::deleteFile(const QByteArray& url)
         reportDeletion(caller, url, QStringLiteral("the caller could not be identified"));
         return;
     }
-    m_polkit.check(caller, deleteAction, this,
-                   [this, caller, url, uid = *uid](bool authorized, const QString& error) {
-                       if (!authorized) {
-                           reportDeletion(caller, url,
-                                          error.isEmpty() ? QStringLiteral("not authorized")
-                                                          : error);
-                           return;
-                       }
-                       reportDeletion(caller, url, removeItem(url.toStdString(), uid));
-                   });
+    // What can be refused without asking anyone is refused at once, so that no request waits
+    // on an administrator for nothing.
+    if (url.size() > maxPathBytes) {
+        reportDeletion(caller, url, QStringLiteral("the path is too long"));
+        return;
+    }
+    if (const QString problem = checkPlace(url.toStdString(), *uid); !problem.isEmpty()) {
+        reportDeletion(caller, url, problem);
+        return;
+    }
+    // One request of a caller at a time, in order; the bus allows only so many unanswered
+    // calls, and a caller who leaves polkit's question open must not hold up everyone else.
+    auto queue = m_waiting.find(caller);
+    if (queue == m_waiting.end()) {
+        if (m_waiting.size() >= maxWaitingCallers) {
+            reportDeletion(caller, url, QStringLiteral("too many callers are waiting; try again"));
+            return;
+        }
+        queue = m_waiting.emplace(caller, std::deque<Deletion>()).first;
+    }
+    if (queue->second.size() >= maxWaitingPerCaller) {
+        reportDeletion(caller, url, QStringLiteral("too many requests are waiting; try again"));
+        return;
+    }
+    queue->second.push_back({url, *uid});
+    if (queue->second.size() == 1)
+        deleteNext(caller);
+}
+
+void QuillaneDaemon::deleteNext(const QString& caller)
+{
+    const auto queue = m_waiting.find(caller);
+    if (queue == m_waiting.end())
+        return;
+    if (queue->second.empty()) {
+        m_waiting.erase(queue);
+        return;
+    }
+    const Deletion request = queue->second.front();
+    m_polkit.check(
+        caller, deleteAction, this, [this, caller, request](bool authorized, const QString& error) {
+            if (!authorized)
+                reportDeletion(caller, request.url,
+                               error.isEmpty() ? QStringLiteral("not authorized") : error);
+            else
+                reportDeletion(caller, request.url,
+                               removeItem(request.url.toStdString(), request.uid));
+            if (const auto done = m_waiting.find(caller); done != m_waiting.end()) {
+                done->second.pop_front();
+                deleteNext(caller);
+            }
+        });
 }
 
 void QuillaneDaemon::reportDeletion(const QString& caller, const QByteArray& url,
                                     const QString& error)
 {
-    SystemLog::write("deleteFile " + url.toStdString() + ": " +
-                     (error.isEmpty() ? std::string("removed") : error.toStdString()));
+    SystemLog::write("deleteFile " + printable(url) + ": " +
+                     (error.isEmpty() ? std::string("removed") : printable(error.toUtf8())));
     HelperClientProxy client(caller, clientPath, m_bus);
     client.deleteResultWithUrl(url, error.isEmpty() ? QStringList() : QStringList{error});
 }
 
-QString QuillaneDaemon::removeItem(const fs::path& item, uid_t uid) const
+QString QuillaneDaemon::checkPlace(const fs::path& item, uid_t uid) const
 {
     const auto home = homeOf(uid);
-    const auto place = findCallerTrash(item, uid, home.value_or(fs::path()),
-                                       mountPoints(m_installation.mountinfo));
+    const auto mounts = mountTable(m_installation.mountinfo);
+    std::vector<fs::path> points;
+    for (const MountEntry& mount : mounts)
+        points.push_back(mount.mountPoint);
+    const auto place = findCallerTrash(item, uid, home.value_or(fs::path()), points);
+    if (!place)
+        return QString::fromStdString(place.error());
+    // A volume whose files live elsewhere (a network share, a user's own filesystem) is no
+    // place for root to remove things: it could hang the daemon or hide what it touches.
+    const auto mount = std::ranges::find(mounts, place->anchor, &MountEntry::mountPoint);
+    if (place->anchor != home && mount != mounts.end() &&
+        (!mount->local || mount->fsType.starts_with("fuse") || mount->fsType == "autofs"))
+        return QString::fromStdString(place->anchor.native() + ": not a local volume");
+    return {};
+}
+
+QString QuillaneDaemon::removeItem(const fs::path& item, uid_t uid) const
+{
+    if (const QString problem = checkPlace(item, uid); !problem.isEmpty())
+        return problem;
+    const auto home = homeOf(uid);
+    std::vector<fs::path> points;
+    for (const MountEntry& mount : mountTable(m_installation.mountinfo))
+        points.push_back(mount.mountPoint);
+    const auto place = findCallerTrash(item, uid, home.value_or(fs::path()), points);
     if (!place)
         return errnoText(place.error());
 

@@ -6,7 +6,9 @@
 #include <QDBusContext>
 #include <QObject>
 #include <QStringList>
+#include <deque>
 #include <filesystem>
+#include <map>
 #include <vector>
 
 namespace quillane::daemon
@@ -38,6 +40,17 @@ public:
     void deleteFile(const QByteArray& url);
 
 private:
+    struct Deletion {
+        QByteArray url;
+        uid_t uid;
+    };
+    static constexpr qsizetype maxPathBytes = 4096;
+    static constexpr std::size_t maxWaitingCallers = 32;
+    static constexpr std::size_t maxWaitingPerCaller = 10000;
+
+    void deleteNext(const QString& caller);
+    // Why the path is no entry of the caller's own trash on a local volume; empty when it is.
+    QString checkPlace(const std::filesystem::path& item, uid_t uid) const;
     // The uid behind the calling connection, or nothing when the bus will not say.
     std::optional<uid_t> callerUid() const;
     void reportDeletion(const QString& caller, const QByteArray& url, const QString& error);
@@ -47,6 +60,7 @@ private:
     QDBusConnection m_bus;
     Installation m_installation;
     PolkitAuthority m_polkit;
+    std::map<QString, std::deque<Deletion>> m_waiting; // per caller; the first is in progress
 };
 
 } // namespace quillane::daemon

@@ -12,6 +12,7 @@
 #include "Platform/linux/LinuxPlatform.h"
 #include "Shell/Display.h"
 #include "Shell/HelperLink.h"
+#include "Shell/MainThreadStallMeter.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -19,6 +20,7 @@
 #include <QDBusReply>
 #include <cstdio>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <unistd.h>
 
@@ -101,7 +103,7 @@ QString helperProblem()
 
 } // namespace
 
-int runEmptyCommand(const QString& location, bool yes)
+int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
 {
     Console::toStandardError();
     LinuxPlatform linux;
@@ -188,8 +190,15 @@ int runEmptyCommand(const QString& location, bool yes)
         const Volume chosen = *volume;
         observer.emptySelectedTrash(chosen);
     });
+    std::unique_ptr<MainThreadStallMeter> stalls;
+    if (reportStalls) {
+        stalls = std::make_unique<MainThreadStallMeter>();
+        stalls->start();
+    }
     const int code = QCoreApplication::exec();
     NotificationCenter::defaultCenter().removeObserver(failures);
+    if (stalls)
+        std::fprintf(stderr, "%s\n", qPrintable(stalls->report()));
     return code;
 }
 

@@ -26,6 +26,11 @@ int main(int argc, char* argv[])
     const QCommandLineOption yesOption(QStringLiteral("yes"),
                                        QStringLiteral("With empty: do not ask first."));
     parser.addOption(yesOption);
+    // For the benchmarks: with empty, the longest main-thread stall on standard error at the end.
+    QCommandLineOption stallsOption(QStringLiteral("report-stalls"),
+                                    QStringLiteral("With empty: report the longest stall."));
+    stallsOption.setFlags(QCommandLineOption::HiddenFromHelp);
+    parser.addOption(stallsOption);
     parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list"),
                                  QStringLiteral("[command]"));
     parser.process(app);
@@ -40,7 +45,8 @@ int main(int argc, char* argv[])
         return quillane::runListCommand(parser.isSet(jsonOption));
 
     if (arguments.size() == 2 && arguments.first() == QStringLiteral("empty"))
-        return quillane::runEmptyCommand(arguments[1], parser.isSet(yesOption));
+        return quillane::runEmptyCommand(arguments[1], parser.isSet(yesOption),
+                                         parser.isSet(stallsOption));
 
     std::fprintf(stderr, "quillane: unknown command \"%s\"; see quillane --help\n",
                  qPrintable(arguments.join(QLatin1Char(' '))));

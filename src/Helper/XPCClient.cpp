@@ -1,11 +1,11 @@
 #include "XPCClient.h"
 
-#include "Platform/Constant.h"
 #include "HelperClientAdaptor.h"
 #include "HelperClientImpl.h"
 #include "Platform/Alerts.h"
 #include "Platform/ApplicationControl.h"
 #include "Platform/Console.h"
+#include "Platform/Constant.h"
 #include "Platform/Scheduler.h"
 #include "Platform/SystemLog.h"
 #include "Platform/UserDefaults.h"
@@ -33,6 +33,7 @@ constexpr int registrationWaitLimit = 60;
 constexpr auto registerDelay = 500ms;
 constexpr auto refreshBuildDelay = 1000ms;
 const QString uninstallAccepted = QStringLiteral("Uninstalling");
+constexpr int uninstallTimeoutMs = 6 * 60 * 1000;
 const QString timeoutText = QStringLiteral(
     "The Quillane helper is required for Quillane to function correctly. Restarting your Mac "
     "and relaunching Quillane may address the issue.");
@@ -55,41 +56,27 @@ QString loginName()
 
 } // namespace
 
-// One connection to the daemon: a fresh HelperClientImpl exported on the bus, a proxy for the
-// daemon's object, and a watch on the daemon's name. The bus connection itself is shared.
+// One connection to the daemon: a proxy for the daemon's object and a watch on the daemon's
+// name. The bus connection and the exported HelperClient are the client's own, for its whole
+// life, so that a report already on its way is never dropped with a replaced connection.
 class HelperConnection
 {
 public:
-    HelperConnection(QDBusConnection bus, Scheduler& mainQueue, std::function<void()> interrupted)
-        : m_bus(std::move(bus))
+    HelperConnection(const QDBusConnection& bus, std::function<void()> interrupted)
     {
-        if (!m_bus.isConnected())
+        if (!bus.isConnected())
             return;
-        m_client = std::make_unique<HelperClientImpl>(mainQueue);
-        new HelperClientAdaptor(m_client.get()); // owned by the exported object
-        m_bus.unregisterObject(Constant::clientObjectPath);
-        m_bus.registerObject(Constant::clientObjectPath, m_client.get(),
-                             QDBusConnection::ExportAdaptors);
         m_proxy = std::make_unique<TrashHelperProxy>(Constant::helperMachLabel,
-                                                     Constant::helperObjectPath, m_bus);
+                                                     Constant::helperObjectPath, bus);
         m_watcher = std::make_unique<QDBusServiceWatcher>(
-            Constant::helperMachLabel, m_bus, QDBusServiceWatcher::WatchForUnregistration);
+            Constant::helperMachLabel, bus, QDBusServiceWatcher::WatchForUnregistration);
         QObject::connect(m_watcher.get(), &QDBusServiceWatcher::serviceUnregistered,
                          std::move(interrupted));
-    }
-
-    ~HelperConnection()
-    {
-        // A newer connection may have exported its own object at the path already.
-        if (m_client && m_bus.objectRegisteredAt(Constant::clientObjectPath) == m_client.get())
-            m_bus.unregisterObject(Constant::clientObjectPath);
     }
 
     TrashHelperProxy* proxy() const { return m_proxy.get(); }
 
 private:
-    QDBusConnection m_bus;
-    std::unique_ptr<HelperClientImpl> m_client;
     std::unique_ptr<TrashHelperProxy> m_proxy;
     std::unique_ptr<QDBusServiceWatcher> m_watcher;
 };
@@ -97,6 +84,12 @@ private:
 XPCClient::XPCClient(Services services, QObject* parent)
     : QObject(parent), m_services(std::move(services))
 {
+    if (m_services.bus.isConnected()) {
+        m_exported = std::make_unique<HelperClientImpl>(m_services.mainQueue);
+        new HelperClientAdaptor(m_exported.get()); // owned by the exported object
+        m_services.bus.registerObject(Constant::clientObjectPath, m_exported.get(),
+                                      QDBusConnection::ExportAdaptors);
+    }
     QPointer<XPCClient> self(this);
     m_versionObserver = NotificationCenter::defaultCenter().addObserver(
         Constant::helperVersionUpdatedName,
@@ -115,6 +108,8 @@ XPCClient::XPCClient(Services services, QObject* parent)
 
 XPCClient::~XPCClient()
 {
+    if (m_exported)
+        m_services.bus.unregisterObject(Constant::clientObjectPath);
     NotificationCenter::defaultCenter().removeObserver(m_versionObserver);
 }
 
@@ -135,9 +130,7 @@ std::optional<qint64> XPCClient::parseBuildNumber(const QString& text)
 void XPCClient::connect()
 {
     QPointer<XPCClient> self(this);
-    // The previous connection's object stays exported until this one replaces it, so a
-    // report already on its way still finds a HelperClient.
-    auto next = std::make_unique<HelperConnection>(m_services.bus, m_services.mainQueue, [self] {
+    auto next = std::make_unique<HelperConnection>(m_services.bus, [self] {
         if (self)
             self->connetionInterruptionHandler();
     });
@@ -155,17 +148,21 @@ namespace
 // Calls onReply with the reply when there is one. A call that fails because the daemon or the
 // bus is not there ends the connection; one that is never answered calls nothing.
 void whenReplied(QDBusPendingCall call, QObject* context, std::function<void()> invalidated,
-                 std::function<void(std::optional<QString>)> onReply)
+                 std::function<void(std::optional<QString>)> onReply,
+                 std::function<void()> failed = {})
 {
     auto* watcher = new QDBusPendingCallWatcher(call, context);
     QObject::connect(watcher, &QDBusPendingCallWatcher::finished, context,
-                     [watcher, invalidated = std::move(invalidated), onReply = std::move(onReply)] {
+                     [watcher, invalidated = std::move(invalidated), onReply = std::move(onReply),
+                      failed = std::move(failed)] {
                          watcher->deleteLater();
                          const QDBusPendingReply<QStringList> reply = *watcher;
                          if (!reply.isError()) {
                              onReply(firstOf(reply.value()));
                              return;
                          }
+                         if (failed)
+                             failed();
                          switch (reply.error().type()) {
                          case QDBusError::ServiceUnknown:
                          case QDBusError::Disconnected:
@@ -197,6 +194,21 @@ void XPCClient::start()
         [this](const std::optional<QString>& reply) { handleVersionReply(reply); });
 }
 
+void XPCClient::runSoon(std::function<void()> task)
+{
+    runAfter(Scheduler::Duration::zero(), std::move(task));
+}
+
+void XPCClient::runAfter(Scheduler::Duration delay, std::function<void()> task)
+{
+    // Steps queued for later do nothing once the client is gone.
+    m_services.mainQueue.postAfter(delay,
+                                   [self = QPointer<XPCClient>(this), task = std::move(task)] {
+                                       if (self)
+                                           task();
+                                   });
+}
+
 void XPCClient::retryTick()
 {
     if (!m_receivedReply) {
@@ -208,7 +220,7 @@ void XPCClient::retryTick()
     }
     if (m_retryCount > startRetryLimit) {
         m_retryTimer.reset();
-        m_services.mainQueue.post([this] {
+        runSoon([this] {
             showTimeoutAlert(QStringLiteral("Start Quillane Helper timed out"), [this] {
                 m_retryCount = 0;
                 start();
@@ -238,7 +250,7 @@ void XPCClient::handleVersionReply(const std::optional<QString>& reply)
     const auto helperBuild = parseBuildNumber(reply.value_or(QString()));
     if (!appBuild || !helperBuild)
         return;
-    m_services.mainQueue.post([this, build = *helperBuild] {
+    runSoon([this, build = *helperBuild] {
         setHelperBuildNumber(build);
         updateBuild();
     });
@@ -252,14 +264,13 @@ void XPCClient::authorize()
 {
     if (m_shouldUpdate)
         m_services.appService.unregisterDaemon();
-    m_services.mainQueue.postAfter(registerDelay, [this] {
+    runAfter(registerDelay, [this] {
         m_services.appService.registerDaemon();
-        m_services.mainQueue.post(
-            [this] { setHelperRegistered(m_services.appService.isRegistered()); });
+        runSoon([this] { setHelperRegistered(m_services.appService.isRegistered()); });
         if (m_shouldUpdate)
             m_shouldUpdate = false;
     });
-    m_services.mainQueue.postAfter(refreshBuildDelay, [this] { updateBuild(); });
+    runAfter(refreshBuildDelay, [this] { updateBuild(); });
 }
 
 void XPCClient::waitAndStart()
@@ -272,7 +283,7 @@ void XPCClient::waitAndStart()
         start();
         if (++*ticks > registrationWaitLimit) {
             m_waitTimer.reset();
-            m_services.mainQueue.post([this] {
+            runSoon([this] {
                 showTimeoutAlert(QStringLiteral("Registering Quillane Helper timed out"),
                                  [this] { waitAndStart(); });
             });
@@ -350,6 +361,8 @@ void XPCClient::uninstallQuillane()
     if (!helper)
         return;
     const QString appPath = QString::fromStdString(m_services.bundle.executablePath->native());
+    // The daemon may wait minutes for an administrator's password before it answers.
+    helper->setTimeout(uninstallTimeoutMs);
     whenReplied(
         helper->uninstall(present(loginName()), present(appPath)), this,
         [this] { connectionInvalidationHandler(); },
@@ -358,11 +371,12 @@ void XPCClient::uninstallQuillane()
             if (reply == uninstallAccepted) {
                 m_services.appService.unregisterDaemon();
                 m_services.appService.removeLoginItem();
-                m_services.mainQueue.post([this] { m_services.application.terminate(); });
+                runSoon([this] { m_services.application.terminate(); });
             } else {
                 Console::writeLine("Uninstall Failed");
             }
-        });
+        },
+        [] { Console::writeLine("Uninstall Failed"); });
 }
 
 void XPCClient::openLoginItems()

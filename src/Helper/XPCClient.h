@@ -5,7 +5,9 @@
 
 #include <QDBusConnection>
 #include <QObject>
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -16,6 +18,7 @@ namespace quillane
 
 class Alerts;
 class ApplicationControl;
+class HelperClientImpl;
 class HelperConnection;
 class RepeatingTimer;
 class Scheduler;
@@ -103,9 +106,12 @@ private:
     void setHelperBuildNumber(qint64 build);
     void setHelperRegistered(bool registered);
     void setShowLoginLaunchScreen(bool show);
+    void runSoon(std::function<void()> task);
+    void runAfter(std::chrono::milliseconds delay, std::function<void()> task);
     void showTimeoutAlert(const QString& title, std::function<void()> keepTrying);
 
     Services m_services;
+    std::unique_ptr<HelperClientImpl> m_exported;
     std::unique_ptr<HelperConnection> m_connection;
     QString m_helperStatus = QStringLiteral("unknown");
     qint64 m_helperBuildNumber = 0;

@@ -1,0 +1,542 @@
+// Times emptying a home trash of about 100,000 files three ways, each on its own copy of the same
+// generated trash: `quillane empty LOCATION --yes`, `rm -rf` of its files/ and info/, and
+// trash-cli's trash-empty. Afterwards checks that every trash is empty and that nothing its links
+// point at went with it.
+
+#include "TrashTree.h"
+
+#include <QByteArray>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QString>
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <spawn.h>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+using quillane::bench::fileSystemName;
+using quillane::bench::Interrupted;
+using quillane::bench::printablePath;
+using quillane::bench::ScratchFolder;
+using quillane::bench::TrashTree;
+
+namespace
+{
+
+// What the trees' links point at from outside; it must outlive every emptying.
+constexpr std::uint64_t bigFileBytes = 1024 * 1024;
+constexpr std::string_view stallPrefix = "longest main-thread stall: ";
+
+volatile std::sig_atomic_t g_signal = 0;
+
+extern "C" void onSignal(int signal)
+{
+    g_signal = signal;
+}
+
+bool interrupted()
+{
+    return g_signal != 0;
+}
+
+// Interrupting the benchmark still removes its scratch folder: the handler only notes the
+// signal, and the work checks for it between steps. A tool running then gets the signal too.
+void catchSignals()
+{
+    struct sigaction action {
+    };
+    action.sa_handler = onSignal;
+    sigemptyset(&action.sa_mask);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        sigaction(signal, &action, nullptr);
+}
+
+struct Options {
+    std::uint64_t files = 100000;
+    std::uint64_t layout = 1;
+    std::optional<fs::path> dir;
+    std::optional<fs::path> quillane;
+};
+
+void printUsage(std::FILE* out)
+{
+    std::fputs(
+        "Usage: quillane-bench-empty [--files N] [--layout N] [--dir FOLDER] [--quillane PATH]\n"
+        "\n"
+        "Makes the same home trash of about N files (default 100000) three times, then empties\n"
+        "one copy with `quillane empty LOCATION --yes`, one with rm -rf of its files/ and info/,\n"
+        "and one with trash-empty, each tool run with HOME set to the copy's own scratch home.\n"
+        "The copies go into a new folder inside FOLDER (default: the folder of this program),\n"
+        "which is removed at the end. FOLDER must not lie below a path holding \"/tmp\":\n"
+        "Quillane leaves such mount points out. PATH is the quillane program to time\n"
+        "(default: the one of this build).\n",
+        out);
+}
+
+template <class T> std::optional<T> parseNumber(std::string_view text)
+{
+    T value{};
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size())
+        return std::nullopt;
+    return value;
+}
+
+std::optional<Options> parseArguments(int argc, char** argv)
+{
+    Options options;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view argument = argv[i];
+        if (argument == "-h" || argument == "--help") {
+            printUsage(stdout);
+            std::exit(0);
+        }
+        if (i + 1 >= argc) {
+            std::fprintf(stderr, "quillane-bench-empty: unknown option or missing value: %s\n",
+                         argv[i]);
+            return std::nullopt;
+        }
+        const std::string_view value = argv[++i];
+        bool good = true;
+        if (argument == "--files") {
+            const auto files = parseNumber<std::uint64_t>(value);
+            good = files && *files > 0;
+            if (good)
+                options.files = *files;
+        } else if (argument == "--layout") {
+            const auto layout = parseNumber<std::uint64_t>(value);
+            good = layout.has_value();
+            if (good)
+                options.layout = *layout;
+        } else if (argument == "--dir") {
+            options.dir = fs::path(value);
+        } else if (argument == "--quillane") {
+            options.quillane = fs::path(value);
+        } else {
+            std::fprintf(stderr, "quillane-bench-empty: unknown option: %s\n", argv[i - 1]);
+            return std::nullopt;
+        }
+        if (!good) {
+            std::fprintf(stderr, "quillane-bench-empty: bad value for %s: %s\n", argv[i - 1],
+                         argv[i]);
+            return std::nullopt;
+        }
+    }
+    return options;
+}
+
+std::string readFile(const fs::path& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+// The environment every tool runs in: ours, with HOME the copy's scratch home and without the
+// XDG folders that would lead a tool (or Quillane's settings) anywhere else.
+std::vector<std::string> environmentFor(const fs::path& home)
+{
+    static constexpr std::array dropped = {
+        "HOME=", "XDG_DATA_HOME=", "XDG_CONFIG_HOME=", "XDG_CACHE_HOME=", "XDG_STATE_HOME="};
+    std::vector<std::string> environment;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        const std::string_view text = *entry;
+        if (std::ranges::none_of(dropped,
+                                 [&](std::string_view name) { return text.starts_with(name); }))
+            environment.emplace_back(text);
+    }
+    environment.push_back("HOME=" + home.native());
+    return environment;
+}
+
+struct Run {
+    int status = 0; // as wait4() gives it
+    Clock::duration wall{};
+    double userSeconds = 0;
+    double systemSeconds = 0;
+    std::string output;
+    std::string errors;
+
+    bool succeeded() const { return WIFEXITED(status) && WEXITSTATUS(status) == 0; }
+};
+
+double seconds(const timeval& time)
+{
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
+
+// Runs a program to its end with nothing on standard input and its output kept in `logs`. The
+// time counts from just before the spawn to the reaping.
+Run runProgram(const std::vector<std::string>& arguments,
+               const std::vector<std::string>& environment, const fs::path& logs)
+{
+    const fs::path outputFile = logs / "stdout";
+    const fs::path errorFile = logs / "stderr";
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outputFile.c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errorFile.c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    std::vector<char*> argv;
+    for (const std::string& argument : arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    std::vector<char*> envp;
+    for (const std::string& variable : environment)
+        envp.push_back(const_cast<char*>(variable.c_str()));
+    envp.push_back(nullptr);
+
+    pid_t child = 0;
+    const auto start = Clock::now();
+    const int spawnError =
+        posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    if (spawnError != 0)
+        throw std::runtime_error("cannot run " + arguments[0] + ": " + std::strerror(spawnError));
+    Run run;
+    rusage usage{};
+    while (wait4(child, &run.status, 0, &usage) < 0 && errno == EINTR) {
+    }
+    run.wall = Clock::now() - start;
+    run.userSeconds = seconds(usage.ru_utime);
+    run.systemSeconds = seconds(usage.ru_stime);
+    if (interrupted())
+        throw Interrupted{};
+    run.output = readFile(outputFile);
+    run.errors = readFile(errorFile);
+    return run;
+}
+
+// The last lines a failing tool wrote, for the report.
+std::string tail(const std::string& text)
+{
+    constexpr std::size_t limit = 1500;
+    return text.size() <= limit ? text : "..." + text.substr(text.size() - limit);
+}
+
+// A copy of the trash in a home of its own: HOME/.local/share/Trash.
+struct Copy {
+    fs::path home;
+    fs::path trash;
+    TrashTree tree;
+};
+
+Copy makeCopy(const fs::path& folder, const fs::path& bigFile, std::uint64_t files,
+              std::uint64_t layout)
+{
+    Copy copy;
+    copy.home = folder / "home";
+    fs::create_directories(copy.home / ".local" / "share");
+    copy.trash = copy.home / ".local" / "share" / "Trash";
+    quillane::bench::TrashTreeOptions options;
+    options.root = copy.trash;
+    options.bigFile = bigFile;
+    options.fileCount = files;
+    options.layout = layout;
+    options.trashInfo = true;
+    options.interrupted = interrupted;
+    copy.tree = quillane::bench::makeTrashTree(options);
+    return copy;
+}
+
+// Entries in a folder; nullopt when the folder is not there.
+std::optional<std::uint64_t> entriesIn(const fs::path& folder)
+{
+    DIR* listing = opendir(folder.c_str());
+    if (!listing) {
+        if (errno == ENOENT)
+            return std::nullopt;
+        throw std::runtime_error("cannot list " + printablePath(folder) + ": " +
+                                 std::strerror(errno));
+    }
+    std::uint64_t count = 0;
+    while (const dirent* entry = readdir(listing)) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..")
+            ++count;
+    }
+    closedir(listing);
+    return count;
+}
+
+// Why a trash is not emptied as it should be, or nothing. rm -rf takes files/ and info/ with it;
+// the emptiers leave both folders in place.
+std::string emptinessProblem(const Copy& copy, bool foldersMayGo)
+{
+    std::string problem;
+    for (const char* name : {"files", "info"}) {
+        const auto entries = entriesIn(copy.trash / name);
+        if (!entries && !foldersMayGo)
+            problem += std::string(problem.empty() ? "" : "; ") + name + "/ is gone";
+        else if (entries && *entries > 0)
+            problem += std::string(problem.empty() ? "" : "; ") + std::to_string(*entries) +
+                       " entries left in " + name + "/";
+    }
+    return problem;
+}
+
+// The links of every tree point at the big file and its folder; both must still be there.
+std::string outsideProblem(const fs::path& bigFile)
+{
+    struct stat info {
+    };
+    if (lstat(bigFile.c_str(), &info) != 0 || !S_ISREG(info.st_mode) ||
+        static_cast<std::uint64_t>(info.st_size) != bigFileBytes)
+        return "the file outside the trash that its links point at was touched";
+    const auto entries = entriesIn(bigFile.parent_path());
+    if (!entries || *entries != 1)
+        return "the folder outside the trash that its links point at was touched";
+    return {};
+}
+
+// The location `quillane list` gives the home trash of `home`, as `quillane empty` takes it.
+std::string homeTrashLocation(const fs::path& quillane, const Copy& copy, const fs::path& logs)
+{
+    const Run run =
+        runProgram({quillane.native(), "list", "--json"}, environmentFor(copy.home), logs);
+    if (!run.succeeded())
+        throw std::runtime_error("quillane list failed:\n" + tail(run.errors));
+    const QString trash =
+        QFile::decodeName(QByteArray::fromStdString((copy.trash / "files").native()));
+    const QJsonArray locations =
+        QJsonDocument::fromJson(QByteArray::fromStdString(run.output)).array();
+    for (const auto& value : locations) {
+        const QJsonObject location = value.toObject();
+        if (location.value(QStringLiteral("trash")).toString() == trash)
+            return QFile::encodeName(location.value(QStringLiteral("location")).toString())
+                .toStdString();
+    }
+    throw std::runtime_error(
+        "quillane list does not show " + printablePath(copy.trash / "files") +
+        " as the home trash of any location; put the scratch folder on another file system "
+        "with --dir. It showed:\n" +
+        run.output);
+}
+
+std::optional<double> stallMilliseconds(const std::string& errors)
+{
+    const auto at = errors.rfind(stallPrefix);
+    if (at == std::string::npos)
+        return std::nullopt;
+    const char* begin = errors.data() + at + stallPrefix.size();
+    double value = 0;
+    const auto [end, error] = std::from_chars(begin, errors.data() + errors.size(), value);
+    if (error != std::errc() || std::string_view(end, 3) != " ms")
+        return std::nullopt;
+    return value;
+}
+
+// Empties what the page cache holds dirty for the scratch file system, so that no tool pays
+// for writing back the trees or the previous tool's work. Nothing is dropped from the cache.
+void flush(const fs::path& folder)
+{
+    const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd >= 0) {
+        syncfs(fd);
+        close(fd);
+    }
+}
+
+struct Row {
+    std::string tool;
+    Run run;
+    std::optional<double> stall;
+    std::string problem;
+};
+
+std::string grouped(std::uint64_t value)
+{
+    std::string digits = std::to_string(value);
+    for (auto at = static_cast<std::ptrdiff_t>(digits.size()) - 3; at > 0; at -= 3)
+        digits.insert(static_cast<std::size_t>(at), 1, ',');
+    return digits;
+}
+
+double secondsOf(Clock::duration duration)
+{
+    return std::chrono::duration<double>(duration).count();
+}
+
+fs::path ownFolder()
+{
+    std::error_code error;
+    const fs::path self = fs::read_symlink("/proc/self/exe", error);
+    return error ? fs::current_path() : self.parent_path();
+}
+
+int run(const Options& options)
+{
+    const fs::path parent = fs::absolute(options.dir.value_or(ownFolder()));
+    if (parent.native().find("/tmp") != std::string::npos)
+        throw std::runtime_error(
+            "the scratch folder would lie below " + printablePath(parent) +
+            ", a path holding \"/tmp\", and Quillane leaves out such mount points; choose "
+            "another folder with --dir");
+    const fs::path quillane =
+        options.quillane.value_or(ownFolder().parent_path() / "src" / "App" / "quillane");
+    if (access(quillane.c_str(), X_OK) != 0)
+        throw std::runtime_error("no quillane program at " + printablePath(quillane) +
+                                 "; build it or name it with --quillane");
+
+    ScratchFolder scratch(parent);
+    const fs::path logs = scratch.path() / "logs";
+    fs::create_directory(logs);
+    const fs::path outside = scratch.path() / "outside";
+    fs::create_directory(outside);
+    const fs::path bigFile = outside / "big.bin";
+    quillane::bench::makeBigFile(bigFile, bigFileBytes);
+
+    // trash-cli's own options: newer versions ask first unless told -f. Either way it is told
+    // which trash to empty, so that it never reaches the volume trashes of this machine.
+    const Run help = runProgram({"trash-empty", "--help"}, environmentFor(logs), logs);
+    if (!help.succeeded())
+        throw std::runtime_error("trash-empty does not run; scripts/setup installs trash-cli");
+    const Run version = runProgram({"trash-empty", "--version"}, environmentFor(logs), logs);
+    std::string trashCliVersion = version.output.substr(0, version.output.find('\n'));
+    if (const auto space = trashCliVersion.rfind(' '); space != std::string::npos)
+        trashCliVersion = trashCliVersion.substr(space + 1);
+    const bool asksFirst = help.output.find(" -f") != std::string::npos;
+
+    // A trash of one item first: it shows where Quillane finds the home trash, and what a run
+    // costs before there is anything to remove.
+    std::fputs("checking where quillane finds the home trash\n", stderr);
+    const Copy probe = makeCopy(scratch.path() / "one-item", bigFile, 1, options.layout);
+    const std::string location = homeTrashLocation(quillane, probe, logs);
+    flush(scratch.path());
+    const Run fixed = runProgram({quillane.native(), "empty", location, "--yes"},
+                                 environmentFor(probe.home), logs);
+    if (!fixed.succeeded() || !emptinessProblem(probe, false).empty())
+        throw std::runtime_error("quillane did not empty a trash of one item:\n" +
+                                 tail(fixed.errors));
+
+    const std::array<std::string, 3> tools = {
+        "rm -rf files info",
+        "quillane empty " + location + " --yes",
+        std::string("trash-empty") + (asksFirst ? " -f" : ""),
+    };
+    std::vector<Copy> copies;
+    for (std::size_t i = 0; i < tools.size(); ++i) {
+        std::fprintf(stderr, "making copy %zu of 3 of a trash of %s files\n", i + 1,
+                     grouped(options.files).c_str());
+        const auto start = Clock::now();
+        copies.push_back(makeCopy(scratch.path() / ("copy-" + std::to_string(i + 1)), bigFile,
+                                  options.files, options.layout));
+        std::fprintf(stderr, "  made in %.1f s\n", secondsOf(Clock::now() - start));
+    }
+
+    std::vector<Row> rows;
+    for (std::size_t i = 0; i < tools.size(); ++i) {
+        const Copy& copy = copies[i];
+        std::vector<std::string> arguments;
+        if (i == 0) {
+            arguments = {"rm", "-rf", "--", (copy.trash / "files").native(),
+                         (copy.trash / "info").native()};
+        } else if (i == 1) {
+            arguments = {quillane.native(), "empty", location, "--yes", "--report-stalls"};
+        } else {
+            arguments = {"trash-empty", "--trash-dir=" + copy.trash.native()};
+            if (asksFirst)
+                arguments.emplace_back("-f");
+        }
+        std::fprintf(stderr, "emptying with %s\n", tools[i].c_str());
+        flush(scratch.path());
+        Row row{tools[i], runProgram(arguments, environmentFor(copy.home), logs), {}, {}};
+        if (i == 1)
+            row.stall = stallMilliseconds(row.run.errors);
+        if (!row.run.succeeded())
+            row.problem = "it failed:\n" + tail(row.run.errors);
+        else if (const std::string left = emptinessProblem(copy, i == 0); !left.empty())
+            row.problem = left;
+        else if (i == 1 && !row.stall)
+            row.problem = "it did not report its longest main-thread stall";
+        if (const std::string touched = outsideProblem(bigFile); !touched.empty())
+            row.problem += (row.problem.empty() ? "" : "; ") + touched;
+        rows.push_back(std::move(row));
+    }
+
+    const TrashTree& tree = copies.front().tree;
+    std::printf("Emptying a home trash of %s files in %s folders, with %s links, on %s; %u CPUs.\n"
+                "%s items at its top, %s of them with a record in info/.\n"
+                "Each tool empties its own copy, made beforehand and flushed to disk; nothing is\n"
+                "dropped from the page cache. trash-empty is trash-cli %s, told the trash folder.\n"
+                "\n",
+                grouped(tree.regularFiles).c_str(), grouped(tree.folders).c_str(),
+                grouped(tree.links).c_str(), fileSystemName(scratch.path()).c_str(),
+                std::thread::hardware_concurrency(), grouped(tree.topItems).c_str(),
+                grouped(tree.trashInfos).c_str(), trashCliVersion.c_str());
+    const std::size_t toolWidth =
+        std::ranges::max(rows, {}, [](const Row& row) { return row.tool.size(); }).tool.size();
+    std::printf("%-*s %9s %9s %8s %8s   %s\n", static_cast<int>(toolWidth), "tool", "seconds",
+                "/ rm -rf", "user s", "system s", "longest main-thread stall");
+    const double baseline = secondsOf(rows.front().run.wall);
+    bool good = true;
+    for (const Row& row : rows) {
+        char stall[32] = "";
+        if (row.stall)
+            std::snprintf(stall, sizeof stall, "%.1f ms", *row.stall);
+        std::printf("%-*s %9.2f %9.2f %8.2f %8.2f   %s\n", static_cast<int>(toolWidth),
+                    row.tool.c_str(), secondsOf(row.run.wall), secondsOf(row.run.wall) / baseline,
+                    row.run.userSeconds, row.run.systemSeconds, stall);
+        good = good && row.problem.empty();
+    }
+    std::printf("\nquillane's time includes %.2f s that it takes to empty a trash of one item: "
+                "starting,\nfinding the locations and the pauses before and after the removal.\n",
+                secondsOf(fixed.wall));
+    for (const Row& row : rows) {
+        if (!row.problem.empty())
+            std::printf("NOT EMPTIED by %s: %s\n", row.tool.c_str(), row.problem.c_str());
+    }
+    if (good)
+        std::printf("Every trash is empty: files/ and info/ hold nothing, and what the links "
+                    "point at is still there.\n");
+    return good ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const auto options = parseArguments(argc, argv);
+    if (!options) {
+        printUsage(stderr);
+        return 2;
+    }
+    catchSignals();
+    try {
+        return run(*options);
+    } catch (const Interrupted&) {
+        std::fprintf(stderr, "quillane-bench-empty: interrupted\n");
+        return 128 + g_signal;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "quillane-bench-empty: %s\n", error.what());
+        return 1;
+    }
+}
