@@ -32,6 +32,7 @@
 #include <string_view>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -76,7 +77,25 @@ void catchSignals()
         sigaction(signal, &action, nullptr);
 }
 
+enum class Tool { Rm, Quillane, TrashEmpty };
+constexpr std::array allTools = {Tool::Rm, Tool::Quillane, Tool::TrashEmpty};
+
+std::string_view toolName(Tool tool)
+{
+    switch (tool) {
+    case Tool::Rm:
+        return "rm";
+    case Tool::Quillane:
+        return "quillane";
+    case Tool::TrashEmpty:
+        return "trash-empty";
+    }
+    return {};
+}
+
 struct Options {
+    // The order the tools run in; the table keeps its own.
+    std::vector<Tool> order{allTools.begin(), allTools.end()};
     std::uint64_t files = 100000;
     std::uint64_t layout = 1;
     std::optional<fs::path> dir;
@@ -87,14 +106,19 @@ void printUsage(std::FILE* out)
 {
     std::fputs(
         "Usage: quillane-bench-empty [--files N] [--layout N] [--dir FOLDER] [--quillane PATH]\n"
+        "                            [--order TOOL,TOOL,TOOL]\n"
         "\n"
-        "Makes the same home trash of about N files (default 100000) three times, then empties\n"
-        "one copy with `quillane empty LOCATION --yes`, one with rm -rf of its files/ and info/,\n"
-        "and one with trash-empty, each tool run with HOME set to the copy's own scratch home.\n"
+        "Makes the same home trash of about N files (default 100000) three times, each copy\n"
+        "right before the tool that empties it: `quillane empty LOCATION --yes`, rm -rf of\n"
+        "its files/ and info/, and trash-empty, each run with HOME set to the copy's own\n"
+        "scratch home. Prints each tool's time and Quillane's longest main-thread stall, and\n"
+        "exits with 1 when a trash is not empty afterwards.\n"
+        "\n"
         "The copies go into a new folder inside FOLDER (default: the folder of this program),\n"
         "which is removed at the end. FOLDER must not lie below a path holding \"/tmp\":\n"
         "Quillane leaves such mount points out. PATH is the quillane program to time\n"
-        "(default: the one of this build).\n",
+        "(default: the one of this build). --order runs rm, quillane and trash-empty in\n"
+        "another order than that one.\n",
         out);
 }
 
@@ -133,6 +157,20 @@ std::optional<Options> parseArguments(int argc, char** argv)
             good = layout.has_value();
             if (good)
                 options.layout = *layout;
+        } else if (argument == "--order") {
+            options.order.clear();
+            std::string_view rest = value;
+            while (good && !rest.empty()) {
+                const auto comma = rest.find(',');
+                const std::string_view name = rest.substr(0, comma);
+                const auto tool = std::ranges::find(allTools, name, toolName);
+                good = tool != allTools.end() && std::ranges::count(options.order, *tool) == 0;
+                if (good)
+                    options.order.push_back(*tool);
+                rest =
+                    comma == std::string_view::npos ? std::string_view() : rest.substr(comma + 1);
+            }
+            good = good && options.order.size() == allTools.size();
         } else if (argument == "--dir") {
             options.dir = fs::path(value);
         } else if (argument == "--quillane") {
@@ -365,6 +403,49 @@ void flush(const fs::path& folder)
     }
 }
 
+// Milliseconds the device holding `folder` has spent doing I/O since it started (io_ticks in
+// its sysfs stat); nullopt where the kernel keeps no such count (a network or virtual file
+// system).
+std::optional<std::uint64_t> diskBusyMilliseconds(const fs::path& folder)
+{
+    struct stat info {
+    };
+    if (stat(folder.c_str(), &info) != 0)
+        return std::nullopt;
+    std::ifstream in("/sys/dev/block/" + std::to_string(major(info.st_dev)) + ":" +
+                     std::to_string(minor(info.st_dev)) + "/stat");
+    std::uint64_t field = 0;
+    for (int i = 0; i < 10 && in >> field; ++i) {
+    }
+    return in ? std::optional(field) : std::nullopt;
+}
+
+// Waits until the disk has been idle for a second, for at most 30 s. A file system finishes
+// its work on freed and written blocks (discards above all) after the program that caused it
+// has ended; that work would otherwise be timed with the next tool.
+void waitForQuietDisk(const fs::path& folder)
+{
+    using namespace std::chrono_literals;
+    constexpr auto step = 250ms;
+    const auto start = Clock::now();
+    std::vector<std::uint64_t> samples;
+    while (Clock::now() - start < 30s) {
+        if (interrupted())
+            throw Interrupted{};
+        const auto busy = diskBusyMilliseconds(folder);
+        if (!busy)
+            return;
+        samples.push_back(*busy);
+        // A second's worth of samples with at most 1% of it busy.
+        if (samples.size() > 4 && *busy - samples[samples.size() - 5] <= 10)
+            break;
+        std::this_thread::sleep_for(step);
+    }
+    const double waited = std::chrono::duration<double>(Clock::now() - start).count();
+    if (waited > 1.5)
+        std::fprintf(stderr, "  waited %.1f s for the disk to go quiet\n", waited);
+}
+
 struct Row {
     std::string tool;
     Run run;
@@ -431,67 +512,76 @@ int run(const Options& options)
     const Copy probe = makeCopy(scratch.path() / "one-item", bigFile, 1, options.layout);
     const std::string location = homeTrashLocation(quillane, probe, logs);
     flush(scratch.path());
+    waitForQuietDisk(scratch.path());
     const Run fixed = runProgram({quillane.native(), "empty", location, "--yes"},
                                  environmentFor(probe.home), logs);
     if (!fixed.succeeded() || !emptinessProblem(probe, false).empty())
         throw std::runtime_error("quillane did not empty a trash of one item:\n" +
                                  tail(fixed.errors));
 
-    const std::array<std::string, 3> tools = {
-        "rm -rf files info",
-        "quillane empty " + location + " --yes",
-        std::string("trash-empty") + (asksFirst ? " -f" : ""),
-    };
-    std::vector<Copy> copies;
-    for (std::size_t i = 0; i < tools.size(); ++i) {
-        std::fprintf(stderr, "making copy %zu of 3 of a trash of %s files\n", i + 1,
-                     grouped(options.files).c_str());
+    // Each copy is made right before its tool runs, so that every tool finds the disk in the
+    // same state: a tool that ran after all three were made paid for the file system's catching
+    // up on them, whichever it was.
+    std::vector<Row> rows(allTools.size());
+    std::optional<TrashTree> tree;
+    for (const Tool tool : options.order) {
+        const auto index = static_cast<std::size_t>(tool);
+        Row& row = rows[index];
+        std::fprintf(stderr, "making a trash of %s files for %s\n", grouped(options.files).c_str(),
+                     std::string(toolName(tool)).c_str());
         const auto start = Clock::now();
-        copies.push_back(makeCopy(scratch.path() / ("copy-" + std::to_string(i + 1)), bigFile,
-                                  options.files, options.layout));
+        const Copy copy = makeCopy(scratch.path() / std::string(toolName(tool)), bigFile,
+                                   options.files, options.layout);
         std::fprintf(stderr, "  made in %.1f s\n", secondsOf(Clock::now() - start));
-    }
-
-    std::vector<Row> rows;
-    for (std::size_t i = 0; i < tools.size(); ++i) {
-        const Copy& copy = copies[i];
+        tree = copy.tree;
         std::vector<std::string> arguments;
-        if (i == 0) {
+        switch (tool) {
+        case Tool::Rm:
+            row.tool = "rm -rf files info";
             arguments = {"rm", "-rf", "--", (copy.trash / "files").native(),
                          (copy.trash / "info").native()};
-        } else if (i == 1) {
+            break;
+        case Tool::Quillane:
+            row.tool = "quillane empty " + location + " --yes";
             arguments = {quillane.native(), "empty", location, "--yes", "--report-stalls"};
-        } else {
+            break;
+        case Tool::TrashEmpty:
+            row.tool = std::string("trash-empty") + (asksFirst ? " -f" : "");
             arguments = {"trash-empty", "--trash-dir=" + copy.trash.native()};
             if (asksFirst)
                 arguments.emplace_back("-f");
+            break;
         }
-        std::fprintf(stderr, "emptying with %s\n", tools[i].c_str());
+        std::fprintf(stderr, "emptying with %s\n", row.tool.c_str());
         flush(scratch.path());
-        Row row{tools[i], runProgram(arguments, environmentFor(copy.home), logs), {}, {}};
-        if (i == 1)
+        waitForQuietDisk(scratch.path());
+        row.run = runProgram(arguments, environmentFor(copy.home), logs);
+        if (tool == Tool::Quillane)
             row.stall = stallMilliseconds(row.run.errors);
         if (!row.run.succeeded())
             row.problem = "it failed:\n" + tail(row.run.errors);
-        else if (const std::string left = emptinessProblem(copy, i == 0); !left.empty())
+        else if (const std::string left = emptinessProblem(copy, tool == Tool::Rm); !left.empty())
             row.problem = left;
-        else if (i == 1 && !row.stall)
+        else if (tool == Tool::Quillane && !row.stall)
             row.problem = "it did not report its longest main-thread stall";
         if (const std::string touched = outsideProblem(bigFile); !touched.empty())
             row.problem += (row.problem.empty() ? "" : "; ") + touched;
-        rows.push_back(std::move(row));
     }
 
-    const TrashTree& tree = copies.front().tree;
-    std::printf("Emptying a home trash of %s files in %s folders, with %s links, on %s; %u CPUs.\n"
-                "%s items at its top, %s of them with a record in info/.\n"
-                "Each tool empties its own copy, made beforehand and flushed to disk; nothing is\n"
-                "dropped from the page cache. trash-empty is trash-cli %s, told the trash folder.\n"
-                "\n",
-                grouped(tree.regularFiles).c_str(), grouped(tree.folders).c_str(),
-                grouped(tree.links).c_str(), fileSystemName(scratch.path()).c_str(),
-                std::thread::hardware_concurrency(), grouped(tree.topItems).c_str(),
-                grouped(tree.trashInfos).c_str(), trashCliVersion.c_str());
+    std::string order;
+    for (const Tool tool : options.order)
+        order += (order.empty() ? "" : ", ") + std::string(toolName(tool));
+    std::printf(
+        "Emptying a home trash of %s files in %s folders, with %s links, on %s; %u CPUs.\n"
+        "%s items at its top, %s of them with a record in info/.\n"
+        "Each tool empties its own copy, made right before it and flushed to disk, once the\n"
+        "disk is quiet; nothing is dropped from the page cache. Order: %s.\n"
+        "trash-empty is trash-cli %s, told which trash folder to empty.\n"
+        "\n",
+        grouped(tree->regularFiles).c_str(), grouped(tree->folders).c_str(),
+        grouped(tree->links).c_str(), fileSystemName(scratch.path()).c_str(),
+        std::thread::hardware_concurrency(), grouped(tree->topItems).c_str(),
+        grouped(tree->trashInfos).c_str(), order.c_str(), trashCliVersion.c_str());
     const std::size_t toolWidth =
         std::ranges::max(rows, {}, [](const Row& row) { return row.tool.size(); }).tool.size();
     std::printf("%-*s %9s %9s %8s %8s   %s\n", static_cast<int>(toolWidth), "tool", "seconds",
@@ -501,8 +591,8 @@ int run(const Options& options)
     for (const Row& row : rows) {
         char stall[32] = "";
         if (row.stall)
-            std::snprintf(stall, sizeof stall, "%.1f ms", *row.stall);
-        std::printf("%-*s %9.2f %9.2f %8.2f %8.2f   %s\n", static_cast<int>(toolWidth),
+            std::snprintf(stall, sizeof stall, "   %.1f ms", *row.stall);
+        std::printf("%-*s %9.2f %9.2f %8.2f %8.2f%s\n", static_cast<int>(toolWidth),
                     row.tool.c_str(), secondsOf(row.run.wall), secondsOf(row.run.wall) / baseline,
                     row.run.userSeconds, row.run.systemSeconds, stall);
         good = good && row.problem.empty();
