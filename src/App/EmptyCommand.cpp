@@ -5,11 +5,13 @@
 #include "Model/VolumeObserver.h"
 #include "Platform/Alerts.h"
 #include "Platform/ApplicationControl.h"
+#include "Platform/BundleInfo.h"
 #include "Platform/Console.h"
 #include "Platform/Constant.h"
 #include "Platform/NotificationCenter.h"
 #include "Platform/UserDefaults.h"
 #include "Platform/linux/LinuxPlatform.h"
+#include "Platform/multimedia/QtSoundPlayer.h"
 #include "Shell/Display.h"
 #include "Shell/HelperLink.h"
 #include "Shell/MainThreadStallMeter.h"
@@ -18,6 +20,7 @@
 #include <QDBusConnection>
 #include <QDBusInterface>
 #include <QDBusReply>
+#include <QTimer>
 #include <cstdio>
 #include <iostream>
 #include <memory>
@@ -29,6 +32,9 @@ namespace quillane
 
 namespace
 {
+
+// How long the completion sound plays.
+constexpr auto soundLength = std::chrono::milliseconds(900);
 
 enum ExitCode {
     Completed = 0,
@@ -116,7 +122,12 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
     int refused = 0;
     bool loopDone = false;
     QString unreachable;
+    QtSoundPlayer sound;
     EmptyingServices emptying;
+    emptying.sound = &sound;
+    emptying.findResource = [](const std::string& name) {
+        return BundleInfo::current().resource(name);
+    };
     emptying.deleteWithPrivilege = [&](const std::filesystem::path& item) {
         if (handedOver++ == 0)
             unreachable = helperProblem();
@@ -165,7 +176,9 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
     QObject::connect(&observer, &VolumeObserver::emptyingCompleted, &observer, [&] {
         if (isatty(STDERR_FILENO))
             std::fputc('\n', stderr);
-        QCoreApplication::exit(Completed);
+        // The sound has just started: let it finish before the program does.
+        QTimer::singleShot(soundLength, QCoreApplication::instance(),
+                           [] { QCoreApplication::exit(Completed); });
     });
 
     whenFirstListed(observer, [&] {
