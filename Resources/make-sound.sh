@@ -5,7 +5,7 @@
 #
 # usage: make-sound.sh [OUTPUT]    (default: "empty trash.aif" beside this script)
 #
-# -R seeds sox's noise the same way on every run, so the same sox version makes the same file.
+# -R makes sox's noise the same on every run, so the same sox version makes the same file.
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)

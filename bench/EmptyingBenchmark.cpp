@@ -3,6 +3,7 @@
 // trash-cli's trash-empty. Afterwards checks that every trash is empty and that nothing its links
 // point at went with it.
 
+#include "BenchSupport.h"
 #include "TrashTree.h"
 
 #include <QByteArray>
@@ -40,8 +41,12 @@
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
+using quillane::bench::catchSignals;
 using quillane::bench::fileSystemName;
+using quillane::bench::grouped;
 using quillane::bench::Interrupted;
+using quillane::bench::interrupted;
+using quillane::bench::parseNumber;
 using quillane::bench::printablePath;
 using quillane::bench::ScratchFolder;
 using quillane::bench::TrashTree;
@@ -52,30 +57,6 @@ namespace
 // What the trees' links point at from outside; it must outlive every emptying.
 constexpr std::uint64_t bigFileBytes = 1024 * 1024;
 constexpr std::string_view stallPrefix = "longest main-thread stall: ";
-
-volatile std::sig_atomic_t g_signal = 0;
-
-extern "C" void onSignal(int signal)
-{
-    g_signal = signal;
-}
-
-bool interrupted()
-{
-    return g_signal != 0;
-}
-
-// Interrupting the benchmark still removes its scratch folder: the handler only notes the
-// signal, and the work checks for it between steps. A tool running then gets the signal too.
-void catchSignals()
-{
-    struct sigaction action {
-    };
-    action.sa_handler = onSignal;
-    sigemptyset(&action.sa_mask);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-        sigaction(signal, &action, nullptr);
-}
 
 enum class Tool { Rm, Quillane, TrashEmpty };
 constexpr std::array allTools = {Tool::Rm, Tool::Quillane, Tool::TrashEmpty};
@@ -120,15 +101,6 @@ void printUsage(std::FILE* out)
         "(default: the one of this build). --order runs rm, quillane and trash-empty in\n"
         "another order than that one.\n",
         out);
-}
-
-template <class T> std::optional<T> parseNumber(std::string_view text)
-{
-    T value{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size())
-        return std::nullopt;
-    return value;
 }
 
 std::optional<Options> parseArguments(int argc, char** argv)
@@ -453,14 +425,6 @@ struct Row {
     std::string problem;
 };
 
-std::string grouped(std::uint64_t value)
-{
-    std::string digits = std::to_string(value);
-    for (auto at = static_cast<std::ptrdiff_t>(digits.size()) - 3; at > 0; at -= 3)
-        digits.insert(static_cast<std::size_t>(at), 1, ',');
-    return digits;
-}
-
 double secondsOf(Clock::duration duration)
 {
     return std::chrono::duration<double>(duration).count();
@@ -624,7 +588,7 @@ int main(int argc, char** argv)
         return run(*options);
     } catch (const Interrupted&) {
         std::fprintf(stderr, "quillane-bench-empty: interrupted\n");
-        return 128 + g_signal;
+        return 128 + quillane::bench::interruptingSignal();
     } catch (const std::exception& error) {
         std::fprintf(stderr, "quillane-bench-empty: %s\n", error.what());
         return 1;

@@ -2,6 +2,7 @@
 // same trees, with warm caches, and checks that the two totals differ by exactly what du counts
 // and we do not.
 
+#include "BenchSupport.h"
 #include "Platform/FileSystem.h"
 #include "TrashTree.h"
 
@@ -26,7 +27,11 @@
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
+using quillane::bench::catchSignals;
 using quillane::bench::fileSystemName;
+using quillane::bench::grouped;
+using quillane::bench::interrupted;
+using quillane::bench::parseNumber;
 using quillane::bench::printablePath;
 using quillane::bench::ScratchFolder;
 
@@ -34,30 +39,6 @@ namespace
 {
 
 constexpr std::uint64_t bigFileBytes = 64 * 1024 * 1024;
-
-volatile std::sig_atomic_t g_signal = 0;
-
-extern "C" void onSignal(int signal)
-{
-    g_signal = signal;
-}
-
-bool interrupted()
-{
-    return g_signal != 0;
-}
-
-// Interrupting the benchmark still removes its scratch folder: the handler only notes the
-// signal, and the work checks for it between steps.
-void catchSignals()
-{
-    struct sigaction action {
-    };
-    action.sa_handler = onSignal;
-    sigemptyset(&action.sa_mask);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-        sigaction(signal, &action, nullptr);
-}
 
 struct Options {
     std::vector<std::uint64_t> sizes{1000, 100000};
@@ -77,15 +58,6 @@ void printUsage(std::FILE* out)
         "The trees go into a new folder inside FOLDER (default $TMPDIR, else /var/tmp),\n"
         "which is removed at the end.\n",
         out);
-}
-
-template <class T> std::optional<T> parseNumber(std::string_view text)
-{
-    T value{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size())
-        return std::nullopt;
-    return value;
 }
 
 std::optional<Options> parseArguments(int argc, char** argv)
@@ -230,14 +202,6 @@ struct Row {
     Timing du;
 };
 
-std::string grouped(std::uint64_t value)
-{
-    std::string digits = std::to_string(value);
-    for (auto at = static_cast<std::ptrdiff_t>(digits.size()) - 3; at > 0; at -= 3)
-        digits.insert(static_cast<std::size_t>(at), 1, ',');
-    return digits;
-}
-
 double milliseconds(Clock::duration duration)
 {
     return std::chrono::duration<double, std::milli>(duration).count();
@@ -347,7 +311,7 @@ int main(int argc, char** argv)
         return run(*options);
     } catch (const quillane::bench::Interrupted&) {
         std::fprintf(stderr, "quillane-bench-size: interrupted\n");
-        return 128 + g_signal;
+        return 128 + quillane::bench::interruptingSignal();
     } catch (const std::exception& error) {
         std::fprintf(stderr, "quillane-bench-size: %s\n", error.what());
         return 1;
