@@ -18,6 +18,15 @@ namespace quillane
 namespace fs = std::filesystem;
 
 struct TrashEmptier::Job {
+    Job(Scheduler& queue, std::shared_ptr<std::shared_ptr<Job>> slot, fs::path folder,
+        Reports wanted)
+        : mainQueue(queue), waiting(std::move(slot)), trashFolder(std::move(folder)),
+          reports(std::move(wanted))
+    {
+    }
+
+    Scheduler& mainQueue;
+    std::shared_ptr<std::shared_ptr<Job>> waiting;
     fs::path trashFolder;
     Reports reports;
     std::vector<std::string> names;
@@ -114,17 +123,15 @@ bool TrashEmptier::isSkipped(const std::string& name)
 
 void TrashEmptier::empty(const fs::path& trashFolder, Reports reports)
 {
-    auto job = std::make_shared<Job>();
-    job->trashFolder = trashFolder;
-    job->reports = std::move(reports);
-    m_workQueue.async([this, job] {
+    auto job = std::make_shared<Job>(m_mainQueue, m_waiting, trashFolder, std::move(reports));
+    m_workQueue.async([job] {
         const auto listing = listDirectory(job->trashFolder);
         job->files = UniqueFd::adopt(
             open(job->trashFolder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (!listing || !job->files) {
             const std::string error =
                 listing ? describeErrno(job->trashFolder.native(), errno) : listing.error();
-            m_mainQueue.post([job, error] { job->reports.listingFailed(error); });
+            job->mainQueue.post([job, error] { job->reports.listingFailed(error); });
             return;
         }
         // Skipped names are settled before anything goes, so none can hold up the end.
@@ -136,18 +143,18 @@ void TrashEmptier::empty(const fs::path& trashFolder, Reports reports)
             job->info = UniqueFd::adopt(
                 openat(job->trash.get(), "info", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         const auto count = static_cast<long long>(job->names.size());
-        m_mainQueue.post([job, count] { job->reports.started(count); });
+        job->mainQueue.post([job, count] { job->reports.started(count); });
         removeFrom(job);
     });
 }
 
 void TrashEmptier::resume()
 {
-    if (auto job = std::exchange(m_waiting, nullptr))
-        m_workQueue.async([this, job] { removeFrom(job); });
+    if (auto job = std::exchange(*m_waiting, nullptr))
+        m_workQueue.async([job] { removeFrom(job); });
 }
 
-void TrashEmptier::removeFrom(std::shared_ptr<Job> job)
+void TrashEmptier::removeFrom(const std::shared_ptr<Job>& job)
 {
     std::set<std::string> removed;
     while (job->next < job->names.size()) {
@@ -166,9 +173,9 @@ void TrashEmptier::removeFrom(std::shared_ptr<Job> job)
             outcome.error = result.error();
         }
         const bool hold = outcome.kind == Outcome::Kind::Failed;
-        m_mainQueue.post([this, job, outcome, hold] {
+        job->mainQueue.post([job, outcome, hold] {
             if (hold)
-                m_waiting = job; // set before the report, which may resume at once
+                *job->waiting = job; // set before the report, which may resume at once
             job->reports.outcome(outcome);
         });
         if (hold) {
@@ -177,7 +184,7 @@ void TrashEmptier::removeFrom(std::shared_ptr<Job> job)
         }
     }
     forgetSizes(job->trash.get(), removed);
-    m_mainQueue.post([job] { job->reports.finished(); });
+    job->mainQueue.post([job] { job->reports.finished(); });
 }
 
 } // namespace quillane

@@ -42,11 +42,14 @@ public:
 
 private:
     struct Job;
-    void removeFrom(std::shared_ptr<Job> job);
+    // Runs on the work queue; touches nothing of the emptier itself, which may be gone by
+    // the time queued work runs.
+    static void removeFrom(const std::shared_ptr<Job>& job);
 
     Scheduler& m_mainQueue;
     WorkQueue& m_workQueue;
-    std::shared_ptr<Job> m_waiting; // the job stopped at a failure, until resume()
+    // The job stopped at a failure, until resume(); shared with the job's own steps.
+    std::shared_ptr<std::shared_ptr<Job>> m_waiting = std::make_shared<std::shared_ptr<Job>>();
 };
 
 } // namespace quillane
