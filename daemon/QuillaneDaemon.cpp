@@ -135,8 +135,8 @@ void QuillaneDaemon::deleteFile(const QByteArray& url)
         reportDeletion(caller, url, QStringLiteral("the path is too long"));
         return;
     }
-    if (const QString problem = checkPlace(url.toStdString(), *uid); !problem.isEmpty()) {
-        reportDeletion(caller, url, problem);
+    if (const auto place = placeOf(url.toStdString(), *uid); !place) {
+        reportDeletion(caller, url, QString::fromStdString(place.error()));
         return;
     }
     // One request of a caller at a time, in order; the bus allows only so many unanswered
@@ -192,34 +192,29 @@ void QuillaneDaemon::reportDeletion(const QString& caller, const QByteArray& url
     client.deleteResultWithUrl(url, error.isEmpty() ? QStringList() : QStringList{error});
 }
 
-QString QuillaneDaemon::checkPlace(const fs::path& item, uid_t uid) const
+Result<TrashPlace> QuillaneDaemon::placeOf(const fs::path& item, uid_t uid) const
 {
     const auto home = homeOf(uid);
     const auto mounts = mountTable(m_installation.mountinfo);
     std::vector<fs::path> points;
     for (const MountEntry& mount : mounts)
         points.push_back(mount.mountPoint);
-    const auto place = findCallerTrash(item, uid, home.value_or(fs::path()), points);
+    auto place = findCallerTrash(item, uid, home.value_or(fs::path()), points);
     if (!place)
-        return QString::fromStdString(place.error());
+        return place;
     // A volume whose files live elsewhere (a network share, a user's own filesystem) is no
     // place for root to remove things: it could hang the daemon or hide what it touches.
     const auto mount = std::ranges::find(mounts, place->anchor, &MountEntry::mountPoint);
     if (place->anchor != home && mount != mounts.end() &&
         (!mount->local || mount->fsType.starts_with("fuse") || mount->fsType == "autofs"))
-        return QString::fromStdString(place->anchor.native() + ": not a local volume");
-    return {};
+        return Result<TrashPlace>::failure(place->anchor.native() + ": not a local volume");
+    return place;
 }
 
 QString QuillaneDaemon::removeItem(const fs::path& item, uid_t uid) const
 {
-    if (const QString problem = checkPlace(item, uid); !problem.isEmpty())
-        return problem;
-    const auto home = homeOf(uid);
-    std::vector<fs::path> points;
-    for (const MountEntry& mount : mountTable(m_installation.mountinfo))
-        points.push_back(mount.mountPoint);
-    const auto place = findCallerTrash(item, uid, home.value_or(fs::path()), points);
+    // Looked up again: the mounts may have changed while the request waited on polkit.
+    const auto place = placeOf(item, uid);
     if (!place)
         return errnoText(place.error());
 

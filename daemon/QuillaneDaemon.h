@@ -1,5 +1,6 @@
 #pragma once
 
+#include "CallerTrash.h"
 #include "PolkitAuthority.h"
 
 #include <QByteArray>
@@ -49,8 +50,8 @@ private:
     static constexpr std::size_t maxWaitingPerCaller = 10000;
 
     void deleteNext(const QString& caller);
-    // Why the path is no entry of the caller's own trash on a local volume; empty when it is.
-    QString checkPlace(const std::filesystem::path& item, uid_t uid) const;
+    // The caller's trash the path is an entry of, on a local volume; or why it is none.
+    Result<TrashPlace> placeOf(const std::filesystem::path& item, uid_t uid) const;
     // The uid behind the calling connection, or nothing when the bus will not say.
     std::optional<uid_t> callerUid() const;
     void reportDeletion(const QString& caller, const QByteArray& url, const QString& error);
