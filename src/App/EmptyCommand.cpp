@@ -193,7 +193,7 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
         }
         platform.defaults.synchronize();
         const bool ask =
-            !yes && !platform.defaults.boolValue(QStringLiteral("DeleteCheckSupression"));
+            !yes && !platform.defaults.boolValue(Constant::deleteCheckSupressionKey);
         if (ask &&
             !confirmed(displayText(volume->name(platform.volumeNames)), volume->itemCount())) {
             std::fprintf(stderr, "quillane: nothing was removed\n");

@@ -102,7 +102,7 @@ XPCClient::XPCClient(Services services, QObject* parent)
         });
     m_helperRegistered = m_services.appService.isRegistered();
     m_loginItemActive = m_services.appService.loginAdded();
-    if (m_services.defaults.boolValue(QStringLiteral("loginItemSupressed")) || m_loginItemActive)
+    if (m_services.defaults.boolValue(Constant::loginItemSupressedKey) || m_loginItemActive)
         m_showLoginLaunchScreen = false;
 }
 
@@ -232,7 +232,7 @@ void XPCClient::retryTick()
 void XPCClient::showTimeoutAlert(const QString& title, std::function<void()> keepTrying)
 {
     const AlertAnswer answer = m_services.alerts.runModal(
-        {title, timeoutText, {QStringLiteral("Keep Trying"), QStringLiteral("Quit")}, {}});
+        {title, timeoutText, {QStringLiteral("Keep Trying"), QStringLiteral("Quit")}, false, {}});
     if (answer.button == AlertAnswer::firstButton)
         keepTrying();
     else

@@ -28,7 +28,6 @@ using namespace std::chrono_literals;
 namespace
 {
 
-const QString showDropboxKey = QStringLiteral("ShowDropbox");
 constexpr auto publicationDelay = 500ms;
 // From the last item accounted for to the sound and the refresh.
 constexpr auto completionDelay = 500ms;
@@ -84,7 +83,7 @@ VolumeObserver::VolumeObserver(const Platform& platform, EmptyingServices emptyi
 {
     Console::writeLine("Hello from VolumeObserver");
     checkFDA();
-    m_platform.defaults.registerDefault(showDropboxKey, false);
+    m_platform.defaults.registerDefault(Constant::showDropboxKey, false);
     updateVolumes();
     connect(&m_platform.mountWatcher, &MountWatcher::mounted, this, &VolumeObserver::didMount);
     connect(&m_platform.mountWatcher, &MountWatcher::unmounted, this, &VolumeObserver::didUnmount);
@@ -142,7 +141,7 @@ void VolumeObserver::updateVolumes()
 
     // What the scan needs from the main thread is read here and handed over as copies.
     m_platform.defaults.synchronize();
-    const bool showDropbox = m_platform.defaults.boolValue(showDropboxKey);
+    const bool showDropbox = m_platform.defaults.boolValue(Constant::showDropboxKey);
     m_platform.workQueue.async([self, platform = m_platform, unmounted = m_unmounted, showDropbox] {
         auto volumes = scanVolumes(platform, unmounted, showDropbox);
         platform.mainQueue.postAfter(publicationDelay,

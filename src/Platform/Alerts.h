@@ -6,12 +6,14 @@
 namespace quillane {
 
 // A modal alert: a title, an informative text, one or two buttons (the first takes the Return
-// key) and, optionally, a "do not show again" check box.
+// key) and, optionally, the platform's "do not show this message again" check box.
 struct AlertRequest {
     QString title;
     QString informativeText;
     QStringList buttons;
-    QString suppressionText; // empty: no check box
+    bool showsSuppressionButton = false;
+    // A key that presses the second button besides a click ("d" for Delete); empty for none.
+    QString secondButtonKey;
 };
 
 struct AlertAnswer {

@@ -20,4 +20,13 @@ inline const QString deleteErrorKey = QStringLiteral("error");
 inline const QString helperVersionUpdatedName = QStringLiteral("HelperVersionUpdated");
 inline const QString helperVersionKey = QStringLiteral("helperVersion");
 
+
+// The user's stored preferences. Stored data depends on these keys letter for letter, "Supression"
+// with one p included.
+inline const QString deleteCheckSupressionKey = QStringLiteral("DeleteCheckSupression");
+inline const QString quitSuppressionKey = QStringLiteral("QuitSuppression");
+inline const QString loginItemSupressedKey = QStringLiteral("loginItemSupressed");
+inline const QString showDropboxKey = QStringLiteral("ShowDropbox");
+inline const QString quitAlwaysKeepsWindowsKey = QStringLiteral("NSQuitAlwaysKeepsWindows");
+
 } // namespace quillane::Constant

@@ -82,7 +82,7 @@ std::optional<fs::path> logFile(const QString& userName, const DebugLogContext& 
 
 void Debug::alert(Alerts& alerts, const QString& message)
 {
-    alerts.runModal({QStringLiteral("Quillane Alert"), message, {QStringLiteral("Ok")}, {}});
+    alerts.runModal({QStringLiteral("Quillane Alert"), message, {QStringLiteral("Ok")}, false, {}});
 }
 
 void Debug::writeToFile(const QString& text, const QString& userName, const BundleInfo& bundle,

@@ -16,19 +16,20 @@ class TestWidgetAlerts : public QObject
 private Q_SLOTS:
     void answers_data()
     {
-        QTest::addColumn<bool>("pressReturn"); // else click the second button
+        QTest::addColumn<QString>("press"); // "Return", "d", or "click" on the second button
         QTest::addColumn<bool>("tick");
         QTest::addColumn<int>("button");
-        QTest::newRow("Return takes the first") << true << false << AlertAnswer::firstButton;
-        QTest::newRow("Return, box ticked") << true << true << AlertAnswer::firstButton;
-        QTest::newRow("second button, box ticked") << false << true << AlertAnswer::secondButton;
+        QTest::newRow("Return takes the first") << "Return" << false << AlertAnswer::firstButton;
+        QTest::newRow("Return, box ticked") << "Return" << true << AlertAnswer::firstButton;
+        QTest::newRow("second button, box ticked") << "click" << true << AlertAnswer::secondButton;
+        QTest::newRow("its key presses the second") << "d" << false << AlertAnswer::secondButton;
     }
 
     // The alert shows what was asked and answers with the button pressed and the state of the
     // check box.
     void answers()
     {
-        QFETCH(bool, pressReturn);
+        QFETCH(QString, press);
         QFETCH(bool, tick);
         QFETCH(int, button);
 
@@ -45,13 +46,15 @@ private Q_SLOTS:
             QCOMPARE(box->informativeText(), QStringLiteral("It cannot be undone."));
             QCOMPARE(box->buttons().size(), 2);
             QVERIFY(box->checkBox() && !box->checkBox()->isChecked());
-            QCOMPARE(box->checkBox()->text(), QStringLiteral("Do not ask again"));
+            QCOMPARE(box->checkBox()->text(), QStringLiteral("Do not show this message again"));
 
             if (tick)
                 QTest::mouseClick(box->checkBox(), Qt::LeftButton, {},
                                   box->checkBox()->rect().center());
-            if (pressReturn) {
+            if (press == QStringLiteral("Return")) {
                 QTest::keyClick(box, Qt::Key_Return);
+            } else if (press == QStringLiteral("d")) {
+                QTest::keyClick(box, Qt::Key_D);
             } else {
                 for (QAbstractButton* candidate : box->buttons()) {
                     if (candidate->text() == QStringLiteral("Cancel"))
@@ -66,7 +69,8 @@ private Q_SLOTS:
             alerts.runModal({QStringLiteral("Empty Trash?"),
                              QStringLiteral("It cannot be undone."),
                              {QStringLiteral("Empty"), QStringLiteral("Cancel")},
-                             QStringLiteral("Do not ask again")});
+                             true,
+                             QStringLiteral("d")});
         QVERIFY(answered);
         QCOMPARE(answer.button, button);
         QCOMPARE(answer.suppressed, tick);

@@ -176,7 +176,7 @@ private Q_SLOTS:
         QCOMPARE(alerts.shown[0].title, QStringLiteral("Quillane Alert"));
         QCOMPARE(alerts.shown[0].informativeText, message);
         QCOMPARE(alerts.shown[0].buttons, QStringList{QStringLiteral("Ok")});
-        QVERIFY(alerts.shown[0].suppressionText.isEmpty());
+        QVERIFY(!alerts.shown[0].showsSuppressionButton);
     }
 };
 

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "Platform/Alerts.h"
+#include "Platform/ApplicationControl.h"
+#include "Platform/Workspace.h"
 #include "Platform/Console.h"
 #include "Platform/SystemLog.h"
 
@@ -63,19 +65,63 @@ private:
 using ConsoleCapture = LineCapture<Console>;
 using SystemLogCapture = LineCapture<SystemLog>;
 
-// Answers alerts from a list of answers (the first button once the list is used up) and
-// remembers what was shown.
+// Answers alerts from a list of buttons (the first button once the list is used up), with the
+// check box ticked as the list of ticks says (not ticked once it is used up), and remembers what
+// was shown.
 class ScriptedAlerts final : public Alerts
 {
 public:
     AlertAnswer runModal(const AlertRequest& request) override
     {
         shown.push_back(request);
-        return {answers.empty() ? AlertAnswer::firstButton : answers.takeFirst(), false};
+        return {answers.empty() ? AlertAnswer::firstButton : answers.takeFirst(),
+                ticks.empty() ? false : ticks.takeFirst()};
     }
 
     QList<int> answers;
+    QList<bool> ticks;
     std::vector<AlertRequest> shown;
+};
+
+// Records what the application was asked to do.
+class RecordingApplication final : public ApplicationControl
+{
+public:
+    void terminate() override { calls << QStringLiteral("terminate"); }
+    void activate(bool ignoringOtherApps) override
+    {
+        calls << (ignoringOtherApps ? QStringLiteral("activate ignoring") : QStringLiteral("activate"));
+    }
+    void hide() override { calls << QStringLiteral("hide"); }
+    void show(bool ignoringOtherApps) override
+    {
+        calls << (ignoringOtherApps ? QStringLiteral("show ignoring") : QStringLiteral("show"));
+    }
+
+    QStringList calls;
+};
+
+// Stands for the desktop's openers, which have no place in a test: records what it was given.
+class RecordingWorkspace final : public Workspace
+{
+public:
+    bool open(const QUrl& url) override
+    {
+        opened << url;
+        return opens;
+    }
+    Result<qint64> launch(const QString& program, const QStringList& arguments) override
+    {
+        launched << (QStringList{program} + arguments);
+        if (!launchError.isEmpty())
+            return Result<qint64>::failure(launchError.toStdString());
+        return Result<qint64>::success(1);
+    }
+
+    QList<QUrl> opened;
+    QList<QStringList> launched;
+    bool opens = true;
+    QString launchError; // when set, launching fails with it
 };
 
 // Writes a file with the given bytes, making its folders.

@@ -1,12 +1,15 @@
 #include "WidgetAlerts.h"
 
 #include <QCheckBox>
+#include <QKeySequence>
 #include <QMessageBox>
 #include <QPushButton>
 #include <vector>
 
 namespace quillane
 {
+
+const QString WidgetAlerts::suppressionLabel = QStringLiteral("Do not show this message again");
 
 AlertAnswer WidgetAlerts::runModal(const AlertRequest& request)
 {
@@ -25,8 +28,10 @@ AlertAnswer WidgetAlerts::runModal(const AlertRequest& request)
     if (!buttons.empty())
         box.setDefaultButton(buttons.front());
 
-    if (!request.suppressionText.isEmpty())
-        box.setCheckBox(new QCheckBox(request.suppressionText)); // the box owns it
+    if (buttons.size() > 1 && !request.secondButtonKey.isEmpty())
+        buttons[1]->setShortcut(QKeySequence(request.secondButtonKey));
+    if (request.showsSuppressionButton)
+        box.setCheckBox(new QCheckBox(suppressionLabel)); // the box owns it
 
     box.exec();
 

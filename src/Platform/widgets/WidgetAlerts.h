@@ -10,6 +10,9 @@ class WidgetAlerts final : public Alerts
 {
 public:
     AlertAnswer runModal(const AlertRequest& request) override;
+
+    // The label of the check box that stops an alert from being shown again.
+    static const QString suppressionLabel;
 };
 
 } // namespace quillane

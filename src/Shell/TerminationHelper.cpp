@@ -1,0 +1,32 @@
+#include "TerminationHelper.h"
+
+#include "Platform/Alerts.h"
+#include "Platform/ApplicationControl.h"
+#include "Platform/Constant.h"
+#include "Platform/UserDefaults.h"
+
+namespace quillane
+{
+
+void TerminationHelper::terminationCheck(UserDefaults& defaults, Alerts& alerts,
+                                         ApplicationControl& application)
+{
+    defaults.synchronize();
+    if (defaults.boolValue(Constant::quitSuppressionKey)) {
+        application.terminate();
+        return;
+    }
+    const AlertAnswer answer = alerts.runModal(
+        {QStringLiteral("Are you sure you want to quit Quillane?"),
+         QStringLiteral("Quitting will remove Quillane from your menu bar. Trash will empty for "
+                        "all mounted volumes."),
+         {QStringLiteral("Quit"), QStringLiteral("Cancel")},
+         true,
+         {}});
+    if (answer.suppressed)
+        defaults.setBool(Constant::quitSuppressionKey, true);
+    if (answer.button == AlertAnswer::firstButton)
+        application.terminate();
+}
+
+} // namespace quillane
