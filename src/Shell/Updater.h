@@ -3,21 +3,32 @@
 #include "Platform/BundleInfo.h"
 
 #include <QObject>
+#include <QString>
 #include <QUrl>
+#include <memory>
+
+class QNetworkAccessManager;
+class QNetworkReply;
 
 namespace quillane
 {
 
 class Alerts;
+struct AppcastItem;
+class RepeatingTimer;
 class Scheduler;
 class UserDefaults;
 class Workspace;
 
 // Checks the project's update feed for a newer build and tells the user what it found. One
 // instance lives for the whole application.
+//
+// One check runs at a time. A check the user asked for shows whatever it finds; a daily check
+// shows only a newer version and writes a failure to the console.
 class Updater : public QObject
 {
     Q_OBJECT
+    Q_DISABLE_COPY(Updater)
 
 public:
     struct Services {
@@ -34,7 +45,8 @@ public:
     ~Updater() override;
 
     // At launch: counts launches, asks once (on the second launch) whether to check daily, and
-    // starts the daily check when the user agreed.
+    // starts the daily check when the user agreed. The question waits for the main queue, so
+    // that launching finishes first; the first daily check comes a day after launch.
     void start();
     // A check the user asked for: its outcome is always shown.
     void checkForUpdates();
@@ -43,6 +55,23 @@ Q_SIGNALS:
     // A check ended, with its outcome shown or (for an unattended check with nothing new)
     // left unsaid.
     void checkFinished();
+
+private:
+    void check(bool userInitiated);
+    void finishCheck(QNetworkReply* reply);
+    QString failureOf(QNetworkReply& reply) const;
+    void offer(const AppcastItem& item, quint64 ourBuild);
+    void askForAutomaticChecks();
+    void checkDaily();
+
+    Services m_services;
+    QNetworkAccessManager* m_network;
+    // From the request until its outcome has been shown: a check asked for meanwhile is the
+    // same check.
+    bool m_checking = false;
+    bool m_userInitiated = false;
+    QString m_abortReason; // why the check under way was cut short by us
+    std::unique_ptr<RepeatingTimer> m_dailyCheck;
 };
 
 } // namespace quillane
