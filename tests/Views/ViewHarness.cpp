@@ -1,0 +1,31 @@
+#include "ViewHarness.h"
+
+namespace quillane::test
+{
+
+ViewHarness::ViewHarness()
+    : updater(std::make_unique<Updater>(Updater::Services{
+          helper.alerts, workspace, model.defaults, model.scheduler, BundleInfo::current(),
+          QUrl(QStringLiteral("http://127.0.0.1:9/appcast.xml")), false}))
+{
+}
+
+ViewServices ViewHarness::services()
+{
+    if (!model.observer)
+        model.start();
+    // A second client would replace the first, which earlier services still point to.
+    if (!m_client)
+        m_client = &helper.client();
+    return ViewServices{*model.observer,
+                        *m_client,
+                        *updater,
+                        model.defaults,
+                        helper.alerts,
+                        workspace,
+                        application,
+                        BundleInfo::current(),
+                        [this] { ++settingsOpened; }};
+}
+
+} // namespace quillane::test

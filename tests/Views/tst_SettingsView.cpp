@@ -1,0 +1,193 @@
+#include "Helper/XPCClient.h"
+#include "Platform/Constant.h"
+#include "Platform/linux/AutostartEntry.h"
+#include "Shell/HelperLink.h"
+#include "ViewHarness.h"
+#include "Views/SettingsView.h"
+
+#include <QCheckBox>
+#include <QTest>
+
+using namespace quillane;
+namespace fs = std::filesystem;
+using State = SettingsView::ControlActiveState;
+
+namespace
+{
+
+QCheckBox* switchNamed(const SettingsView& view, const QString& label)
+{
+    for (QCheckBox* box : view.findChildren<QCheckBox*>())
+        if (box->text() == label)
+            return box;
+    return nullptr;
+}
+
+// Points XDG_CONFIG_HOME at the folder and returns it.
+fs::path useConfigHome(const QTemporaryDir& folder)
+{
+    qputenv("XDG_CONFIG_HOME", folder.path().toLocal8Bit());
+    return AutostartEntry::configHomeFromEnvironment();
+}
+
+// The helper link as the application wires it, with its start at login kept in a temporary
+// configuration folder and no system bus.
+struct RealLoginItem {
+    explicit RealLoginItem(test::ViewHarness& harness)
+        : previous(qgetenv("XDG_CONFIG_HOME")), entry(useConfigHome(config), "/usr/bin/quillane"),
+          base(harness.services())
+    {
+    }
+    ~RealLoginItem() { qputenv("XDG_CONFIG_HOME", previous); }
+
+    // Makes the link, which reads the login item's state once, as the application does.
+    ViewServices services(test::ViewHarness& harness)
+    {
+        link = std::make_unique<HelperLink>(harness.helper.scheduler, base.defaults, base.alerts,
+                                            base.application, QDBusConnection(QString()));
+        return {base.observer,  link->client(),   base.updater, base.defaults,    base.alerts,
+                base.workspace, base.application, base.bundle,  base.openSettings};
+    }
+
+    QByteArray previous;
+    QTemporaryDir config;
+    AutostartEntry entry;
+    ViewServices base;
+    std::unique_ptr<HelperLink> link;
+};
+
+} // namespace
+
+Q_DECLARE_METATYPE(SettingsView::ControlActiveState)
+
+class TestSettingsView : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void confirmationSwitchesStoreTheirSuppression_data()
+    {
+        QTest::addColumn<QString>("label");
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QString>("otherKey");
+        QTest::newRow("emptying") << "Ask before emptying trash"
+                                  << "DeleteCheckSupression"
+                                  << "QuitSuppression";
+        QTest::newRow("quitting") << "Warn before quitting Quillane"
+                                  << "QuitSuppression"
+                                  << "DeleteCheckSupression";
+    }
+    void confirmationSwitchesStoreTheirSuppression()
+    {
+        QFETCH(QString, label);
+        QFETCH(QString, key);
+        QFETCH(QString, otherKey);
+        test::ViewHarness harness;
+        SettingsView view(harness.services());
+        view.show();
+        QCheckBox* box = switchNamed(view, label);
+        QVERIFY(box);
+        QVERIFY(box->isChecked()); // nothing stored yet: ask and warn
+
+        box->click();
+        QVERIFY(harness.model.defaults.boolValue(key));
+        QVERIFY(!harness.model.defaults.boolValue(otherKey));
+        box->click();
+        QVERIFY(!harness.model.defaults.boolValue(key));
+
+        // Another window (the confirmation's own box) turns it off; the form shows it when it
+        // is shown again.
+        view.hide();
+        harness.model.defaults.setBool(key, true);
+        view.show();
+        QVERIFY(!box->isChecked());
+        QVERIFY(harness.model.defaults.boolValue(key));
+    }
+
+    void loginSwitchWritesTheAutostartEntry()
+    {
+        test::ViewHarness harness;
+        RealLoginItem login(harness);
+        QVERIFY(login.entry.registerService().ok());
+        const ViewServices services = login.services(harness);
+        QVERIFY(services.client.loginItemActive());
+        QVERIFY(login.entry.unregisterService().ok()); // gone behind the program's back
+
+        // Shown while the client reports the item active: the switch moves to on, which adds
+        // the entry again.
+        SettingsView view(services);
+        view.show();
+        QVERIFY(view.launchOnLogin()->isChecked());
+        QCOMPARE(login.entry.status(), ServiceHandle::Enabled);
+
+        view.launchOnLogin()->click();
+        QVERIFY(!fs::exists(login.entry.path()));
+        QVERIFY(!services.client.loginItemActive());
+        view.launchOnLogin()->click();
+        QCOMPARE(login.entry.status(), ServiceHandle::Enabled);
+        QVERIFY(services.client.loginItemActive());
+    }
+
+    void refusedLoginItemShowsOffWhenShownAgain()
+    {
+        test::ViewHarness harness;
+        RealLoginItem login(harness);
+        // A file where the autostart folder belongs: the entry cannot be written.
+        test::writeFile(login.entry.path().parent_path());
+        SettingsView view(login.services(harness));
+        view.show();
+
+        view.launchOnLogin()->click();
+        QVERIFY(!login.link->client().loginItemActive());
+        QVERIFY(view.launchOnLogin()->isChecked());
+        view.hide();
+        view.show();
+        QVERIFY(!view.launchOnLogin()->isChecked());
+    }
+
+    void standingOfTheWindow_data()
+    {
+        QTest::addColumn<bool>("open");
+        QTest::addColumn<bool>("active");
+        QTest::addColumn<Qt::ApplicationState>("application");
+        QTest::addColumn<State>("state");
+        QTest::newRow("in front") << true << true << Qt::ApplicationActive << State::Active;
+        QTest::newRow("another application")
+            << true << false << Qt::ApplicationInactive << State::Inactive;
+        QTest::newRow("application hidden")
+            << true << false << Qt::ApplicationHidden << State::Inactive;
+        QTest::newRow("our panel in front")
+            << true << false << Qt::ApplicationActive << State::Other;
+        QTest::newRow("closed") << false << false << Qt::ApplicationInactive << State::Other;
+    }
+    void standingOfTheWindow()
+    {
+        QFETCH(bool, open);
+        QFETCH(bool, active);
+        QFETCH(Qt::ApplicationState, application);
+        QFETCH(State, state);
+        QCOMPARE(SettingsView::controlActiveState(open, active, application), state);
+    }
+
+    void applicationFollowsTheWindow()
+    {
+        test::ViewHarness harness;
+        SettingsView view(harness.services());
+        view.show();
+        view.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&view));
+        QCOMPARE(harness.application.calls, (QStringList{QStringLiteral("activate ignoring"),
+                                                         QStringLiteral("show ignoring")}));
+
+        harness.application.calls.clear();
+        view.setControlActiveState(State::Inactive);
+        view.setControlActiveState(State::Inactive);
+        view.setControlActiveState(State::Other);
+        view.setControlActiveState(State::Active);
+        QCOMPARE(harness.application.calls,
+                 (QStringList{QStringLiteral("hide"), QStringLiteral("show ignoring")}));
+    }
+};
+
+QTEST_MAIN(TestSettingsView)
+#include "tst_SettingsView.moc"
