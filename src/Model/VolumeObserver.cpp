@@ -224,7 +224,7 @@ void VolumeObserver::updateMonitors()
             monitor->startMonitoring();
             monitor->folderDidChange = [self] {
                 if (self)
-                    self->updateVolumes();
+                    self->rebuildForChange();
             };
             m_monitorEvents.push_back(std::move(monitor));
         } else if (volume.volPath()) {
@@ -264,8 +264,18 @@ void VolumeObserver::handleVolume(const Volume&, const std::shared_ptr<FolderMon
     QPointer<VolumeObserver> self(this);
     m_platform.mainQueue.post([self] {
         if (self)
-            self->updateVolumes();
+            self->rebuildForChange();
     });
+}
+
+void VolumeObserver::rebuildForChange()
+{
+    // An emptying changes its trash folder with every item it removes; rebuilding the list
+    // for each would take the rows, and the progress bar with them, off the panel. Its
+    // completion rebuilds the list once, with every change made meanwhile.
+    if (m_itemsToDelete.value_or(0) > 0)
+        return;
+    updateVolumes();
 }
 
 void VolumeObserver::didUnmount(const fs::path& path)

@@ -99,6 +99,7 @@ Q_SIGNALS:
 
 private:
     void checkFDA();
+    void rebuildForChange();
     void setVolumes(std::vector<Volume> volumes);
     void watchForHomeTrash();
     void setProgress(double progress);

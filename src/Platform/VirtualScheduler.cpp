@@ -45,6 +45,21 @@ std::unique_ptr<RepeatingTimer> VirtualScheduler::repeat(Duration interval, Task
     return std::make_unique<VirtualRepeatingTimer>(alive);
 }
 
+bool VirtualScheduler::runNext()
+{
+    Task task;
+    {
+        std::lock_guard lock(m_mutex);
+        auto next = m_tasks.begin();
+        if (next == m_tasks.end() || next->first.first > m_now)
+            return false;
+        task = std::move(next->second);
+        m_tasks.erase(next);
+    }
+    task();
+    return true;
+}
+
 void VirtualScheduler::advance(Duration by)
 {
     Duration target;

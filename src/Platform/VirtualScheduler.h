@@ -24,6 +24,9 @@ public:
     void advance(Duration by);
     // Runs what is due now, including what those tasks post for now.
     void runPending() { advance(Duration::zero()); }
+    // Runs the first task that is due now, if there is one: a step at a time through work that
+    // runPending() would do at once.
+    bool runNext();
     Duration now() const;
     std::size_t pendingCount() const;
 

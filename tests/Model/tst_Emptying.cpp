@@ -168,6 +168,12 @@ private Q_SLOTS:
         QVERIFY(harness.alerts.isEmpty());
         QVERIFY(fs::exists(harness.info() / "locked.trashinfo")); // the record stays with its item
 
+        // The removals changed the watched trash folder, but the rows stay on the panel while
+        // the helper is still at work: the completion rebuilds the list.
+        QTest::qWait(100);
+        harness.model.scheduler.runPending();
+        QCOMPARE(observer.volumes().size(), std::size_t(1));
+
         // The helper's reports arrive as notifications on the main thread.
         for (const fs::path& item : harness.handedOver)
             NotificationCenter::defaultCenter().post(

@@ -37,6 +37,7 @@ private Q_SLOTS:
         QTimer::singleShot(0, this, [&] {
             auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
             QVERIFY(box);
+            QVERIFY(QTest::qWaitForWindowActive(box)); // keys reach the active window only
             // Never leave it up when a check fails.
             const auto close = qScopeGuard([box] {
                 if (box->isVisible())
@@ -54,7 +55,7 @@ private Q_SLOTS:
             if (press == QStringLiteral("Return")) {
                 QTest::keyClick(box, Qt::Key_Return);
             } else if (press == QStringLiteral("d")) {
-                QTest::keyClick(box, Qt::Key_D);
+                QTest::keyClick(box->focusWidget(), Qt::Key_D); // where the user's keys go
             } else {
                 for (QAbstractButton* candidate : box->buttons()) {
                     if (candidate->text() == QStringLiteral("Cancel"))

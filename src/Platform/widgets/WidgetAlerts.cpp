@@ -1,13 +1,47 @@
 #include "WidgetAlerts.h"
 
 #include <QCheckBox>
-#include <QKeySequence>
+#include <QCoreApplication>
+#include <QKeyEvent>
 #include <QMessageBox>
 #include <QPushButton>
 #include <vector>
 
 namespace quillane
 {
+
+namespace
+{
+
+// Presses a button when its key is typed anywhere in the alert, without modifiers: the key of
+// the alert's own choosing, beside Return for the first button.
+class KeyPress final : public QObject
+{
+public:
+    KeyPress(QString key, QAbstractButton* button) : m_key(std::move(key)), m_button(button) {}
+
+    // Sees the keys of every widget, so that it works wherever the focus is in the alert.
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        auto* widget = qobject_cast<QWidget*>(watched);
+        if (m_button && !m_key.isEmpty() && event->type() == QEvent::ShortcutOverride && widget &&
+            widget->window() == m_button->window()) {
+            auto* key = static_cast<QKeyEvent*>(event);
+            if ((key->modifiers() & ~Qt::KeypadModifier) == Qt::NoModifier &&
+                key->text().compare(m_key, Qt::CaseInsensitive) == 0) {
+                m_button->click();
+                return true;
+            }
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    QString m_key;
+    QAbstractButton* m_button;
+};
+
+} // namespace
 
 const QString WidgetAlerts::suppressionLabel = QStringLiteral("Do not show this message again");
 
@@ -28,8 +62,8 @@ AlertAnswer WidgetAlerts::runModal(const AlertRequest& request)
     if (!buttons.empty())
         box.setDefaultButton(buttons.front());
 
-    if (buttons.size() > 1 && !request.secondButtonKey.isEmpty())
-        buttons[1]->setShortcut(QKeySequence(request.secondButtonKey));
+    KeyPress secondKey(request.secondButtonKey, buttons.size() > 1 ? buttons[1] : nullptr);
+    QCoreApplication::instance()->installEventFilter(&secondKey);
     if (request.showsSuppressionButton)
         box.setCheckBox(new QCheckBox(suppressionLabel)); // the box owns it
 
