@@ -1,23 +1,112 @@
 #include "App/EmptyCommand.h"
 #include "App/ListCommand.h"
+#include "App/RunningInstance.h"
+#include "App/ScreenshotCommand.h"
+#include "App/TrashApp.h"
 #include "Platform/BuildInfo.h"
+#include "Platform/Console.h"
+#include "Views/Pictures.h"
+#include "Views/Translations.h"
 
+#include <QApplication>
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <cstdio>
+#include <cstring>
 
-int main(int argc, char* argv[])
+namespace
 {
-    QCoreApplication app(argc, argv);
+
+void nameApplication()
+{
     QCoreApplication::setApplicationName(QStringLiteral("quillane"));
     QCoreApplication::setApplicationVersion(QString::fromLatin1(quillane::BuildInfo::versionText));
+}
+
+// With no command, quillane is the tray application; a command or a request for help runs on
+// the command line, where no display is needed.
+bool wantsCommandLine(int argc)
+{
+    return argc > 1;
+}
+
+bool wantsScreenshot(int argc, char* argv[])
+{
+    return argc > 1 && std::strcmp(argv[1], "--screenshot") == 0;
+}
+
+void prepareWidgets(QApplication& app)
+{
+    QApplication::setApplicationDisplayName(QStringLiteral("Quillane"));
+    QGuiApplication::setDesktopFileName(QStringLiteral("com.velmoric.Quillane"));
+    // The tray application goes on with no window open; it ends through its quit command.
+    QApplication::setQuitOnLastWindowClosed(false);
+    (void)app;
+    quillane::installTranslations();
+    quillane::ensureIconTheme();
+}
+
+int runTrayApplication(int argc, char* argv[])
+{
+    if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") &&
+        qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+        std::fputs("quillane: there is no desktop to show the tray application on (neither "
+                   "DISPLAY nor WAYLAND_DISPLAY is set).\nSee quillane --help for the commands "
+                   "that work without one.\n",
+                   stderr);
+        return 2;
+    }
+    QApplication app(argc, argv);
+    nameApplication();
+    prepareWidgets(app);
+    quillane::Console::toStandardOutput();
+
+    quillane::RunningInstance instance;
+    if (instance.askRunningToShow()) {
+        std::fputs("Quillane is already running: its panel was brought forward.\n", stdout);
+        return 0;
+    }
+    if (!instance.listen()) {
+        quillane::Console::writeLine("Instance Error: ", instance.error().toStdString());
+    }
+
+    quillane::TrashApp trash;
+    QObject::connect(&instance, &quillane::RunningInstance::showRequested, &trash,
+                     &quillane::TrashApp::showPanel);
+    trash.launch();
+    return QApplication::exec();
+}
+
+int runScreenshot(int argc, char* argv[])
+{
+    // Screenshots are drawn off screen, the same on every machine.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    nameApplication();
+    prepareWidgets(app);
+    const QStringList arguments = QCoreApplication::arguments();
+    if (arguments.size() != 4) {
+        std::fprintf(stderr, "usage: quillane --screenshot VIEW FILE.png\nviews: %s\n",
+                     qPrintable(quillane::screenshotViews().join(QStringLiteral(", "))));
+        return 2;
+    }
+    return quillane::runScreenshotCommand(arguments[2], arguments[3]);
+}
+
+int runCommandLine(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    nameApplication();
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
         "Quillane shows the trash of every location (your home, each mounted volume, cloud "
-        "folders) and empties one at a time.\n\nCommands:\n"
+        "folders) and empties one at a time.\n\nWithout a command it runs as a tray "
+        "application.\n\nCommands:\n"
         "  list [--json]            Print every trash location with its item count and size.\n"
-        "  empty LOCATION [--yes]   Empty the trash of one location, named as list shows it."));
+        "  empty LOCATION [--yes]   Empty the trash of one location, named as list shows it.\n"
+        "  --screenshot VIEW FILE   Draw a view of the application into a PNG file."));
     parser.addHelpOption();
     parser.addVersionOption();
     const QCommandLineOption jsonOption(QStringLiteral("json"),
@@ -31,16 +120,11 @@ int main(int argc, char* argv[])
                                     QStringLiteral("With empty: report the longest stall."));
     stallsOption.setFlags(QCommandLineOption::HiddenFromHelp);
     parser.addOption(stallsOption);
-    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list"),
+    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list or empty"),
                                  QStringLiteral("[command]"));
     parser.process(app);
 
     const QStringList arguments = parser.positionalArguments();
-    if (arguments.isEmpty()) {
-        // Without a command, Quillane is the tray application, which is not built yet.
-        std::fputs(qPrintable(parser.helpText()), stdout);
-        return 0;
-    }
     if (arguments.size() == 1 && arguments.first() == QStringLiteral("list"))
         return quillane::runListCommand(parser.isSet(jsonOption));
 
@@ -51,4 +135,15 @@ int main(int argc, char* argv[])
     std::fprintf(stderr, "quillane: unknown command \"%s\"; see quillane --help\n",
                  qPrintable(arguments.join(QLatin1Char(' '))));
     return 2;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    if (wantsScreenshot(argc, argv))
+        return runScreenshot(argc, argv);
+    if (wantsCommandLine(argc))
+        return runCommandLine(argc, argv);
+    return runTrayApplication(argc, argv);
 }

@@ -1,0 +1,273 @@
+#include "ScreenshotCommand.h"
+
+#include "Helper/XPCClient.h"
+#include "Model/VolumeObserver.h"
+#include "Platform/BuildInfo.h"
+#include "Platform/MountWatcher.h"
+#include "Platform/TrashLocator.h"
+#include "Platform/UserDefaults.h"
+#include "Platform/VirtualScheduler.h"
+#include "Platform/VolumeNames.h"
+#include "Platform/linux/InotifyFolderWatcher.h"
+#include "Platform/linux/ProcMountTable.h"
+#include "Platform/widgets/DesktopWorkspace.h"
+#include "Platform/widgets/WidgetAlerts.h"
+#include "Platform/widgets/WidgetApplication.h"
+#include "Shell/HelperLink.h"
+#include "Shell/Updater.h"
+#include "Views/MenuView.h"
+#include "Views/SettingsView.h"
+#include "Views/SetupView.h"
+
+#include <QApplication>
+#include <QDBusConnection>
+#include <QDeadlineTimer>
+#include <QLabel>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QVBoxLayout>
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace quillane
+{
+
+namespace
+{
+
+struct StagedLocation {
+    std::string name;
+    int items;
+    std::size_t bytesPerItem;
+};
+
+const std::vector<StagedLocation> threeLocations = {
+    {"Computer", 24, 180'000}, {"Backup Disk", 312, 2'400'000}, {"USB Stick", 3, 12'000}};
+
+std::vector<StagedLocation> twelveLocations()
+{
+    std::vector<StagedLocation> locations = threeLocations;
+    for (const char* name : {"Photos", "Projects", "Music", "Camera Card", "Archive", "Scratch",
+                             "Video Edit", "Old Laptop", "Travel"})
+        locations.push_back({name, static_cast<int>(std::strlen(name)) * 7, 900'000});
+    return locations;
+}
+
+// Each staged location is a folder with its own trash, standing for a mounted volume; the
+// first one stands for the computer's own disk and holds the home folder.
+class StagedTrash final : public TrashLocator
+{
+public:
+    explicit StagedTrash(fs::path homeTrash) : m_homeTrash(std::move(homeTrash)) {}
+
+    Result<fs::path> trashFolder(const fs::path& location) const override
+    {
+        if (location == "/")
+            return Result<fs::path>::success(m_homeTrash);
+        const fs::path trash = location / (".Trash-" + std::to_string(getuid())) / "files";
+        if (fs::is_directory(trash))
+            return Result<fs::path>::success(trash);
+        return Result<fs::path>::failure("no trash at " + location.native());
+    }
+    fs::path homeTrashFolder() const override { return m_homeTrash; }
+
+private:
+    fs::path m_homeTrash;
+};
+
+class StagedNames final : public VolumeNames
+{
+public:
+    std::optional<std::string> volumeName(const fs::path& path) const override
+    {
+        const auto found = names.find(path);
+        return found == names.end() ? std::nullopt : std::optional(found->second);
+    }
+
+    std::map<fs::path, std::string> names;
+};
+
+void fillTrash(const fs::path& trash, int items, std::size_t bytesPerItem)
+{
+    fs::create_directories(trash);
+    for (int i = 0; i < items; ++i) {
+        std::ofstream file(trash / ("item " + std::to_string(i)), std::ios::binary);
+        const std::string block(bytesPerItem, 'q');
+        file.write(block.data(), static_cast<std::streamsize>(block.size()));
+    }
+}
+
+// A whole application's worth of models over the staged locations, on a virtual clock so that
+// an emptying can be stopped halfway for its picture.
+class Scene
+{
+public:
+    explicit Scene(const std::vector<StagedLocation>& locations)
+        : m_root(QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation) +
+                 QStringLiteral("/quillane-scene-XXXXXX")),
+          m_home(m_root.path().toStdString() + "/home"),
+          m_trash(m_home / ".local/share/Trash/files"),
+          m_mounts(m_root.path().toStdString() + "/mountinfo", m_home),
+          m_defaults(m_root.filePath(QStringLiteral("settings.ini"))),
+          m_alerts(), m_workspace()
+    {
+        // The autostart entry of this scene's own, not the user's.
+        qputenv("XDG_CONFIG_HOME", m_root.filePath(QStringLiteral("config")).toLocal8Bit());
+        std::ofstream mountinfo(m_root.path().toStdString() + "/mountinfo");
+        int id = 20;
+        for (const StagedLocation& location : locations) {
+            fs::path point = "/";
+            if (id == 20) {
+                fillTrash(m_trash.homeTrashFolder(), location.items, location.bytesPerItem);
+            } else {
+                point = fs::path(m_root.path().toStdString()) / "volumes" / location.name;
+                fillTrash(point / (".Trash-" + std::to_string(getuid())) / "files",
+                          location.items, location.bytesPerItem);
+            }
+            m_names.names[point] = location.name;
+            std::string escaped;
+            for (const char c : point.native())
+                escaped += c == ' ' ? std::string("\\040") : std::string(1, c);
+            mountinfo << id << " 1 8:" << id << " / " << escaped << " rw shared:1 - ext4 /dev/sd"
+                      << id << " rw\n";
+            ++id;
+        }
+        mountinfo.close();
+
+        m_observer = std::make_unique<VolumeObserver>(
+            Platform{m_scheduler, m_work, m_trash, m_mounts, m_mountWatcher, m_folders,
+                     m_defaults, m_names, m_home});
+        m_helper = std::make_unique<HelperLink>(m_scheduler, m_defaults, m_alerts, m_application,
+                                                QDBusConnection(QString()));
+        m_updater = std::make_unique<Updater>(
+            Updater::Services{m_alerts, m_workspace, m_defaults, m_scheduler,
+                              BundleInfo::current(), QUrl(), false});
+        m_scheduler.advance(std::chrono::seconds(1));
+    }
+
+    ViewServices services()
+    {
+        return ViewServices{*m_observer, m_helper->client(), *m_updater,  m_defaults,
+                            m_alerts,    m_workspace,        m_application, BundleInfo::current(),
+                            [] {}};
+    }
+
+    // Starts emptying the named location and stops when about that share of it is done.
+    void emptyPartly(const std::string& name, double share)
+    {
+        for (const Volume& volume : m_observer->volumes()) {
+            if (volume.name(m_names) != name)
+                continue;
+            m_observer->emptySelectedTrash(volume);
+            while (m_observer->progress() < share && m_scheduler.runNext()) {
+            }
+            return;
+        }
+    }
+
+private:
+    QTemporaryDir m_root;
+    fs::path m_home;
+    VirtualScheduler m_scheduler;
+    InlineWorkQueue m_work;
+    StagedTrash m_trash;
+    ProcMountTable m_mounts;
+    MountWatcher m_mountWatcher;
+    InotifyFolderWatcher m_folders;
+    SettingsUserDefaults m_defaults;
+    StagedNames m_names;
+    WidgetAlerts m_alerts;
+    DesktopWorkspace m_workspace;
+    WidgetApplication m_application;
+    std::unique_ptr<VolumeObserver> m_observer;
+    std::unique_ptr<HelperLink> m_helper;
+    std::unique_ptr<Updater> m_updater;
+};
+
+// Lets the rows finish their background counting before the picture is taken.
+void settle(QWidget& view)
+{
+    QDeadlineTimer deadline(10000);
+    while (!deadline.hasExpired()) {
+        QApplication::processEvents(QEventLoop::AllEvents, 50);
+        const auto labels = view.findChildren<QLabel*>();
+        if (std::ranges::none_of(labels, [](const QLabel* label) {
+                return label->text() == QStringLiteral("Calculating...");
+            }))
+            break;
+    }
+    view.adjustSize();
+    QApplication::processEvents();
+}
+
+// The view in a plain window background, as it appears on the desktop.
+std::unique_ptr<QWidget> framed(QWidget* view)
+{
+    auto window = std::make_unique<QWidget>();
+    auto* layout = new QVBoxLayout(window.get());
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSizeConstraint(QLayout::SetFixedSize);
+    layout->addWidget(view);
+    window->setAutoFillBackground(true);
+    return window;
+}
+
+// One page of the first-run guide at the size the setup window gives it.
+template <class Page> QWidget* page(const ViewServices& services)
+{
+    auto* view = new Page(services);
+    view->setFixedSize(Page::pageSize);
+    return view;
+}
+
+} // namespace
+
+QStringList screenshotViews()
+{
+    return {QStringLiteral("panel"),        QStringLiteral("panel-12"),
+            QStringLiteral("emptying"),     QStringLiteral("setup-fda"),
+            QStringLiteral("setup-helper"), QStringLiteral("setup-login"),
+            QStringLiteral("settings")};
+}
+
+int runScreenshotCommand(const QString& view, const QString& file)
+{
+    if (!screenshotViews().contains(view)) {
+        std::fprintf(stderr, "quillane: no view \"%s\"; views: %s\n", qPrintable(view),
+                     qPrintable(screenshotViews().join(QStringLiteral(", "))));
+        return 2;
+    }
+    Scene scene(view == QStringLiteral("panel-12") ? twelveLocations() : threeLocations);
+    const ViewServices services = scene.services();
+
+    QWidget* content = nullptr;
+    if (view.startsWith(QStringLiteral("panel")) || view == QStringLiteral("emptying"))
+        content = new MenuView(services);
+    else if (view == QStringLiteral("setup-fda"))
+        content = page<FDAView>(services);
+    else if (view == QStringLiteral("setup-helper"))
+        content = page<HelperView>(services);
+    else if (view == QStringLiteral("setup-login"))
+        content = page<LoginItemView>(services);
+    else
+        content = new SettingsView(services);
+
+    const std::unique_ptr<QWidget> window = framed(content);
+    window->show();
+    settle(*window);
+    if (view == QStringLiteral("emptying")) {
+        scene.emptyPartly("Backup Disk", 0.4);
+        settle(*window);
+    }
+    if (!window->grab().save(file, "PNG")) {
+        std::fprintf(stderr, "quillane: could not write %s\n", qPrintable(file));
+        return 1;
+    }
+    return 0;
+}
+
+} // namespace quillane

@@ -1,0 +1,88 @@
+#pragma once
+
+#include "Platform/Platform.h"
+#include "Platform/linux/LinuxPlatform.h"
+#include "Platform/multimedia/QtSoundPlayer.h"
+#include "Platform/widgets/DesktopWorkspace.h"
+#include "Platform/widgets/WidgetAlerts.h"
+#include "Platform/widgets/WidgetApplication.h"
+#include "Views/ViewServices.h"
+
+#include <QAction>
+#include <QDBusConnection>
+#include <QObject>
+#include <QPointer>
+#include <memory>
+
+class QWidget;
+
+namespace quillane
+{
+
+class AppDelegate;
+class HelperLink;
+class PanelWindow;
+class TrayIcon;
+class Updater;
+class VolumeObserver;
+class XPCClient;
+
+// The tray application: the one volume list, helper connection and update checker, and the
+// three scenes every view is shown in: the setup window, the tray icon with its panel (a
+// window of its own where the desktop has no tray), and the settings window.
+class TrashApp : public QObject
+{
+    Q_OBJECT
+
+public:
+    // The session bus is where the tray lives.
+    explicit TrashApp(QDBusConnection sessionBus = QDBusConnection::sessionBus());
+    ~TrashApp() override;
+
+    // Builds the scenes and finishes launching. Returns at once; the event loop runs them.
+    void launch();
+    // Brings the panel forward: a later launch asked for it.
+    void showPanel();
+    void openSettings();
+
+    VolumeObserver& observer() { return *m_observer; }
+    XPCClient& client();
+    Updater& updater() { return *m_updater; }
+    // The window that shows the panel where the desktop has no tray; null while there is a tray.
+    QWidget* panelWindow() const { return m_windowedPanel; }
+    QWidget* settingsWindow() const { return m_settingsWindow; }
+    QWidget* setupWindow() const { return m_setupWindow; }
+
+private:
+    ViewServices viewServices();
+    void addCommands(QWidget* window);
+    void showSetupWindow();
+    void showWindowedPanel();
+    void togglePanel(QPoint anchor);
+    void showTrayMenu(QPoint anchor);
+
+    LinuxPlatform m_linux;
+    Platform m_platform;
+    BundleInfo m_bundle;
+    WidgetAlerts m_alerts;
+    WidgetApplication m_application;
+    DesktopWorkspace m_workspace;
+    QtSoundPlayer m_sound;
+    std::unique_ptr<VolumeObserver> m_observer;
+    std::unique_ptr<HelperLink> m_helperLink;
+    std::unique_ptr<Updater> m_updater;
+    std::unique_ptr<AppDelegate> m_appDelegate;
+    QDBusConnection m_sessionBus;
+
+    QAction m_checkForUpdatesCommand;
+    QAction m_settingsCommand;
+    QAction m_quitCommand;
+
+    std::unique_ptr<TrayIcon> m_tray;
+    std::unique_ptr<PanelWindow> m_panel;
+    QPointer<QWidget> m_windowedPanel;
+    QPointer<QWidget> m_setupWindow;
+    QPointer<QWidget> m_settingsWindow;
+};
+
+} // namespace quillane

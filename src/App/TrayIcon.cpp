@@ -1,0 +1,75 @@
+#include "TrayIcon.h"
+
+#include "Platform/Console.h"
+#include "Platform/tray/StatusNotifierItem.h"
+
+#include <QCursor>
+#include <QSystemTrayIcon>
+
+namespace quillane
+{
+
+TrayIcon::TrayIcon(QIcon icon, QDBusConnection sessionBus, QObject* parent)
+    : QObject(parent), m_icon(std::move(icon)), m_bus(std::move(sessionBus)),
+      m_hosts(std::make_unique<StatusNotifierHostWatcher>(m_bus))
+{
+    connect(m_hosts.get(), &StatusNotifierHostWatcher::hostAvailableChanged, this,
+            [this](bool available) {
+                if (available && !isShown() && showStatusNotifierItem())
+                    Q_EMIT appeared();
+            });
+    // A restarted panel forgets its items.
+    connect(m_hosts.get(), &StatusNotifierHostWatcher::watcherStarted, this, [this] {
+        if (m_item)
+            m_item->registerWithWatcher();
+    });
+}
+
+TrayIcon::~TrayIcon() = default;
+
+bool TrayIcon::start()
+{
+    if (m_hosts->hostAvailable() && showStatusNotifierItem())
+        return true;
+    if (!QSystemTrayIcon::isSystemTrayAvailable())
+        return false;
+    m_systemTray = std::make_unique<QSystemTrayIcon>(m_icon);
+    m_systemTray->setToolTip(QStringLiteral("Quillane"));
+    connect(m_systemTray.get(), &QSystemTrayIcon::activated, this,
+            [this](QSystemTrayIcon::ActivationReason reason) {
+                const QRect icon = m_systemTray->geometry();
+                const QPoint anchor = icon.isValid() ? QPoint(icon.center().x(), icon.bottom())
+                                                     : QCursor::pos();
+                if (reason == QSystemTrayIcon::Context)
+                    Q_EMIT contextMenuRequested(anchor);
+                else
+                    Q_EMIT clicked(anchor);
+            });
+    m_systemTray->show();
+    return true;
+}
+
+bool TrayIcon::isShown() const
+{
+    return m_item || (m_systemTray && m_systemTray->isVisible());
+}
+
+bool TrayIcon::showStatusNotifierItem()
+{
+    auto item = std::make_unique<StatusNotifierItem>(m_bus, QStringLiteral("quillane"),
+                                                     QStringLiteral("Quillane"), m_icon);
+    if (!item->registerWithWatcher()) {
+        Console::writeLine("Tray Error: " + item->error().toStdString());
+        return false;
+    }
+    connect(item.get(), &StatusNotifierItem::registrationFailed, this,
+            [](const QString& error) { Console::writeLine("Tray Error: ", error.toStdString()); });
+    connect(item.get(), &StatusNotifierItem::activated, this, &TrayIcon::clicked);
+    connect(item.get(), &StatusNotifierItem::contextMenuRequested, this,
+            &TrayIcon::contextMenuRequested);
+    m_item = std::move(item);
+    m_systemTray.reset();
+    return true;
+}
+
+} // namespace quillane

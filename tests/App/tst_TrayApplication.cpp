@@ -1,0 +1,205 @@
+#include "../Helper/HelperHarness.h"
+#include "App/AppDelegate.h"
+#include "App/PanelWindow.h"
+#include "App/RunningInstance.h"
+#include "App/TrayIcon.h"
+#include "Platform/Constant.h"
+#include "Platform/tray/StatusNotifierItem.h"
+
+#include <QDBusAbstractAdaptor>
+#include <QDBusInterface>
+#include <QDBusReply>
+#include <QLocalSocket>
+#include <QPixmap>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QtConcurrent>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+using namespace quillane;
+using namespace std::chrono_literals;
+
+// The part of a desktop panel that tray icons register with: it says whether a host shows
+// them and records who registered.
+class ScriptedWatcher : public QDBusAbstractAdaptor
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
+    Q_PROPERTY(bool IsStatusNotifierHostRegistered READ hostRegistered)
+
+public:
+    explicit ScriptedWatcher(QObject* owner) : QDBusAbstractAdaptor(owner) {}
+    bool hostRegistered() const { return true; }
+
+    QStringList registered;
+
+public Q_SLOTS:
+    void RegisterStatusNotifierItem(const QString& service) { registered << service; }
+
+Q_SIGNALS:
+    void StatusNotifierHostRegistered();
+};
+
+class TestTrayApplication : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void panelPlacement_data()
+    {
+        QTest::addColumn<QPoint>("click");
+        QTest::addColumn<QPoint>("topLeft");
+        // A 400x300 panel on a 1920x1080 screen whose top 30 pixels are the desktop's bar.
+        QTest::newRow("top bar: below it") << QPoint(1000, 15) << QPoint(800, 30);
+        QTest::newRow("below the click") << QPoint(1000, 200) << QPoint(800, 204);
+        QTest::newRow("bottom bar: above the click") << QPoint(1000, 1070) << QPoint(800, 766);
+        QTest::newRow("right corner: kept on screen") << QPoint(1910, 15) << QPoint(1520, 30);
+        QTest::newRow("left corner: kept on screen") << QPoint(5, 1070) << QPoint(0, 766);
+    }
+
+    void panelPlacement()
+    {
+        QFETCH(QPoint, click);
+        QFETCH(QPoint, topLeft);
+        QCOMPARE(PanelWindow::placement(QSize(400, 300), click, QRect(0, 30, 1920, 1050)), topLeft);
+    }
+
+    // A second launch finds the first and asks it to come forward.
+    void secondLaunchBringsTheFirstForward()
+    {
+        QTemporaryDir dir;
+        const QString name = dir.filePath(QStringLiteral("quillane.socket"));
+        RunningInstance first(name);
+        QVERIFY(!first.askRunningToShow()); // nobody yet
+        QVERIFY(first.listen());
+        QSignalSpy shows(&first, &RunningInstance::showRequested);
+
+        // The second launch blocks on its question, as a starting program does.
+        QFuture<bool> second = QtConcurrent::run([name] { return RunningInstance(name).askRunningToShow(); });
+        QTRY_VERIFY(second.isFinished());
+        QVERIFY(second.result());
+        QCOMPARE(shows.count(), 1);
+    }
+
+    // A socket file left by an instance that crashed does not stop the next one.
+    void staleSocketIsTakenOver()
+    {
+        QTemporaryDir dir;
+        const QByteArray path = dir.filePath(QStringLiteral("quillane.socket")).toLocal8Bit();
+        const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, path.constData(), sizeof(address.sun_path) - 1);
+        QCOMPARE(::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        ::close(fd); // bound, never listened: no one answers on it
+
+        RunningInstance instance(QString::fromLocal8Bit(path));
+        QVERIFY2(instance.listen(), qPrintable(instance.error()));
+    }
+
+    // The icon appears when a tray host turns up after the start, and a click reaches us
+    // with the place it was made at.
+    void trayIconAppearsWithALateHost()
+    {
+        QProcess bus;
+        bus.start(QStringLiteral("dbus-daemon"),
+                  {QStringLiteral("--config-file=" QUILLANE_TEST_BUS_CONFIG),
+                   QStringLiteral("--print-address"), QStringLiteral("--nofork")});
+        QVERIFY(bus.waitForReadyRead(10000));
+        const QString address = QString::fromLatin1(bus.readLine().trimmed());
+        const auto stopBus = qScopeGuard([&] {
+            bus.kill();
+            bus.waitForFinished();
+        });
+        QDBusConnection appSide = QDBusConnection::connectToBus(address, QStringLiteral("app"));
+        QDBusConnection panelSide = QDBusConnection::connectToBus(address, QStringLiteral("panel"));
+
+        QPixmap picture(22, 22);
+        picture.fill(Qt::red);
+        TrayIcon tray{QIcon(picture), appSide};
+        QSignalSpy appeared(&tray, &TrayIcon::appeared);
+        QSignalSpy clicks(&tray, &TrayIcon::clicked);
+        QVERIFY(!tray.start()); // no host, and no X11 tray off screen
+        QVERIFY(!tray.isShown());
+
+        QObject watcherObject;
+        auto* watcher = new ScriptedWatcher(&watcherObject);
+        QVERIFY(panelSide.registerObject(StatusNotifierHostWatcher::watcherPath, &watcherObject));
+        QVERIFY(panelSide.registerService(StatusNotifierHostWatcher::watcherService));
+
+        QTRY_COMPARE(appeared.count(), 1);
+        QVERIFY(tray.isShown());
+        QCOMPARE(watcher->registered.size(), 1);
+
+        // What the panel reads and does with the item it was told of. Both ends live in this
+        // thread, so every call waits in the event loop.
+        const QString item = watcher->registered.first();
+        const auto property = [&](const char* name) {
+            QDBusMessage get = QDBusMessage::createMethodCall(
+                item, QStringLiteral("/StatusNotifierItem"),
+                QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+            get << QStringLiteral("org.kde.StatusNotifierItem") << QString::fromLatin1(name);
+            QDBusPendingCall call = panelSide.asyncCall(get);
+            if (!QTest::qWaitFor([&] { return call.isFinished(); }))
+                return QVariant();
+            return call.reply().arguments().value(0).value<QDBusVariant>().variant();
+        };
+        QCOMPARE(property("Id").toString(), QStringLiteral("quillane"));
+        QCOMPARE(property("ItemIsMenu").toBool(), false);
+        QVERIFY(property("IconPixmap").isValid());
+
+        panelSide.asyncCall(QDBusMessage::createMethodCall(item, QStringLiteral("/StatusNotifierItem"),
+                                                           QStringLiteral("org.kde.StatusNotifierItem"),
+                                                           QStringLiteral("Activate"))
+                            << 640 << 12);
+        QTRY_COMPARE(clicks.count(), 1);
+        QCOMPARE(clicks.first().first().toPoint(), QPoint(640, 12));
+
+        panelSide.unregisterService(StatusNotifierHostWatcher::watcherService);
+        QDBusConnection::disconnectFromBus(QStringLiteral("app"));
+        QDBusConnection::disconnectFromBus(QStringLiteral("panel"));
+    }
+
+    void launchSequence_data()
+    {
+        QTest::addColumn<int>("daemonStatus");
+        QTest::addColumn<bool>("starts");
+        QTest::newRow("registered: the connection starts") << int(ServiceHandle::Enabled) << true;
+        QTest::newRow("not registered: only the status") << int(ServiceHandle::NotRegistered) << false;
+    }
+
+    void launchSequence()
+    {
+        QFETCH(int, daemonStatus);
+        QFETCH(bool, starts);
+
+        test::HelperHarness helper;
+        QVERIFY(helper.startDaemon({QStringLiteral("--version"), QStringLiteral("17")}));
+        helper.daemonService->currentStatus = daemonStatus;
+        helper.appService->updateStatus(); // as read when the application starts
+        XPCClient& client = helper.client();
+        QTemporaryDir dir;
+        SettingsUserDefaults defaults(dir.filePath(QStringLiteral("defaults.ini")));
+        test::RecordingApplication application;
+
+        AppDelegate(client, defaults, application).applicationDidFinishLaunching();
+
+        QCOMPARE(application.calls, QStringList{QStringLiteral("activate ignoring")});
+        QCOMPARE(client.helperStatus(), QStringLiteral("checking"));
+        QVERIFY(!defaults.boolValue(Constant::quitAlwaysKeepsWindowsKey));
+        helper.scheduler.advance(2s);
+        if (starts)
+            QTRY_VERIFY(helper.calls(QStringLiteral("versionWithReply")) > 0);
+        else {
+            QTest::qWait(300); // a call would have reached the daemon by now
+            QCOMPARE(helper.calls(QStringLiteral("versionWithReply")), 0);
+        }
+    }
+};
+
+QTEST_MAIN(TestTrayApplication)
+#include "tst_TrayApplication.moc"
