@@ -1,7 +1,8 @@
 #!/bin/sh
 # Installs the build into a scratch prefix, then once more through a DESTDIR staging folder,
-# and checks what lands where: the programs, the daemon's unit, bus and polkit files, and the
-# manifest the daemon's uninstall operation reads.
+# and checks what lands where: the programs, the daemon's unit, bus and polkit files, the
+# pictures, the desktop entry, icon and metainfo (validated when the desktop's validators are
+# there), and the manifest the daemon's uninstall operation reads.
 #
 # usage: check-install.sh CMAKE BUILD_DIR SOURCE_DIR DAEMON_BUILT LIBEXECDIR DATADIR UNIT_DIR
 set -eu
@@ -53,6 +54,38 @@ check() {
     alias=$(sed -n 's/^Alias=//p' "$stage$unit")
     grep -qx "SystemdService=${alias:?the unit has no alias}" "$activation" ||
         fail "the activation file does not name the unit's alias $alias"
+
+    # The pictures where the program looks for them, and what the desktop reads to list it.
+    share=$stage$(full "$prefix" "$data")
+    for image in MenuIcon iCloud Dropbox GoogleDrive OneDrive WelcomeExample FDAExample \
+        AllowInBackground LoginItem; do
+        cmp "$source/Resources/images/$image.svg" "$share/quillane/images/$image.svg" ||
+            fail "image $image"
+    done
+    for icon in icons/hicolor/scalable/apps quillane/icons; do
+        cmp "$source/Resources/icons/com.velmoric.Quillane.svg" \
+            "$share/$icon/com.velmoric.Quillane.svg" || fail "application icon in $icon"
+    done
+    desktop=$share/applications/com.velmoric.Quillane.desktop
+    metainfo=$share/metainfo/com.velmoric.Quillane.metainfo.xml
+    cmp "$source/Resources/linux/com.velmoric.Quillane.desktop" "$desktop" || fail "desktop entry"
+    cmp "$source/Resources/linux/com.velmoric.Quillane.metainfo.xml" "$metainfo" ||
+        fail "metainfo"
+    if command -v desktop-file-validate >/dev/null; then
+        desktop-file-validate "$desktop" >"$scratch/validate" 2>&1 ||
+            { cat "$scratch/validate"; fail "desktop-file-validate"; }
+    fi
+    if command -v appstreamcli >/dev/null; then
+        # Any error fails; of the warnings, only those about screenshots may stay.
+        if ! appstreamcli validate --no-net "$metainfo" >"$scratch/validate" 2>&1; then
+            cat "$scratch/validate"
+            if grep -q '^E:' "$scratch/validate" ||
+                grep '^W:' "$scratch/validate" | grep -qv screenshot ||
+                ! grep -q '^W:.*screenshot' "$scratch/validate"; then
+                fail "appstreamcli validate"
+            fi
+        fi
+    fi
 
     # Exactly the installed files, each in a folder the daemon may write to remove it.
     find "$stage$prefix" -type f -o -type l | sed "s|^$stage||" | sort >"$scratch/found"
