@@ -8,8 +8,7 @@
 namespace quillane
 {
 
-AppDelegate::AppDelegate(XPCClient& client, UserDefaults& defaults,
-                         ApplicationControl& application)
+AppDelegate::AppDelegate(XPCClient& client, UserDefaults& defaults, ApplicationControl& application)
     : m_client(client), m_defaults(defaults), m_application(application)
 {
 }

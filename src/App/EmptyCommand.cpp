@@ -192,8 +192,7 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
             return;
         }
         platform.defaults.synchronize();
-        const bool ask =
-            !yes && !platform.defaults.boolValue(Constant::deleteCheckSupressionKey);
+        const bool ask = !yes && !platform.defaults.boolValue(Constant::deleteCheckSupressionKey);
         if (ask &&
             !confirmed(displayText(volume->name(platform.volumeNames)), volume->itemCount())) {
             std::fprintf(stderr, "quillane: nothing was removed\n");

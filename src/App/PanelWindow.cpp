@@ -1,12 +1,13 @@
 #include "PanelWindow.h"
 
+#include "App/WindowFrame.h"
+
 #include <QApplication>
 #include <QCursor>
 #include <QEvent>
 #include <QGuiApplication>
 #include <QScreen>
 #include <QTimer>
-#include <QVBoxLayout>
 
 namespace quillane
 {
@@ -21,14 +22,10 @@ constexpr int gap = 4;
 
 } // namespace
 
-PanelWindow::PanelWindow(QWidget* content)
-    : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint)
+PanelWindow::PanelWindow(QWidget* content) : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint)
 {
     setWindowTitle(QStringLiteral("Quillane"));
-    auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSizeConstraint(QLayout::SetFixedSize);
-    layout->addWidget(content);
+    frameAround(this, content);
 }
 
 void PanelWindow::toggle(QPoint anchor)

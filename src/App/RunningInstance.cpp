@@ -36,20 +36,25 @@ RunningInstance::RunningInstance(QString socketName, QObject* parent)
     });
 }
 
-bool RunningInstance::askRunningToShow()
+RunningInstance::Answer RunningInstance::askRunningToShow()
 {
     QLocalSocket socket;
     socket.connectToServer(m_socketName);
-    if (!socket.waitForConnected(answerTimeoutMs))
-        return false;
+    if (!socket.waitForConnected(answerTimeoutMs)) {
+        const auto error = socket.error();
+        return error == QLocalSocket::ServerNotFoundError ||
+                       error == QLocalSocket::ConnectionRefusedError
+                   ? Answer::NoInstance
+                   : Answer::NoAnswer;
+    }
     socket.write(showRequest);
     if (!socket.waitForBytesWritten(answerTimeoutMs))
-        return false;
+        return Answer::NoAnswer;
     while (!socket.canReadLine()) {
         if (!socket.waitForReadyRead(answerTimeoutMs))
-            return false;
+            return Answer::NoAnswer;
     }
-    return socket.readLine() == "ok\n";
+    return socket.readLine() == "ok\n" ? Answer::Shown : Answer::NoAnswer;
 }
 
 bool RunningInstance::listen()
@@ -58,7 +63,8 @@ bool RunningInstance::listen()
     if (m_server.listen(m_socketName))
         return true;
     // A socket file left by an instance that ended without tidying up: no one answers on it.
-    if (m_server.serverError() == QAbstractSocket::AddressInUseError && !askRunningToShow()) {
+    if (m_server.serverError() == QAbstractSocket::AddressInUseError &&
+        askRunningToShow() == Answer::NoInstance) {
         QLocalServer::removeServer(m_socketName);
         return m_server.listen(m_socketName);
     }

@@ -16,8 +16,14 @@ class RunningInstance : public QObject
 public:
     explicit RunningInstance(QString socketName = defaultSocketName(), QObject* parent = nullptr);
 
-    // Asks an instance that already runs to come forward; true when one answered.
-    bool askRunningToShow();
+    enum class Answer {
+        Shown,      // an instance runs and came forward
+        NoInstance, // nobody listens
+        NoAnswer,   // an instance listens but did not answer in time (still starting, or stuck)
+    };
+
+    // Asks an instance that already runs to come forward.
+    Answer askRunningToShow();
     // Starts listening; false, with the reason in error(), when it cannot.
     bool listen();
     QString error() const { return m_server.errorString(); }

@@ -1,5 +1,6 @@
 #include "ScreenshotCommand.h"
 
+#include "App/WindowFrame.h"
 #include "Helper/XPCClient.h"
 #include "Model/VolumeObserver.h"
 #include "Platform/BuildInfo.h"
@@ -22,10 +23,10 @@
 #include <QApplication>
 #include <QDBusConnection>
 #include <QDeadlineTimer>
+#include <QDir>
 #include <QLabel>
 #include <QStandardPaths>
 #include <QTemporaryDir>
-#include <QVBoxLayout>
 #include <cstdio>
 #include <fstream>
 #include <map>
@@ -106,15 +107,15 @@ void fillTrash(const fs::path& trash, int items, std::size_t bytesPerItem)
 class Scene
 {
 public:
-    explicit Scene(const std::vector<StagedLocation>& locations)
-        : m_root(QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation) +
-                 QStringLiteral("/quillane-scene-XXXXXX")),
+    Scene(const QString& folder, const std::vector<StagedLocation>& locations)
+        : m_root(folder + QStringLiteral("/quillane-scene-XXXXXX")),
           m_home(m_root.path().toStdString() + "/home"),
           m_trash(m_home / ".local/share/Trash/files"),
           m_mounts(m_root.path().toStdString() + "/mountinfo", m_home),
-          m_defaults(m_root.filePath(QStringLiteral("settings.ini"))),
-          m_alerts(), m_workspace()
+          m_defaults(m_root.filePath(QStringLiteral("settings.ini"))), m_alerts(), m_workspace()
     {
+        if (!m_root.isValid())
+            return;
         // The autostart entry of this scene's own, not the user's.
         qputenv("XDG_CONFIG_HOME", m_root.filePath(QStringLiteral("config")).toLocal8Bit());
         std::ofstream mountinfo(m_root.path().toStdString() + "/mountinfo");
@@ -125,8 +126,8 @@ public:
                 fillTrash(m_trash.homeTrashFolder(), location.items, location.bytesPerItem);
             } else {
                 point = fs::path(m_root.path().toStdString()) / "volumes" / location.name;
-                fillTrash(point / (".Trash-" + std::to_string(getuid())) / "files",
-                          location.items, location.bytesPerItem);
+                fillTrash(point / (".Trash-" + std::to_string(getuid())) / "files", location.items,
+                          location.bytesPerItem);
             }
             m_names.names[point] = location.name;
             std::string escaped;
@@ -138,20 +139,21 @@ public:
         }
         mountinfo.close();
 
-        m_observer = std::make_unique<VolumeObserver>(
-            Platform{m_scheduler, m_work, m_trash, m_mounts, m_mountWatcher, m_folders,
-                     m_defaults, m_names, m_home});
+        m_observer = std::make_unique<VolumeObserver>(Platform{m_scheduler, m_work, m_trash,
+                                                               m_mounts, m_mountWatcher, m_folders,
+                                                               m_defaults, m_names, m_home});
         m_helper = std::make_unique<HelperLink>(m_scheduler, m_defaults, m_alerts, m_application,
                                                 QDBusConnection(QString()));
-        m_updater = std::make_unique<Updater>(
-            Updater::Services{m_alerts, m_workspace, m_defaults, m_scheduler,
-                              BundleInfo::current(), QUrl(), false});
+        m_updater = std::make_unique<Updater>(Updater::Services{
+            m_alerts, m_workspace, m_defaults, m_scheduler, BundleInfo::current(), QUrl(), {}});
         m_scheduler.advance(std::chrono::seconds(1));
     }
 
+    bool isValid() const { return m_root.isValid() && m_observer; }
+
     ViewServices services()
     {
-        return ViewServices{*m_observer, m_helper->client(), *m_updater,  m_defaults,
+        return ViewServices{*m_observer, m_helper->client(), *m_updater,    m_defaults,
                             m_alerts,    m_workspace,        m_application, BundleInfo::current(),
                             [] {}};
     }
@@ -208,10 +210,7 @@ void settle(QWidget& view)
 std::unique_ptr<QWidget> framed(QWidget* view)
 {
     auto window = std::make_unique<QWidget>();
-    auto* layout = new QVBoxLayout(window.get());
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSizeConstraint(QLayout::SetFixedSize);
-    layout->addWidget(view);
+    frameAround(window.get(), view);
     window->setAutoFillBackground(true);
     return window;
 }
@@ -241,7 +240,18 @@ int runScreenshotCommand(const QString& view, const QString& file)
                      qPrintable(screenshotViews().join(QStringLiteral(", "))));
         return 2;
     }
-    Scene scene(view == QStringLiteral("panel-12") ? twelveLocations() : threeLocations);
+    // The scene lives in the user's cache folder: mount points below /tmp are left out of the
+    // list, as scratch space.
+    const QString cache = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);
+    if (cache.isEmpty() || !QDir().mkpath(cache)) {
+        std::fprintf(stderr, "quillane: no cache folder to stage the screenshot in\n");
+        return 1;
+    }
+    Scene scene(cache, view == QStringLiteral("panel-12") ? twelveLocations() : threeLocations);
+    if (!scene.isValid()) {
+        std::fprintf(stderr, "quillane: could not stage the screenshot in %s\n", qPrintable(cache));
+        return 1;
+    }
     const ViewServices services = scene.services();
 
     QWidget* content = nullptr;

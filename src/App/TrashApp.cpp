@@ -3,6 +3,7 @@
 #include "App/AppDelegate.h"
 #include "App/PanelWindow.h"
 #include "App/TrayIcon.h"
+#include "App/WindowFrame.h"
 #include "Helper/XPCClient.h"
 #include "Model/VolumeObserver.h"
 #include "Platform/BuildInfo.h"
@@ -16,9 +17,9 @@
 #include "Views/SettingsView.h"
 #include "Views/SetupView.h"
 
+#include <QApplication>
 #include <QCloseEvent>
 #include <QMenu>
-#include <QVBoxLayout>
 
 namespace quillane
 {
@@ -44,15 +45,11 @@ private:
     std::function<void()> m_quit;
 };
 
-// A top-level window that takes the size of its one content widget.
-template <class Window = QWidget> Window* windowAround(Window* window, QWidget* content)
+void bringForward(QWidget* window)
 {
-    auto* layout = new QVBoxLayout(window);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSizeConstraint(QLayout::SetFixedSize);
-    layout->addWidget(content);
-    window->setWindowTitle(QStringLiteral("Quillane"));
-    return window;
+    window->show();
+    window->raise();
+    window->activateWindow();
 }
 
 QIcon resourceIcon(const BundleInfo& bundle, const std::string& name)
@@ -77,15 +74,16 @@ TrashApp::TrashApp(QDBusConnection sessionBus)
         return bundle.resource(name);
     };
     m_observer = std::make_unique<VolumeObserver>(m_platform, std::move(emptying));
-    m_helperLink = std::make_unique<HelperLink>(m_platform.mainQueue, m_platform.defaults,
-                                                m_alerts, m_application);
-    const bool packaged = m_bundle.executablePath && installedFromPackage(*m_bundle.executablePath);
+    m_helperLink = std::make_unique<HelperLink>(m_platform.mainQueue, m_platform.defaults, m_alerts,
+                                                m_application);
     m_updater = std::make_unique<Updater>(Updater::Services{
         m_alerts, m_workspace, m_platform.defaults, m_platform.mainQueue, m_bundle,
-        QUrl(QString::fromLatin1(BuildInfo::feedUrl)), packaged});
+        QUrl(QString::fromLatin1(BuildInfo::feedUrl)), [executable = m_bundle.executablePath] {
+            return executable && installedFromPackage(*executable);
+        }});
     m_updater->start();
-    m_appDelegate =
-        std::make_unique<AppDelegate>(client(), m_platform.defaults, m_application);
+    m_appDelegate = std::make_unique<AppDelegate>(client(), m_platform.defaults, m_application);
+    QApplication::setWindowIcon(resourceIcon(m_bundle, "icons/com.velmoric.Quillane.svg"));
 
     // The application's commands. Linux applications have no application menu: the commands
     // are keyboard shortcuts of every window of ours, and entries of the panel's menu. There
@@ -120,9 +118,16 @@ XPCClient& TrashApp::client()
 
 ViewServices TrashApp::viewServices()
 {
-    return ViewServices{*m_observer, client(),      *m_updater,  m_platform.defaults,
-                        m_alerts,    m_workspace,   m_application, m_bundle,
-                        [this] { openSettings(); }};
+    return ViewServices{*m_observer, client(),      *m_updater, m_platform.defaults,       m_alerts,
+                        m_workspace, m_application, m_bundle,   [this] { openSettings(); }};
+}
+
+QWidget* TrashApp::windowAround(QWidget* window, QWidget* content)
+{
+    frameAround(window, content);
+    window->setWindowTitle(QStringLiteral("Quillane"));
+    addCommands(window);
+    return window;
 }
 
 void TrashApp::addCommands(QWidget* window)
@@ -134,8 +139,8 @@ void TrashApp::launch()
 {
     showSetupWindow();
 
-    m_tray = std::make_unique<TrayIcon>(resourceIcon(m_bundle, "images/MenuIcon.svg"),
-                                        m_sessionBus);
+    m_tray =
+        std::make_unique<TrayIcon>(resourceIcon(m_bundle, "images/MenuIcon.svg"), m_sessionBus);
     connect(m_tray.get(), &TrayIcon::clicked, this, &TrashApp::togglePanel);
     connect(m_tray.get(), &TrayIcon::contextMenuRequested, this, &TrashApp::showTrayMenu);
     if (!m_tray->start()) {
@@ -170,48 +175,46 @@ void TrashApp::togglePanel(QPoint anchor)
 void TrashApp::showWindowedPanel()
 {
     if (!m_windowedPanel) {
-        auto* window = windowAround(new QuitOnCloseWindow([this] {
-                                        TerminationHelper::terminationCheck(
-                                            m_platform.defaults, m_alerts, m_application);
-                                    }),
-                                    new MenuView(viewServices()));
-        window->setWindowIcon(resourceIcon(m_bundle, "icons/com.velmoric.Quillane.svg"));
-        addCommands(window);
-        m_windowedPanel = window;
+        m_windowedPanel = windowAround(new QuitOnCloseWindow([this] {
+                                           TerminationHelper::terminationCheck(
+                                               m_platform.defaults, m_alerts, m_application);
+                                       }),
+                                       new MenuView(viewServices()));
+        WidgetApplication::markAsTray(m_windowedPanel);
     }
-    m_windowedPanel->show();
-    m_windowedPanel->raise();
-    m_windowedPanel->activateWindow();
+    bringForward(m_windowedPanel);
 }
 
 void TrashApp::showSetupWindow()
 {
     auto* setup = new SetupView(viewServices());
-    auto* window = windowAround(new QWidget, setup);
+    QWidget* window = windowAround(new QWidget, setup);
     window->setAttribute(Qt::WA_DeleteOnClose);
-    window->setWindowIcon(resourceIcon(m_bundle, "icons/com.velmoric.Quillane.svg"));
-    addCommands(window);
     m_setupWindow = window;
-    // With every step done there is nothing to show; the window is not opened then.
-    if (setup->page() != SetupView::Page::None)
-        window->show();
-    else
-        window->deleteLater();
+    // The window is opened at every launch. With every step done it has nothing to show and
+    // stays out of sight, until a step is due again (the helper was disabled, say); once the
+    // last step is done while it is open, it closes. Closed, it is gone for the rest of the run.
+    const auto showWhenDue = [window, setup] {
+        const bool due = setup->page() != SetupView::Page::None;
+        if (due && !window->isVisible())
+            window->show();
+        else if (!due && window->isVisible())
+            window->close();
+    };
+    connect(m_observer.get(), &VolumeObserver::fdaGrantedChanged, setup, showWhenDue);
+    connect(&client(), &XPCClient::helperRegisteredChanged, setup, showWhenDue);
+    connect(&client(), &XPCClient::showLoginLaunchScreenChanged, setup, showWhenDue);
+    showWhenDue();
 }
 
 void TrashApp::openSettings()
 {
     if (!m_settingsWindow) {
-        auto* window = windowAround(new QWidget, new SettingsView(viewServices()));
-        window->setAttribute(Qt::WA_DeleteOnClose);
-        window->setWindowTitle(QStringLiteral("Quillane Settings"));
-        window->setWindowIcon(resourceIcon(m_bundle, "icons/com.velmoric.Quillane.svg"));
-        addCommands(window);
-        m_settingsWindow = window;
+        m_settingsWindow = windowAround(new QWidget, new SettingsView(viewServices()));
+        m_settingsWindow->setAttribute(Qt::WA_DeleteOnClose);
+        m_settingsWindow->setWindowTitle(QStringLiteral("Quillane Settings"));
     }
-    m_settingsWindow->show();
-    m_settingsWindow->raise();
-    m_settingsWindow->activateWindow();
+    bringForward(m_settingsWindow);
 }
 
 void TrashApp::showTrayMenu(QPoint anchor)

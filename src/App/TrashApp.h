@@ -55,6 +55,8 @@ public:
 
 private:
     ViewServices viewServices();
+    // A top-level window of ours around one view: sized by it, with our icon and commands.
+    QWidget* windowAround(QWidget* window, QWidget* content);
     void addCommands(QWidget* window);
     void showSetupWindow();
     void showWindowedPanel();

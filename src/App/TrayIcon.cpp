@@ -38,11 +38,12 @@ bool TrayIcon::start()
     connect(m_systemTray.get(), &QSystemTrayIcon::activated, this,
             [this](QSystemTrayIcon::ActivationReason reason) {
                 const QRect icon = m_systemTray->geometry();
-                const QPoint anchor = icon.isValid() ? QPoint(icon.center().x(), icon.bottom())
-                                                     : QCursor::pos();
+                const QPoint anchor =
+                    icon.isValid() ? QPoint(icon.center().x(), icon.bottom()) : QCursor::pos();
+                // A double click arrives after its first click has already opened the panel.
                 if (reason == QSystemTrayIcon::Context)
                     Q_EMIT contextMenuRequested(anchor);
-                else
+                else if (reason != QSystemTrayIcon::DoubleClick)
                     Q_EMIT clicked(anchor);
             });
     m_systemTray->show();

@@ -62,9 +62,16 @@ int runTrayApplication(int argc, char* argv[])
     quillane::Console::toStandardOutput();
 
     quillane::RunningInstance instance;
-    if (instance.askRunningToShow()) {
+    switch (instance.askRunningToShow()) {
+    case quillane::RunningInstance::Answer::Shown:
         std::fputs("Quillane is already running: its panel was brought forward.\n", stdout);
         return 0;
+    case quillane::RunningInstance::Answer::NoAnswer:
+        std::fputs("Quillane is already running but did not answer; try again in a moment.\n",
+                   stderr);
+        return 1;
+    case quillane::RunningInstance::Answer::NoInstance:
+        break;
     }
     if (!instance.listen()) {
         quillane::Console::writeLine("Instance Error: ", instance.error().toStdString());

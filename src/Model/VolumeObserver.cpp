@@ -271,10 +271,12 @@ void VolumeObserver::handleVolume(const Volume&, const std::shared_ptr<FolderMon
 void VolumeObserver::rebuildForChange()
 {
     // An emptying changes its trash folder with every item it removes; rebuilding the list
-    // for each would take the rows, and the progress bar with them, off the panel. Its
-    // completion rebuilds the list once, with every change made meanwhile.
-    if (m_itemsToDelete.value_or(0) > 0)
+    // for each would take the rows, and the progress bar with them, off the panel. While it
+    // removes, changes wait; it rebuilds once when its removals are over.
+    if (m_removing) {
+        m_changedWhileEmptying = true;
         return;
+    }
     updateVolumes();
 }
 
@@ -319,8 +321,13 @@ void VolumeObserver::emptySelectedTrash(const Volume& volume)
     if (!volume.trashURL())
         return;
     QPointer<VolumeObserver> self(this);
+    m_removing = true;
     TrashEmptier::Reports reports;
-    reports.listingFailed = [](const std::string&) { Console::writeLine("there was a problem"); };
+    reports.listingFailed = [self](const std::string&) {
+        Console::writeLine("there was a problem");
+        if (self)
+            self->m_removing = false;
+    };
     reports.started = [self, volume](long long count) {
         if (!self)
             return;
@@ -354,8 +361,15 @@ void VolumeObserver::emptySelectedTrash(const Volume& volume)
     reports.finished = [self] {
         if (self)
             self->m_platform.mainQueue.post([self] {
-                if (self)
-                    self->setActiveVolume(std::nullopt);
+                if (!self)
+                    return;
+                self->m_removing = false;
+                self->setActiveVolume(std::nullopt);
+                // The completion rebuilds the list anyway; items still with the helper may
+                // hold it back, or never let it come.
+                const bool completing = self->m_itemsDeleted >= self->m_itemsToDelete.value_or(0);
+                if (std::exchange(self->m_changedWhileEmptying, false) && !completing)
+                    self->updateVolumes();
             });
     };
     m_emptier->empty(*volume.trashURL(), std::move(reports));

@@ -116,6 +116,10 @@ private:
     std::optional<long long> m_itemsToDelete;
     long long m_itemsDeleted = 0;
     std::optional<Volume> m_activeVolume;
+    // From the request to empty until its removals are over: a change the trash folders report
+    // meanwhile waits (m_changedWhileEmptying).
+    bool m_removing = false;
+    bool m_changedWhileEmptying = false;
     double m_progress = 0;
     std::uint64_t m_deletionObserver = 0;
 };

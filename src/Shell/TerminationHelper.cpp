@@ -18,7 +18,7 @@ void TerminationHelper::terminationCheck(UserDefaults& defaults, Alerts& alerts,
     }
     const AlertAnswer answer = alerts.runModal(
         {QStringLiteral("Are you sure you want to quit Quillane?"),
-         QStringLiteral("Quitting will remove Quillane from your menu bar. Trash will empty for "
+         QStringLiteral("Quitting will remove Quillane from your tray. Trash will empty for "
                         "all mounted volumes."),
          {QStringLiteral("Quit"), QStringLiteral("Cancel")},
          true,

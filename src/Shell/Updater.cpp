@@ -25,6 +25,8 @@ const QString askedForAutomaticChecksKey = QStringLiteral("UpdateAskedForAutomat
 const QString automaticChecksKey = QStringLiteral("UpdateAutomaticChecks");
 
 constexpr std::chrono::hours checkInterval(24);
+// The first unattended check waits until the desktop has settled after login.
+constexpr std::chrono::minutes firstCheckDelay(1);
 constexpr std::chrono::seconds requestTimeout(15);
 // A feed lists a few releases; anything far larger is not our feed.
 constexpr qint64 largestFeed = 1024 * 1024;
@@ -172,7 +174,16 @@ void Updater::askForAutomaticChecks()
 
 void Updater::checkDaily()
 {
-    m_dailyCheck = m_services.mainQueue.repeat(checkInterval, [this] { check(false); });
+    // Soon after each launch, then once a day: a user who logs out every evening still gets
+    // the checks they agreed to.
+    QPointer<Updater> self(this);
+    m_services.mainQueue.postAfter(firstCheckDelay, [self] {
+        if (!self)
+            return;
+        self->check(false);
+        self->m_dailyCheck =
+            self->m_services.mainQueue.repeat(checkInterval, [self] { self->check(false); });
+    });
 }
 
 void Updater::check(bool userInitiated)
@@ -257,8 +268,9 @@ void Updater::offer(const AppcastItem& item, quint64 ourBuild)
     const QString ours = Text::version(m_services.bundle.shortVersion, ourBuild);
     const QString theirs = Text::version(item.shortVersion, item.build);
     const bool hasReleasePage = !item.releasePage.isEmpty();
-    const AlertAnswer answer = m_services.alerts.runModal(
-        Text::newVersion(theirs, ours, m_services.installedFromPackage, hasReleasePage));
+    const AlertAnswer answer = m_services.alerts.runModal(Text::newVersion(
+        theirs, ours, m_services.installedFromPackage && m_services.installedFromPackage(),
+        hasReleasePage));
     if (hasReleasePage && answer.button == AlertAnswer::firstButton)
         m_services.workspace.open(item.releasePage);
 }

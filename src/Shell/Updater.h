@@ -5,6 +5,7 @@
 #include <QObject>
 #include <QString>
 #include <QUrl>
+#include <functional>
 #include <memory>
 
 class QNetworkAccessManager;
@@ -38,7 +39,9 @@ public:
         Scheduler& mainQueue;
         BundleInfo bundle;
         QUrl feed; // the appcast's address
-        bool installedFromPackage = false;
+        // Whether the package manager installed this copy; asked only when a newer version is
+        // offered, since finding out reads the package database.
+        std::function<bool()> installedFromPackage;
     };
 
     explicit Updater(Services services, QObject* parent = nullptr);
@@ -46,7 +49,7 @@ public:
 
     // At launch: counts launches, asks once (on the second launch) whether to check daily, and
     // starts the daily check when the user agreed. The question waits for the main queue, so
-    // that launching finishes first; the first daily check comes a day after launch.
+    // that launching finishes first; the first unattended check comes a minute after launch.
     void start();
     // A check the user asked for: its outcome is always shown.
     void checkForUpdates();

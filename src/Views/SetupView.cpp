@@ -215,8 +215,8 @@ HelperView::HelperView(const ViewServices& services, QWidget* parent) : SetupPag
     addLargeTitle(QStringLiteral("Quillane Needs Authorization"), 0, 20);
     addText(QStringLiteral(
         "Sometimes, your trash might contain items that require extra permission to delete. To "
-        "grant this permission, check the box next to Quillane in 'Allow in Background' in Login "
-        "Items."));
+        "grant this permission, allow 'Quillane Helper' to run in the background when your "
+        "desktop asks for an administrator's password."));
     addPicture(QStringLiteral("AllowInBackground"));
     column()->addStretch();
     QPushButton* open = makeButton(QStringLiteral("Open Login Items"), true);
@@ -237,9 +237,10 @@ LoginItemView::LoginItemView(const ViewServices& services, QWidget* parent)
     : SetupPage(services, parent)
 {
     addLargeTitle(QStringLiteral("One Last Thing..."), 0, 20);
-    addText(QStringLiteral("To make sure Quillane is ready when you need it, take a moment to add "
-                           "Quillane to the 'Open at Login' list. Click the button below to launch "
-                           "Quillane at every startup."));
+    addText(QStringLiteral(
+        "To make sure Quillane is ready when you need it, take a moment to add "
+        "Quillane to the 'Startup Applications' list. Click the button below to launch "
+        "Quillane at every startup."));
     addPicture(QStringLiteral("LoginItem"));
     column()->addStretch();
 

@@ -66,13 +66,15 @@ private Q_SLOTS:
         QVERIFY(app.panelWindow()); // no tray on a bare X server
         QTRY_VERIFY(app.panelWindow()->isVisible());
         QTRY_VERIFY_WITH_TIMEOUT(rowFor(app.panelWindow(), volume), 20000);
-        QTRY_COMPARE_WITH_TIMEOUT(rowFor(app.panelWindow(), volume)->details().section(QLatin1Char(','), 0, 0),
-                                  QStringLiteral("150 items"), 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(
+            rowFor(app.panelWindow(), volume)->details().section(QLatin1Char(','), 0, 0),
+            QStringLiteral("150 items"), 20000);
 
         bool sawProgressBar = false;
         connect(&app.observer(), &VolumeObserver::progressChanged, this, [&] {
             if (ListItem* row = rowFor(app.panelWindow(), volume))
-                sawProgressBar |= row->findChild<QProgressBar*>(QStringLiteral("progress"))->isVisible();
+                sawProgressBar |=
+                    row->findChild<QProgressBar*>(QStringLiteral("progress"))->isVisible();
         });
         QString asked;
         QTimer answer;
@@ -88,10 +90,10 @@ private Q_SLOTS:
         QTest::mouseClick(row->findChild<QPushButton*>(QStringLiteral("empty")), Qt::LeftButton);
         QVERIFY(asked.startsWith(QStringLiteral("Are you sure you want to empty the trash for ")));
 
-        QTRY_VERIFY_WITH_TIMEOUT(rowFor(app.panelWindow(), volume) &&
-                                     rowFor(app.panelWindow(), volume)->details().startsWith(
-                                         QStringLiteral("0 items")),
-                                 30000);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            rowFor(app.panelWindow(), volume) &&
+                rowFor(app.panelWindow(), volume)->details().startsWith(QStringLiteral("0 items")),
+            30000);
         QVERIFY(sawProgressBar);
         QCOMPARE(listDirectory(trash / "files")->size(), 0u);
         QCOMPARE(listDirectory(trash / "info")->size(), 0u);
@@ -104,10 +106,10 @@ int main(int argc, char* argv[])
     QProcess xvfb;
     QTemporaryDir session;
     if (test::canMount() && !QStandardPaths::findExecutable(QStringLiteral("Xvfb")).isEmpty()) {
-        xvfb.start(QStringLiteral("Xvfb"), {QStringLiteral("-displayfd"), QStringLiteral("1"),
-                                             QStringLiteral("-nolisten"), QStringLiteral("tcp"),
-                                             QStringLiteral("-screen"), QStringLiteral("0"),
-                                             QStringLiteral("1280x800x24")});
+        xvfb.start(QStringLiteral("Xvfb"),
+                   {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-nolisten"),
+                    QStringLiteral("tcp"), QStringLiteral("-screen"), QStringLiteral("0"),
+                    QStringLiteral("1280x800x24")});
         if (xvfb.waitForReadyRead(20000)) {
             qputenv("DISPLAY", ":" + xvfb.readLine().trimmed());
             qputenv("QT_QPA_PLATFORM", "xcb");

@@ -15,16 +15,17 @@ class TestTerminationHelper : public QObject
 private Q_SLOTS:
     void quitPaths_data()
     {
-        QTest::addColumn<bool>("suppressed");   // stored before
-        QTest::addColumn<int>("button");        // the answer, when asked
-        QTest::addColumn<bool>("tick");         // the check box, when asked
+        QTest::addColumn<bool>("suppressed"); // stored before
+        QTest::addColumn<int>("button");      // the answer, when asked
+        QTest::addColumn<bool>("tick");       // the check box, when asked
         QTest::addColumn<bool>("asked");
         QTest::addColumn<bool>("quits");
         QTest::addColumn<bool>("suppressedAfter");
 
         const int quit = AlertAnswer::firstButton;
         const int cancel = AlertAnswer::secondButton;
-        QTest::newRow("suppressed: quits at once") << true << quit << false << false << true << true;
+        QTest::newRow("suppressed: quits at once")
+            << true << quit << false << false << true << true;
         QTest::newRow("Return quits") << false << quit << false << true << true << false;
         QTest::newRow("Cancel stays") << false << cancel << false << true << false << false;
         QTest::newRow("box and Cancel: stays, stops asking")
@@ -57,9 +58,10 @@ private Q_SLOTS:
             const AlertRequest& alert = alerts.shown.front();
             QCOMPARE(alert.title, QStringLiteral("Are you sure you want to quit Quillane?"));
             QCOMPARE(alert.informativeText,
-                     QStringLiteral("Quitting will remove Quillane from your menu bar. Trash will "
+                     QStringLiteral("Quitting will remove Quillane from your tray. Trash will "
                                     "empty for all mounted volumes."));
-            QCOMPARE(alert.buttons, (QStringList{QStringLiteral("Quit"), QStringLiteral("Cancel")}));
+            QCOMPARE(alert.buttons,
+                     (QStringList{QStringLiteral("Quit"), QStringLiteral("Cancel")}));
             QVERIFY(alert.showsSuppressionButton);
         }
         QCOMPARE(application.calls.contains(QStringLiteral("terminate")), quits);

@@ -4,9 +4,14 @@ namespace quillane::test
 {
 
 ViewHarness::ViewHarness()
-    : updater(std::make_unique<Updater>(Updater::Services{
-          helper.alerts, workspace, model.defaults, model.scheduler, BundleInfo::current(),
-          QUrl(QStringLiteral("http://127.0.0.1:9/appcast.xml")), false}))
+    : updater(std::make_unique<Updater>(
+          Updater::Services{helper.alerts,
+                            workspace,
+                            model.defaults,
+                            model.scheduler,
+                            BundleInfo::current(),
+                            QUrl(QStringLiteral("http://127.0.0.1:9/appcast.xml")),
+                            {}}))
 {
 }
 

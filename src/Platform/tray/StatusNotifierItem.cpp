@@ -83,7 +83,8 @@ StatusIconPixmaps statusIconPixmaps(const QIcon& icon)
 {
     StatusIconPixmaps pixmaps;
     for (const int size : {16, 22, 24, 32, 48, 64}) {
-        const QImage image = icon.pixmap(size, size).toImage().convertToFormat(QImage::Format_ARGB32);
+        const QImage image =
+            icon.pixmap(size, size).toImage().convertToFormat(QImage::Format_ARGB32);
         if (image.isNull())
             continue;
         QByteArray pixels(static_cast<qsizetype>(image.sizeInBytes()), Qt::Uninitialized);
@@ -202,13 +203,14 @@ bool StatusNotifierItem::registerWithWatcher()
     call << m_serviceName;
     // The panel answers when it can; the application does not wait for it.
     auto* reply = new QDBusPendingCallWatcher(m_bus.asyncCall(call, replyTimeoutMs), this);
-    connect(reply, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* answer) {
-        answer->deleteLater();
-        if (answer->isError()) {
-            m_error = answer->error().message();
-            Q_EMIT registrationFailed(m_error);
-        }
-    });
+    connect(reply, &QDBusPendingCallWatcher::finished, this,
+            [this](QDBusPendingCallWatcher* answer) {
+                answer->deleteLater();
+                if (answer->isError()) {
+                    m_error = answer->error().message();
+                    Q_EMIT registrationFailed(m_error);
+                }
+            });
     m_error.clear();
     return true;
 }
@@ -218,10 +220,10 @@ StatusNotifierHostWatcher::StatusNotifierHostWatcher(QDBusConnection bus, QObjec
 {
     if (!m_bus.isConnected())
         return;
-    auto* serviceWatcher = new QDBusServiceWatcher(
-        watcherService, m_bus,
-        QDBusServiceWatcher::WatchForRegistration | QDBusServiceWatcher::WatchForUnregistration,
-        this);
+    auto* serviceWatcher = new QDBusServiceWatcher(watcherService, m_bus,
+                                                   QDBusServiceWatcher::WatchForRegistration |
+                                                       QDBusServiceWatcher::WatchForUnregistration,
+                                                   this);
     connect(serviceWatcher, &QDBusServiceWatcher::serviceRegistered, this, [this] {
         Q_EMIT watcherStarted();
         refresh();
@@ -253,7 +255,8 @@ bool StatusNotifierHostWatcher::hostIn(const QDBusMessage& reply)
 
 void StatusNotifierHostWatcher::refresh()
 {
-    auto* reply = new QDBusPendingCallWatcher(m_bus.asyncCall(hostQuestion(), replyTimeoutMs), this);
+    auto* reply =
+        new QDBusPendingCallWatcher(m_bus.asyncCall(hostQuestion(), replyTimeoutMs), this);
     connect(reply, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* call) {
         call->deleteLater();
         setHostAvailable(hostIn(call->reply()));

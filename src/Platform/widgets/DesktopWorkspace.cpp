@@ -20,8 +20,8 @@ Result<qint64> DesktopWorkspace::launch(const QString& program, const QStringLis
     if (!process.startDetached(&pid)) {
         const QString reason = process.errorString();
         return Result<qint64>::failure(
-            (program + QStringLiteral(": ") + (reason.isEmpty() ? QStringLiteral("could not start")
-                                                                : reason))
+            (program + QStringLiteral(": ") +
+             (reason.isEmpty() ? QStringLiteral("could not start") : reason))
                 .toStdString());
     }
     return Result<qint64>::success(pid);

@@ -8,6 +8,8 @@ namespace quillane
 namespace
 {
 
+const char* const standsForTray = "quillaneStandsForTray";
+
 // The windows the user works with: not popups, tooltips or menus, which close by themselves.
 bool isOrdinaryWindow(const QWidget* widget)
 {
@@ -16,6 +18,11 @@ bool isOrdinaryWindow(const QWidget* widget)
 }
 
 } // namespace
+
+void WidgetApplication::markAsTray(QWidget* window)
+{
+    window->setProperty(standsForTray, true);
+}
 
 void WidgetApplication::terminate()
 {
@@ -44,7 +51,8 @@ void WidgetApplication::activate(bool ignoringOtherApps)
 void WidgetApplication::hide()
 {
     for (QWidget* window : QApplication::topLevelWidgets()) {
-        if (window->isVisible() && isOrdinaryWindow(window)) {
+        if (window->isVisible() && isOrdinaryWindow(window) &&
+            !window->property(standsForTray).toBool()) {
             m_hidden.append(window);
             window->hide();
         }
