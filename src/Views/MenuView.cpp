@@ -33,7 +33,9 @@ RowStack::RowStack(const ViewServices& services, QWidget* parent)
     m_layout->setContentsMargins(0, 0, 0, 0);
     drawNoBackground(this);
     refresh();
-    connect(&services.observer, &VolumeObserver::volumesChanged, this, &RowStack::refresh);
+    // A rebuild clears the list at once and publishes the new one half a second later; the
+    // rows follow the publications, so the panel does not collapse in between.
+    connect(&services.observer, &VolumeObserver::listPublished, this, &RowStack::refresh);
 }
 
 void RowStack::refresh()
@@ -126,7 +128,7 @@ MenuView::MenuView(const ViewServices& services, QWidget* parent)
 
     // Connected before any list exists, so a published list is sorted into the right view
     // before that view brings its rows in line.
-    connect(&services.observer, &VolumeObserver::volumesChanged, this, &MenuView::chooseList);
+    connect(&services.observer, &VolumeObserver::listPublished, this, &MenuView::chooseList);
     chooseList();
 }
 

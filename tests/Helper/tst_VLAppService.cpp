@@ -15,8 +15,7 @@ namespace
 constexpr int noHandle = INT_MIN;
 constexpr int Add = 0, Remove = 1, RemoveItem = 2, Unregister = 3; // operations
 
-// How a fake registration answers and what it was asked, kept outside it so that a test can
-// also see when it is destroyed.
+// How a fake registration answers and what it was asked, kept outside it to see its end too.
 struct Script {
     int status = 0;
     std::string failure; // when set, both operations fail with it
@@ -31,27 +30,19 @@ class FakeRegistration final : public ServiceHandle
 public:
     explicit FakeRegistration(std::shared_ptr<Script> script) : m_script(std::move(script)) {}
     ~FakeRegistration() override { m_script->destroyed = true; }
-
     int status() const override { return m_script->status; }
-    Result<bool> registerService() override { return answer(++m_script->registers); }
-    Result<bool> unregisterService() override { return answer(++m_script->unregisters); }
+    Result<bool> registerService() override { return answer(m_script->registers); }
+    Result<bool> unregisterService() override { return answer(m_script->unregisters); }
 
 private:
-    Result<bool> answer(int) const
+    Result<bool> answer(int& asked) const
     {
+        ++asked;
         return m_script->failure.empty() ? Result<bool>::success(true)
                                          : Result<bool>::failure(m_script->failure);
     }
     std::shared_ptr<Script> m_script;
 };
-
-std::unique_ptr<ServiceHandle> fake(const std::shared_ptr<Script>& script, int status,
-                                    const std::string& failure)
-{
-    script->status = status;
-    script->failure = failure;
-    return status == noHandle ? nullptr : std::make_unique<FakeRegistration>(script);
-}
 
 // Holds work items until the test runs them, as a busy background queue would.
 class HeldWorkQueue final : public WorkQueue
@@ -69,6 +60,13 @@ struct Fixture {
         : service(fake(daemon, daemonStatus, failure), fake(login, loginStatus, failure), settings,
                   queue ? *queue : inlineQueue)
     {
+    }
+    static std::unique_ptr<ServiceHandle> fake(const std::shared_ptr<Script>& script, int status,
+                                               const std::string& failure)
+    {
+        script->status = status;
+        script->failure = failure;
+        return status == noHandle ? nullptr : std::make_unique<FakeRegistration>(script);
     }
     std::shared_ptr<Script> daemon = std::make_shared<Script>();
     std::shared_ptr<Script> login = std::make_shared<Script>();
@@ -180,7 +178,7 @@ private Q_SLOTS:
         const std::shared_ptr<Script> calls = fixture->daemon;
         fixture->service.registerDaemon();
         QCOMPARE(queue.tasks.size(), std::size_t(1));
-        QCOMPARE(calls->registers, 0); // handed over, not done
+        QCOMPARE(calls->registers, 0); // handed over, not done yet
         fixture.reset();
         QVERIFY(!calls->destroyed);
         console.clear();

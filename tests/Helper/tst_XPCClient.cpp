@@ -1,5 +1,5 @@
-#include "Platform/Constant.h"
 #include "HelperHarness.h"
+#include "Platform/Constant.h"
 #include "Platform/NotificationCenter.h"
 #include "Platform/SystemLog.h"
 #include "TestSupport.h"
@@ -9,6 +9,23 @@
 
 using namespace quillane;
 using namespace std::chrono_literals;
+
+namespace
+{
+
+const QString version = QStringLiteral("versionWithReply");
+const std::string invalidated =
+    "[QuillaneClient] XPCClient: connection has been invalidated QuillaneClient";
+
+// A scripted daemon whose registration the service manager already reports as enabled.
+bool startEnabledDaemon(test::HelperHarness& helper, const QStringList& script)
+{
+    helper.daemonService->currentStatus = ServiceHandle::Enabled;
+    helper.appService->updateStatus();
+    return helper.startDaemon(script);
+}
+
+} // namespace
 
 class TestXPCClient : public QObject
 {
@@ -28,7 +45,6 @@ private Q_SLOTS:
         QTest::newRow("letters") << QStringLiteral("12a") << qint64(-1);
         QTest::newRow("space") << QStringLiteral(" 12") << qint64(-1);
     }
-
     void buildNumbers()
     {
         QFETCH(QString, text);
@@ -36,37 +52,51 @@ private Q_SLOTS:
         QCOMPARE(XPCClient::parseBuildNumber(text).value_or(-1), build);
     }
 
-    void answeringDaemonStopsTheRetries()
+    void versionReplies_data()
     {
+        QTest::addColumn<QStringList>("script");
+        QTest::addColumn<std::optional<QString>>("appBuild");
+        QTest::addColumn<QString>("shown");
+        QTest::addColumn<int>("buildErrorLines");
+        const QStringList current{QStringLiteral("--version"), QStringLiteral("17")};
+        const std::optional<QString> ours = QStringLiteral("17");
+        const QString unknown = QStringLiteral("unknown");
+        QTest::newRow("current") << current << ours << QStringLiteral("17") << 0;
+        QTest::newRow("not a number")
+            << QStringList{QStringLiteral("--version"), QStringLiteral("abc")} << ours << unknown
+            << 0;
+        QTest::newRow("absent") << QStringList() << ours << unknown << 0;
+        QTest::newRow("no build of our own") << current << std::optional<QString>() << unknown << 1;
+    }
+    // A reply of any kind stops the retries; none of these asks for a new registration.
+    void versionReplies()
+    {
+        QFETCH(QStringList, script);
+        QFETCH(std::optional<QString>, appBuild);
         test::HelperHarness helper;
-        QVERIFY(helper.busIsUp());
-        QVERIFY(helper.startDaemon({QStringLiteral("--version"), QStringLiteral("17")}));
-        helper.daemonService->currentStatus = ServiceHandle::Enabled;
-        helper.appService->updateStatus();
-        XPCClient& client = helper.client();
+        QVERIFY(startEnabledDaemon(helper, script));
+        test::ConsoleCapture console;
+        XPCClient& client = helper.client(appBuild);
         QVERIFY(client.helperRegistered());
 
         client.start();
         QTRY_VERIFY(client.receivedReply());
         helper.scheduler.runPending();
-        QCOMPARE(client.helperBuildString(), QStringLiteral("17"));
+        const int versionCalls = helper.calls(version);
+        helper.scheduler.advance(22s);
+        QTEST(client.helperBuildString(), "shown");
         QVERIFY(!client.shouldUpdate());
-        const int versionCalls = helper.calls(QStringLiteral("versionWithReply"));
-
-        helper.scheduler.advance(2s);
-        helper.scheduler.advance(20s);
         QCOMPARE(client.retryCount(), qint64(0));
         QCOMPARE(helper.daemonService->registers, 0);
         QCOMPARE(helper.scheduler.pendingCount(), std::size_t(0)); // the retry timer is gone
-        QCOMPARE(helper.calls(QStringLiteral("versionWithReply")), versionCalls);
+        QCOMPARE(helper.calls(version), versionCalls);
+        QTEST(console.count("Couldn't retrieve build number"), "buildErrorLines");
     }
 
     void silentDaemonTimesOutAfterThirtyRetries()
     {
         test::HelperHarness helper;
-        QVERIFY(helper.startDaemon({QStringLiteral("--silent")}));
-        helper.daemonService->currentStatus = ServiceHandle::Enabled;
-        helper.appService->updateStatus();
+        QVERIFY(startEnabledDaemon(helper, {QStringLiteral("--silent")}));
         XPCClient& client = helper.client();
         helper.alerts.answers = {AlertAnswer::firstButton, AlertAnswer::secondButton};
 
@@ -81,10 +111,9 @@ private Q_SLOTS:
         QCOMPARE(helper.alerts.shown[0].title, QStringLiteral("Start Quillane Helper timed out"));
         QCOMPARE(helper.alerts.shown[0].buttons,
                  (QStringList{QStringLiteral("Keep Trying"), QStringLiteral("Quit")}));
-        QCOMPARE(client.retryCount(), qint64(0)); // "Keep Trying" starts over
-        // Each retry asks for a registration; once one succeeded, the rest have nothing to do.
-        QCOMPARE(helper.daemonService->registers, 1);
-        QTRY_VERIFY(helper.calls(QStringLiteral("versionWithReply")) >= 32);
+        QCOMPARE(client.retryCount(), qint64(0));     // "Keep Trying" starts over
+        QCOMPARE(helper.daemonService->registers, 1); // once registered, retries only ask
+        QTRY_VERIFY(helper.calls(version) >= 32);
 
         helper.scheduler.advance(62s);
         QCOMPARE(helper.alerts.shown.size(), std::size_t(2));
@@ -96,9 +125,7 @@ private Q_SLOTS:
     void olderDaemonIsRegisteredAgain()
     {
         test::HelperHarness helper;
-        QVERIFY(helper.startDaemon({QStringLiteral("--version"), QStringLiteral("15")}));
-        helper.daemonService->currentStatus = ServiceHandle::Enabled;
-        helper.appService->updateStatus();
+        QVERIFY(startEnabledDaemon(helper, {QStringLiteral("--version"), QStringLiteral("15")}));
         XPCClient& client = helper.client(QStringLiteral("17"));
 
         client.start();
@@ -108,7 +135,7 @@ private Q_SLOTS:
         helper.scheduler.runPending(); // stores the build and reads it once more
         QCOMPARE(client.helperBuildNumber(), qint64(15));
         QCOMPARE(client.helperBuildString(), QStringLiteral("15"));
-        QTRY_COMPARE(helper.calls(QStringLiteral("versionWithReply")), 2);
+        QTRY_COMPARE(helper.calls(version), 2);
 
         helper.scheduler.advance(499ms);
         QCOMPARE(helper.daemonService->registers, 0);
@@ -116,40 +143,7 @@ private Q_SLOTS:
         QCOMPARE(helper.daemonService->registers, 1);
         QVERIFY(!client.shouldUpdate());
         helper.scheduler.advance(500ms); // the build is read again 1.0 s after the request
-        QTRY_COMPARE(helper.calls(QStringLiteral("versionWithReply")), 3);
-    }
-
-    void unusableVersions_data()
-    {
-        QTest::addColumn<QStringList>("script");
-        QTest::addColumn<std::optional<QString>>("appBuild");
-        QTest::addColumn<int>("buildErrorLines");
-        QTest::newRow("not a number")
-            << QStringList{QStringLiteral("--version"), QStringLiteral("abc")}
-            << std::optional<QString>(QStringLiteral("17")) << 0;
-        QTest::newRow("absent") << QStringList() << std::optional<QString>(QStringLiteral("17"))
-                                << 0;
-        QTest::newRow("no build of our own")
-            << QStringList{QStringLiteral("--version"), QStringLiteral("17")}
-            << std::optional<QString>() << 1;
-    }
-
-    void unusableVersions()
-    {
-        QFETCH(QStringList, script);
-        QFETCH(std::optional<QString>, appBuild);
-        QFETCH(int, buildErrorLines);
-
-        test::HelperHarness helper;
-        QVERIFY(helper.startDaemon(script));
-        test::ConsoleCapture console;
-        XPCClient& client = helper.client(appBuild);
-        client.start();
-        QTRY_VERIFY(client.receivedReply());
-        helper.scheduler.advance(2s);
-        QCOMPARE(client.helperBuildString(), QStringLiteral("unknown"));
-        QCOMPARE(client.retryCount(), qint64(0)); // a reply of any kind stops the retries
-        QCOMPARE(console.count("Couldn't retrieve build number"), buildErrorLines);
+        QTRY_COMPARE(helper.calls(version), 3);
     }
 
     void statusReply_data()
@@ -161,12 +155,10 @@ private Q_SLOTS:
                                   << QStringLiteral("running");
         QTest::newRow("absent") << QStringList() << QStringLiteral("checking");
     }
-
     void statusReply()
     {
         QFETCH(QStringList, script);
         QFETCH(QString, status);
-
         test::HelperHarness helper;
         QVERIFY(helper.startDaemon(script));
         XPCClient& client = helper.client();
@@ -185,12 +177,10 @@ private Q_SLOTS:
         QTest::newRow("accepted") << QStringLiteral("Uninstalling") << true;
         QTest::newRow("letter case differs") << QStringLiteral("uninstalling") << false;
     }
-
     void uninstall()
     {
         QFETCH(QString, reply);
         QFETCH(bool, accepted);
-
         test::HelperHarness helper;
         QVERIFY(helper.startDaemon({QStringLiteral("--uninstall-reply"), reply}));
         test::ConsoleCapture console;
@@ -218,13 +208,11 @@ private Q_SLOTS:
                                         "URL: /trash/files/a b, Error Operation not permitted")
                                  << 0;
     }
-
     void deleteReports()
     {
         QFETCH(QStringList, script);
         QFETCH(QString, logLine);
         QFETCH(int, notifications);
-
         test::HelperHarness helper;
         QVERIFY(helper.startDaemon(script));
         test::SystemLogCapture log;
@@ -252,7 +240,7 @@ private Q_SLOTS:
         XPCClient& client = helper.client();
         QSignalSpy changed(&client, &XPCClient::helperBuildStringChanged);
         client.updateBuild();
-        QTRY_COMPARE(helper.calls(QStringLiteral("versionWithReply")), 1);
+        QTRY_COMPARE(helper.calls(version), 1);
         QTRY_VERIFY((helper.scheduler.runPending(), changed.count() > 0));
         QCOMPARE(client.helperBuildString(), QStringLiteral("21"));
     }
@@ -272,13 +260,12 @@ private Q_SLOTS:
 
     void missingDaemonInvalidatesAndReauthorises()
     {
-        test::HelperHarness helper; // no daemon on the bus at all
+        test::HelperHarness helper; // no daemon on the bus
         test::SystemLogCapture log;
         XPCClient& client = helper.client();
         QVERIFY(helper.appService->shouldGrantPrivilege());
         client.updateBuild();
-        QTRY_VERIFY(
-            log.has("[QuillaneClient] XPCClient: connection has been invalidated QuillaneClient"));
+        QTRY_VERIFY(log.has(invalidated));
         helper.scheduler.advance(500ms);
         QCOMPARE(helper.daemonService->registers, 1);
     }
@@ -290,10 +277,9 @@ private Q_SLOTS:
         test::SystemLogCapture log;
         XPCClient& client = helper.client();
         client.updateBuild();
-        QTRY_COMPARE(helper.calls(QStringLiteral("versionWithReply")), 1);
+        QTRY_COMPARE(helper.calls(version), 1);
         helper.stopBus();
-        QTRY_VERIFY(
-            log.has("[QuillaneClient] XPCClient: connection has been invalidated QuillaneClient"));
+        QTRY_VERIFY(log.has(invalidated));
         QVERIFY(!client.receivedReply());
     }
 
@@ -304,16 +290,16 @@ private Q_SLOTS:
         XPCClient& client = helper.client();
         helper.alerts.answers = {AlertAnswer::firstButton, AlertAnswer::secondButton};
 
+        const auto timeouts = [&] {
+            return std::ranges::count(helper.alerts.shown,
+                                      QStringLiteral("Registering Quillane Helper timed out"),
+                                      &AlertRequest::title);
+        };
         client.waitAndStart();
         helper.scheduler.advance(60s);
-        QVERIFY(std::ranges::none_of(helper.alerts.shown, [](const AlertRequest& a) {
-            return a.title == QStringLiteral("Registering Quillane Helper timed out");
-        }));
+        QCOMPARE(timeouts(), 0);
         helper.scheduler.advance(1s); // the 61st tick
-        const auto waits = std::ranges::count_if(helper.alerts.shown, [](const AlertRequest& a) {
-            return a.title == QStringLiteral("Registering Quillane Helper timed out");
-        });
-        QCOMPARE(waits, 1);
+        QCOMPARE(timeouts(), 1);
     }
 
     void waitingEndsOnceTheDaemonIsEnabled()
@@ -326,10 +312,10 @@ private Q_SLOTS:
         helper.daemonService->currentStatus = ServiceHandle::Enabled;
         helper.scheduler.advance(1s); // this tick still starts the daemon, then waiting ends
         QTRY_VERIFY(client.receivedReply());
-        const int starts = helper.calls(QStringLiteral("versionWithReply"));
+        const int starts = helper.calls(version);
         helper.scheduler.advance(90s);
         QVERIFY(helper.alerts.shown.empty());
-        QVERIFY(helper.calls(QStringLiteral("versionWithReply")) <= starts + 2);
+        QVERIFY(helper.calls(version) <= starts + 2);
     }
 
     void loginItemFollowsTheSwitch()

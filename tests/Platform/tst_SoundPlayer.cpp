@@ -3,21 +3,14 @@
 
 #include <QAudioDevice>
 #include <QAudioOutput>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QMediaDevices>
 #include <QMediaPlayer>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QUrl>
-#include <algorithm>
-#include <cmath>
-#include <cstdint>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
-#include <string>
-#include <vector>
 
 using namespace quillane;
 namespace fs = std::filesystem;
@@ -25,7 +18,7 @@ namespace fs = std::filesystem;
 namespace
 {
 
-const std::string soundName = "empty trash.aif";
+const std::string noOutput = "no audio output device";
 
 std::uint32_t bigEndian(const std::string& bytes, std::size_t at, int size)
 {
@@ -70,44 +63,35 @@ private:
 private Q_SLOTS:
     void initTestCase()
     {
-        const auto sound = BundleInfo::current().resource(soundName);
+        const auto sound = BundleInfo::current().resource("empty trash.aif");
         QVERIFY(sound);
         m_sound = *sound;
     }
 
-    // The sound ships as 16-bit mono AIFF, shorter than a second and not silent.
-    void soundIsShortAiff()
+    // The sound ships as 16-bit mono AIFF and is not silent (its length: qtDecodesTheSound).
+    void soundIsLoudMonoAiff()
     {
         std::ifstream in(m_sound, std::ios::binary);
         const std::string bytes{std::istreambuf_iterator<char>(in), {}};
         QVERIFY(bytes.size() > 12 && bytes.starts_with("FORM") && bytes.substr(8, 4) == "AIFF");
-
-        std::uint32_t frames = 0;
-        double rate = 0;
-        int peak = 0;
+        int channels = 0, bits = 0, peak = 0;
         for (std::size_t at = 12; at + 8 <= bytes.size();) {
             const std::string id = bytes.substr(at, 4);
             const std::size_t size = bigEndian(bytes, at + 4, 4);
             QVERIFY(at + 8 + size <= bytes.size());
             if (id == "COMM") {
-                QCOMPARE(bigEndian(bytes, at + 8, 2), 1u);   // channels
-                QCOMPARE(bigEndian(bytes, at + 14, 2), 16u); // bits a sample
-                frames = bigEndian(bytes, at + 10, 4);
-                // An 80-bit extended float: 15 bits of exponent, 64 of mantissa.
-                const int exponent = static_cast<int>(bigEndian(bytes, at + 16, 2) & 0x7fff);
-                const double mantissa =
-                    std::ldexp(bigEndian(bytes, at + 18, 4), 32) + bigEndian(bytes, at + 22, 4);
-                rate = std::ldexp(mantissa, exponent - 16383 - 63);
+                channels = int(bigEndian(bytes, at + 8, 2));
+                bits = int(bigEndian(bytes, at + 14, 2));
             } else if (id == "SSND") {
-                const std::size_t first = at + 16 + bigEndian(bytes, at + 8, 4);
-                for (std::size_t sample = first; sample + 2 <= at + 8 + size; sample += 2)
+                for (std::size_t sample = at + 16 + bigEndian(bytes, at + 8, 4);
+                     sample + 2 <= at + 8 + size; sample += 2)
                     peak = std::max(
                         peak, std::abs(static_cast<std::int16_t>(bigEndian(bytes, sample, 2))));
             }
             at += 8 + size + size % 2;
         }
-        QVERIFY2(rate == 22050 || rate == 44100, QByteArray::number(rate).constData());
-        QVERIFY(frames > rate / 5 && frames < rate);
+        QCOMPARE(channels, 1);
+        QCOMPARE(bits, 16);
         QVERIFY2(peak > 32767 / 4, QByteArray::number(peak).constData());
     }
 
@@ -126,40 +110,37 @@ private Q_SLOTS:
                  QByteArray::number(player.duration()).constData());
     }
 
-    void reportsWhatItCannotPlay_data()
+    void reportsOneFailure_data()
     {
-        QTest::addColumn<QString>("content"); // empty: no file at all
-        QTest::newRow("missing file") << QString();
-        QTest::newRow("not a sound") << QStringLiteral("FORM, but nothing of a sound");
+        QTest::addColumn<bool>("output");
+        QTest::addColumn<QString>("content"); // empty: no file at all; null: the real sound
+        QTest::newRow("no output") << false << QString();
+        QTest::newRow("missing file") << true << QStringLiteral("");
+        QTest::newRow("not a sound") << true << QStringLiteral("FORM, but nothing of a sound");
     }
 
-    // Told that there is an output, it reports the file's failure once, after play() returned.
-    void reportsWhatItCannotPlay()
+    // Each failure is reported once, after play() returned; only a missing output says so.
+    void reportsOneFailure()
     {
+        QFETCH(bool, output);
         QFETCH(QString, content);
-        const fs::path file = m_scratch.filePath(QStringLiteral("sound.aif")).toStdString();
-        fs::remove(file);
-        if (!content.isEmpty())
-            std::ofstream(file) << content.toStdString();
-
-        QtSoundPlayer player([] { return true; });
+        fs::path file = m_sound;
+        if (!content.isNull()) {
+            file = m_scratch.filePath(QStringLiteral("sound.aif")).toStdString();
+            fs::remove(file);
+            if (!content.isEmpty())
+                std::ofstream(file) << content.toStdString();
+        }
+        QtSoundPlayer player([output] { return output; });
         Errors errors;
         errors.play(player, file);
         QTRY_COMPARE_WITH_TIMEOUT(errors.texts.size(), 1u, 10000);
         QVERIFY(!errors.insidePlay);
-        QVERIFY(!errors.texts.front().empty());
-        QVERIFY(errors.texts.front() != "no audio output device");
         QVERIFY(!errors.more());
-    }
-
-    void reportsNoOutput()
-    {
-        QtSoundPlayer player([] { return false; });
-        Errors errors;
-        errors.play(player, m_sound);
-        QTRY_COMPARE(errors.texts, std::vector<std::string>{"no audio output device"});
-        QVERIFY(!errors.insidePlay);
-        QVERIFY(!errors.more());
+        if (!output)
+            QCOMPARE(errors.texts.front(), noOutput);
+        else
+            QVERIFY(!errors.texts.front().empty() && errors.texts.front() != noOutput);
     }
 
     // A play replaced by the next one says nothing more, even when it was bound to fail.
@@ -174,20 +155,16 @@ private Q_SLOTS:
         QCOMPARE(replaced.texts.size(), 0u);
     }
 
-    // The real sound on this machine's output, if it has one: play() returns at once, and with
-    // no output the player says so.
+    // The real sound on this machine's output, if it has one; with none the player says so.
     void playsOnTheDefaultOutput()
     {
         const bool hasOutput = !QMediaDevices::defaultAudioOutput().isNull();
         Errors errors;
         {
             QtSoundPlayer player;
-            QElapsedTimer clock;
-            clock.start();
             errors.play(player, m_sound);
-            QVERIFY2(clock.elapsed() < 500, QByteArray::number(clock.elapsed()).constData());
             if (!hasOutput)
-                QTRY_COMPARE(errors.texts, std::vector<std::string>{"no audio output device"});
+                QTRY_COMPARE(errors.texts, std::vector<std::string>{noOutput});
             else
                 (void)QTest::qWaitFor([&] { return !errors.texts.empty(); }, 1500);
         }
