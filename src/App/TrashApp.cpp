@@ -97,9 +97,12 @@ TrashApp::TrashApp(QDBusConnection sessionBus)
     connect(&m_settingsCommand, &QAction::triggered, this, &TrashApp::openSettings);
     m_quitCommand.setText(QStringLiteral("Quit"));
     m_quitCommand.setShortcut(QKeySequence(QStringLiteral("Ctrl+Q")));
-    connect(&m_quitCommand, &QAction::triggered, this, [this] {
-        TerminationHelper::terminationCheck(m_platform.defaults, m_alerts, m_application);
-    });
+    connect(&m_quitCommand, &QAction::triggered, this, &TrashApp::quit);
+}
+
+void TrashApp::quit()
+{
+    TerminationHelper::terminationCheck(m_platform.defaults, m_alerts, m_application);
 }
 
 TrashApp::~TrashApp()
@@ -155,31 +158,42 @@ void TrashApp::launch()
 
 void TrashApp::showPanel()
 {
-    if (m_tray && m_tray->isShown()) {
-        if (!m_panel || !m_panel->isVisible())
-            togglePanel(QPoint());
-        return;
-    }
-    showWindowedPanel();
+    if (m_tray && m_tray->isShown())
+        openPanel(QPoint());
+    else
+        showWindowedPanel();
 }
 
-void TrashApp::togglePanel(QPoint anchor)
+PanelWindow& TrashApp::panel()
 {
     if (!m_panel) {
         m_panel = std::make_unique<PanelWindow>(new MenuView(viewServices()));
         addCommands(m_panel.get());
     }
-    m_panel->toggle(anchor);
+    return *m_panel;
+}
+
+QWidget* TrashApp::trayPanel() const
+{
+    return m_panel.get();
+}
+
+void TrashApp::togglePanel(QPoint anchor)
+{
+    panel().toggle(anchor);
+}
+
+void TrashApp::openPanel(QPoint anchor)
+{
+    if (!panel().isVisible())
+        panel().popUp(anchor);
 }
 
 void TrashApp::showWindowedPanel()
 {
     if (!m_windowedPanel) {
-        m_windowedPanel = windowAround(new QuitOnCloseWindow([this] {
-                                           TerminationHelper::terminationCheck(
-                                               m_platform.defaults, m_alerts, m_application);
-                                       }),
-                                       new MenuView(viewServices()));
+        m_windowedPanel =
+            windowAround(new QuitOnCloseWindow([this] { quit(); }), new MenuView(viewServices()));
         WidgetApplication::markAsTray(m_windowedPanel);
     }
     bringForward(m_windowedPanel);
@@ -221,7 +235,7 @@ void TrashApp::showTrayMenu(QPoint anchor)
 {
     auto* menu = new QMenu;
     menu->setAttribute(Qt::WA_DeleteOnClose);
-    menu->addAction(QStringLiteral("Open Quillane"), this, [this, anchor] { togglePanel(anchor); });
+    menu->addAction(QStringLiteral("Open Quillane"), this, [this, anchor] { openPanel(anchor); });
     menu->addAction(&m_checkForUpdatesCommand);
     menu->addAction(&m_settingsCommand);
     menu->addSeparator();

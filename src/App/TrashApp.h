@@ -44,12 +44,16 @@ public:
     // Brings the panel forward: a later launch asked for it.
     void showPanel();
     void openSettings();
+    // Quits through the quit confirmation.
+    void quit();
 
     VolumeObserver& observer() { return *m_observer; }
     XPCClient& client();
     Updater& updater() { return *m_updater; }
     // The window that shows the panel where the desktop has no tray; null while there is a tray.
     QWidget* panelWindow() const { return m_windowedPanel; }
+    // The panel the tray icon opens; null until it is first opened.
+    QWidget* trayPanel() const;
     QWidget* settingsWindow() const { return m_settingsWindow; }
     QWidget* setupWindow() const { return m_setupWindow; }
 
@@ -60,7 +64,10 @@ private:
     void addCommands(QWidget* window);
     void showSetupWindow();
     void showWindowedPanel();
+    // The tray icon's panel, made when first needed.
+    PanelWindow& panel();
     void togglePanel(QPoint anchor);
+    void openPanel(QPoint anchor);
     void showTrayMenu(QPoint anchor);
 
     LinuxPlatform m_linux;

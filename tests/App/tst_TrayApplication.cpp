@@ -4,6 +4,7 @@
 #include "App/RunningInstance.h"
 #include "App/TrayIcon.h"
 #include "Platform/tray/StatusNotifierItem.h"
+#include "ScriptedTrayHost.h"
 
 #include <QDBusAbstractAdaptor>
 #include <QDBusInterface>
@@ -21,27 +22,6 @@
 
 using namespace quillane;
 using namespace std::chrono_literals;
-
-// The part of a desktop panel that tray icons register with: it says whether a host shows
-// them and records who registered.
-class ScriptedWatcher : public QDBusAbstractAdaptor
-{
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
-    Q_PROPERTY(bool IsStatusNotifierHostRegistered READ hostRegistered)
-
-public:
-    explicit ScriptedWatcher(QObject* owner) : QDBusAbstractAdaptor(owner) {}
-    bool hostRegistered() const { return true; }
-
-    QStringList registered;
-
-public Q_SLOTS:
-    void RegisterStatusNotifierItem(const QString& service) { registered << service; }
-
-Q_SIGNALS:
-    void StatusNotifierHostRegistered();
-};
 
 class TestTrayApplication : public QObject
 {
@@ -105,39 +85,28 @@ private Q_SLOTS:
     // with the place it was made at.
     void trayIconAppearsWithALateHost()
     {
-        QProcess bus;
-        bus.start(QStringLiteral("dbus-daemon"),
-                  {QStringLiteral("--config-file=" QUILLANE_TEST_BUS_CONFIG),
-                   QStringLiteral("--print-address"), QStringLiteral("--nofork")});
-        QVERIFY(bus.waitForReadyRead(10000));
-        const QString address = QString::fromLatin1(bus.readLine().trimmed());
-        const auto stopBus = qScopeGuard([&] {
-            bus.kill();
-            bus.waitForFinished();
-        });
-        QDBusConnection appSide = QDBusConnection::connectToBus(address, QStringLiteral("app"));
-        QDBusConnection panelSide = QDBusConnection::connectToBus(address, QStringLiteral("panel"));
+        test::SessionBus bus;
+        QVERIFY(bus.appSide.isConnected());
+        QDBusConnection& panelSide = bus.panelSide;
 
         QPixmap picture(22, 22);
         picture.fill(Qt::red);
-        TrayIcon tray{QIcon(picture), appSide};
+        TrayIcon tray{QIcon(picture), bus.appSide};
         QSignalSpy appeared(&tray, &TrayIcon::appeared);
         QSignalSpy clicks(&tray, &TrayIcon::clicked);
         QVERIFY(!tray.start()); // no host, and no X11 tray off screen
         QVERIFY(!tray.isShown());
 
-        QObject watcherObject;
-        auto* watcher = new ScriptedWatcher(&watcherObject);
-        QVERIFY(panelSide.registerObject(StatusNotifierHostWatcher::watcherPath, &watcherObject));
-        QVERIFY(panelSide.registerService(StatusNotifierHostWatcher::watcherService));
+        test::ScriptedWatcher* watcher = bus.startWatcher();
+        QVERIFY(watcher);
 
         QTRY_COMPARE(appeared.count(), 1);
         QVERIFY(tray.isShown());
-        QCOMPARE(watcher->registered.size(), 1);
+        QTRY_COMPARE(watcher->registered().size(), 1);
 
         // What the panel reads and does with the item it was told of. Both ends live in this
         // thread, so every call waits in the event loop.
-        const QString item = watcher->registered.first();
+        const QString item = watcher->registered().first();
         const auto property = [&](const char* name) {
             QDBusMessage get = QDBusMessage::createMethodCall(
                 item, QStringLiteral("/StatusNotifierItem"),
@@ -152,17 +121,9 @@ private Q_SLOTS:
         QCOMPARE(property("ItemIsMenu").toBool(), false);
         QVERIFY(property("IconPixmap").isValid());
 
-        panelSide.asyncCall(
-            QDBusMessage::createMethodCall(item, QStringLiteral("/StatusNotifierItem"),
-                                           QStringLiteral("org.kde.StatusNotifierItem"),
-                                           QStringLiteral("Activate"))
-            << 640 << 12);
+        bus.callItem(item, QStringLiteral("Activate"), {640, 12});
         QTRY_COMPARE(clicks.count(), 1);
         QCOMPARE(clicks.first().first().toPoint(), QPoint(640, 12));
-
-        panelSide.unregisterService(StatusNotifierHostWatcher::watcherService);
-        QDBusConnection::disconnectFromBus(QStringLiteral("app"));
-        QDBusConnection::disconnectFromBus(QStringLiteral("panel"));
     }
 
     void launchSequence_data()
