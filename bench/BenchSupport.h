@@ -2,12 +2,15 @@
 
 #include <charconv>
 #include <cstdint>
+#include <cstdio>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
-// What both benchmarks share: signal handling that still lets them clean up, number
-// parsing for their options, and numbers as a reader likes them.
+// What both benchmarks share: signal handling that still lets them clean up, the reading of
+// their options, and numbers as a reader likes them.
 namespace quillane::bench
 {
 
@@ -26,6 +29,18 @@ template <class T> std::optional<T> parseNumber(std::string_view text)
         return std::nullopt;
     return value;
 }
+
+enum class OptionValue { Good, Bad, Unknown };
+
+// Reads the "--name value" pairs of a command line, handing each to take(); --help prints the
+// usage and exits. On an unknown option, a missing value or a value take() calls bad, says so
+// on standard error, naming the program, and returns false.
+bool parseOptions(
+    int argc, char** argv, const char* program, void (*printUsage)(std::FILE*),
+    const std::function<OptionValue(std::string_view name, std::string_view value)>& take);
+
+// "a,b,c" as its items; an empty text is one empty item.
+std::vector<std::string_view> splitList(std::string_view text);
 
 // 100000 as "100,000".
 std::string grouped(std::uint64_t value);

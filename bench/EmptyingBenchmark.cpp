@@ -46,9 +46,12 @@ using quillane::bench::fileSystemName;
 using quillane::bench::grouped;
 using quillane::bench::Interrupted;
 using quillane::bench::interrupted;
+using quillane::bench::OptionValue;
 using quillane::bench::parseNumber;
+using quillane::bench::parseOptions;
 using quillane::bench::printablePath;
 using quillane::bench::ScratchFolder;
+using quillane::bench::splitList;
 using quillane::bench::TrashTree;
 
 namespace
@@ -106,58 +109,42 @@ void printUsage(std::FILE* out)
 std::optional<Options> parseArguments(int argc, char** argv)
 {
     Options options;
-    for (int i = 1; i < argc; ++i) {
-        const std::string_view argument = argv[i];
-        if (argument == "-h" || argument == "--help") {
-            printUsage(stdout);
-            std::exit(0);
-        }
-        if (i + 1 >= argc) {
-            std::fprintf(stderr, "quillane-bench-empty: unknown option or missing value: %s\n",
-                         argv[i]);
-            return std::nullopt;
-        }
-        const std::string_view value = argv[++i];
-        bool good = true;
-        if (argument == "--files") {
-            const auto files = parseNumber<std::uint64_t>(value);
-            good = files && *files > 0;
-            if (good)
+    const bool parsed = parseOptions(
+        argc, argv, "quillane-bench-empty", printUsage,
+        [&](std::string_view name, std::string_view value) {
+            if (name == "--files") {
+                const auto files = parseNumber<std::uint64_t>(value);
+                if (!files || *files == 0)
+                    return OptionValue::Bad;
                 options.files = *files;
-        } else if (argument == "--layout") {
-            const auto layout = parseNumber<std::uint64_t>(value);
-            good = layout.has_value();
-            if (good)
+            } else if (name == "--layout") {
+                const auto layout = parseNumber<std::uint64_t>(value);
+                if (!layout)
+                    return OptionValue::Bad;
                 options.layout = *layout;
-        } else if (argument == "--order") {
-            options.order.clear();
-            std::string_view rest = value;
-            while (good && !rest.empty()) {
-                const auto comma = rest.find(',');
-                const std::string_view name = rest.substr(0, comma);
-                const auto tool = std::ranges::find(allTools, name, toolName);
-                good = tool != allTools.end() && std::ranges::count(options.order, *tool) == 0;
-                if (good)
+            } else if (name == "--order") {
+                options.order.clear();
+                const auto names = splitList(value);
+                for (std::size_t i = 0; i < names.size(); ++i) {
+                    if (names[i].empty() && i + 1 == names.size())
+                        break; // a trailing comma
+                    const auto tool = std::ranges::find(allTools, names[i], toolName);
+                    if (tool == allTools.end() || std::ranges::count(options.order, *tool) != 0)
+                        return OptionValue::Bad;
                     options.order.push_back(*tool);
-                rest =
-                    comma == std::string_view::npos ? std::string_view() : rest.substr(comma + 1);
+                }
+                if (options.order.size() != allTools.size())
+                    return OptionValue::Bad;
+            } else if (name == "--dir") {
+                options.dir = fs::path(value);
+            } else if (name == "--quillane") {
+                options.quillane = fs::path(value);
+            } else {
+                return OptionValue::Unknown;
             }
-            good = good && options.order.size() == allTools.size();
-        } else if (argument == "--dir") {
-            options.dir = fs::path(value);
-        } else if (argument == "--quillane") {
-            options.quillane = fs::path(value);
-        } else {
-            std::fprintf(stderr, "quillane-bench-empty: unknown option: %s\n", argv[i - 1]);
-            return std::nullopt;
-        }
-        if (!good) {
-            std::fprintf(stderr, "quillane-bench-empty: bad value for %s: %s\n", argv[i - 1],
-                         argv[i]);
-            return std::nullopt;
-        }
-    }
-    return options;
+            return OptionValue::Good;
+        });
+    return parsed ? std::optional(options) : std::nullopt;
 }
 
 std::string readFile(const fs::path& path)

@@ -31,9 +31,12 @@ using quillane::bench::catchSignals;
 using quillane::bench::fileSystemName;
 using quillane::bench::grouped;
 using quillane::bench::interrupted;
+using quillane::bench::OptionValue;
 using quillane::bench::parseNumber;
+using quillane::bench::parseOptions;
 using quillane::bench::printablePath;
 using quillane::bench::ScratchFolder;
+using quillane::bench::splitList;
 
 namespace
 {
@@ -63,55 +66,34 @@ void printUsage(std::FILE* out)
 std::optional<Options> parseArguments(int argc, char** argv)
 {
     Options options;
-    for (int i = 1; i < argc; ++i) {
-        const std::string_view argument = argv[i];
-        if (argument == "-h" || argument == "--help") {
-            printUsage(stdout);
-            std::exit(0);
-        }
-        if (i + 1 >= argc) {
-            std::fprintf(stderr, "quillane-bench-size: unknown option or missing value: %s\n",
-                         argv[i]);
-            return std::nullopt;
-        }
-        const std::string_view value = argv[++i];
-        bool good = true;
-        if (argument == "--files") {
-            options.sizes.clear();
-            std::string_view rest = value;
-            while (good) {
-                const auto comma = rest.find(',');
-                const auto size = parseNumber<std::uint64_t>(rest.substr(0, comma));
-                good = size && *size > 0;
-                if (good)
-                    options.sizes.push_back(*size);
-                if (comma == std::string_view::npos)
-                    break;
-                rest.remove_prefix(comma + 1);
-            }
-        } else if (argument == "--runs") {
-            const auto runs = parseNumber<int>(value);
-            good = runs && *runs > 0;
-            if (good)
-                options.runs = *runs;
-        } else if (argument == "--layout") {
-            const auto layout = parseNumber<std::uint64_t>(value);
-            good = layout.has_value();
-            if (good)
-                options.layout = *layout;
-        } else if (argument == "--dir") {
-            options.dir = fs::path(value);
-        } else {
-            std::fprintf(stderr, "quillane-bench-size: unknown option: %s\n", argv[i - 1]);
-            return std::nullopt;
-        }
-        if (!good) {
-            std::fprintf(stderr, "quillane-bench-size: bad value for %s: %s\n", argv[i - 1],
-                         argv[i]);
-            return std::nullopt;
-        }
-    }
-    return options;
+    const bool parsed = parseOptions(argc, argv, "quillane-bench-size", printUsage,
+                                     [&](std::string_view name, std::string_view value) {
+                                         if (name == "--files") {
+                                             options.sizes.clear();
+                                             for (const std::string_view item : splitList(value)) {
+                                                 const auto size = parseNumber<std::uint64_t>(item);
+                                                 if (!size || *size == 0)
+                                                     return OptionValue::Bad;
+                                                 options.sizes.push_back(*size);
+                                             }
+                                         } else if (name == "--runs") {
+                                             const auto runs = parseNumber<int>(value);
+                                             if (!runs || *runs <= 0)
+                                                 return OptionValue::Bad;
+                                             options.runs = *runs;
+                                         } else if (name == "--layout") {
+                                             const auto layout = parseNumber<std::uint64_t>(value);
+                                             if (!layout)
+                                                 return OptionValue::Bad;
+                                             options.layout = *layout;
+                                         } else if (name == "--dir") {
+                                             options.dir = fs::path(value);
+                                         } else {
+                                             return OptionValue::Unknown;
+                                         }
+                                         return OptionValue::Good;
+                                     });
+    return parsed ? std::optional(options) : std::nullopt;
 }
 
 // du -s --block-size=1 FOLDER as a child process; returns its total in bytes.
