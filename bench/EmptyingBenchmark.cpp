@@ -41,18 +41,7 @@
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
-using quillane::bench::catchSignals;
-using quillane::bench::fileSystemName;
-using quillane::bench::grouped;
-using quillane::bench::Interrupted;
-using quillane::bench::interrupted;
-using quillane::bench::OptionValue;
-using quillane::bench::parseNumber;
-using quillane::bench::parseOptions;
-using quillane::bench::printablePath;
-using quillane::bench::ScratchFolder;
-using quillane::bench::splitList;
-using quillane::bench::TrashTree;
+using namespace quillane::bench;
 
 namespace
 {

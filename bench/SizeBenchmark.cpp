@@ -27,16 +27,7 @@
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
-using quillane::bench::catchSignals;
-using quillane::bench::fileSystemName;
-using quillane::bench::grouped;
-using quillane::bench::interrupted;
-using quillane::bench::OptionValue;
-using quillane::bench::parseNumber;
-using quillane::bench::parseOptions;
-using quillane::bench::printablePath;
-using quillane::bench::ScratchFolder;
-using quillane::bench::splitList;
+using namespace quillane::bench;
 
 namespace
 {
