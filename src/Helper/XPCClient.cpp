@@ -231,8 +231,13 @@ void XPCClient::retryTick()
 
 void XPCClient::showTimeoutAlert(const QString& title, std::function<void()> keepTrying)
 {
-    const AlertAnswer answer = m_services.alerts.runModal(
-        {title, timeoutText, {QStringLiteral("Keep Trying"), QStringLiteral("Quit")}, false, {}});
+    const AlertAnswer answer =
+        m_services.alerts.runModal({title,
+                                    timeoutText,
+                                    {QStringLiteral("Keep Trying"), QStringLiteral("Quit")},
+                                    false,
+                                    {},
+                                    /*cancelButton=*/0});
     if (answer.button == AlertAnswer::firstButton)
         keepTrying();
     else

@@ -22,7 +22,8 @@ void TerminationHelper::terminationCheck(UserDefaults& defaults, Alerts& alerts,
                         "all mounted volumes."),
          {QStringLiteral("Quit"), QStringLiteral("Cancel")},
          true,
-         {}});
+         {},
+         /*cancelButton=*/1});
     if (answer.suppressed)
         defaults.setBool(Constant::quitSuppressionKey, true);
     if (answer.button == AlertAnswer::firstButton)

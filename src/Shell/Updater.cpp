@@ -77,7 +77,12 @@ AlertRequest newVersion(const QString& theirs, const QString& ours, bool fromPac
     const QStringList buttons =
         hasReleasePage ? QStringList{QStringLiteral("View Release"), QStringLiteral("Later")}
                        : QStringList{QStringLiteral("OK")};
-    return {QStringLiteral("A new version of Quillane is available!"), text, buttons, false, {}};
+    return {QStringLiteral("A new version of Quillane is available!"),
+            text,
+            buttons,
+            false,
+            {},
+            /*cancelButton=*/int(buttons.size()) - 1};
 }
 
 AlertRequest failed(const QString& reason)
@@ -96,7 +101,8 @@ AlertRequest automaticChecksQuestion()
                            "there is one. You can still check at any time from its menu."),
             {QStringLiteral("Check Automatically"), QStringLiteral("Don’t Check")},
             false,
-            {}};
+            {},
+            /*cancelButton=*/1};
 }
 
 QString httpStatus(int code, const QString& phrase)

@@ -164,7 +164,9 @@ void EllipsisMenu::uninstallApp()
          QStringLiteral("Are you sure that you want to uninstall Quillane?"),
          {QStringLiteral("Cancel"), QStringLiteral("OK")},
          false,
-         {}});
+         {},
+         /*cancelButton=*/0,
+         /*destructiveButton=*/1});
     if (answer.button == AlertAnswer::secondButton)
         m_services.client.uninstallQuillane();
 }

@@ -211,7 +211,9 @@ void ListItem::askBeforeDeleting()
                         "in Settings."),
          {QStringLiteral("Cancel"), QStringLiteral("Delete")},
          true,
-         QStringLiteral("d")});
+         QStringLiteral("d"),
+         /*cancelButton=*/0,
+         /*destructiveButton=*/1});
     if (answer.suppressed)
         defaults.setBool(Constant::deleteCheckSupressionKey, true);
     if (answer.button == AlertAnswer::secondButton)

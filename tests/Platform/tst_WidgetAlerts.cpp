@@ -16,19 +16,34 @@ class TestWidgetAlerts : public QObject
 private Q_SLOTS:
     void answers_data()
     {
-        QTest::addColumn<QString>("press"); // "Return", "d", or "click" on the second button
+        QTest::addColumn<QStringList>("buttons");
+        QTest::addColumn<int>("cancelButton");
+        QTest::addColumn<QString>("press"); // a key, "close" (the window's), or "click second"
         QTest::addColumn<bool>("tick");
         QTest::addColumn<int>("button");
-        QTest::newRow("Return takes the first") << "Return" << false << AlertAnswer::firstButton;
-        QTest::newRow("Return, box ticked") << "Return" << true << AlertAnswer::firstButton;
-        QTest::newRow("second button, box ticked") << "click" << true << AlertAnswer::secondButton;
-        QTest::newRow("its key presses the second") << "d" << false << AlertAnswer::secondButton;
+        const QStringList emptying{QStringLiteral("Cancel"), QStringLiteral("Delete")};
+        const QStringList quitting{QStringLiteral("Quit"), QStringLiteral("Cancel")};
+        const QStringList timeout{QStringLiteral("Keep Trying"), QStringLiteral("Quit")};
+        const int first = AlertAnswer::firstButton;
+        const int second = AlertAnswer::secondButton;
+        QTest::newRow("Return takes the first") << emptying << 0 << "Return" << false << first;
+        QTest::newRow("Return, box ticked") << quitting << 1 << "Return" << true << first;
+        QTest::newRow("second button, box ticked")
+            << emptying << 0 << "click second" << true << second;
+        QTest::newRow("its key presses the second") << emptying << 0 << "d" << false << second;
+        QTest::newRow("Escape never deletes") << emptying << 0 << "Escape" << false << first;
+        QTest::newRow("closing never deletes") << emptying << 0 << "close" << false << first;
+        QTest::newRow("Escape never quits") << quitting << 1 << "Escape" << false << second;
+        QTest::newRow("closing never quits") << quitting << 1 << "close" << false << second;
+        QTest::newRow("Escape keeps trying") << timeout << 0 << "Escape" << false << first;
     }
 
     // The alert shows what was asked and answers with the button pressed and the state of the
-    // check box.
+    // check box; whatever backs out of it answers the button named for that.
     void answers()
     {
+        QFETCH(QStringList, buttons);
+        QFETCH(int, cancelButton);
         QFETCH(QString, press);
         QFETCH(bool, tick);
         QFETCH(int, button);
@@ -54,11 +69,15 @@ private Q_SLOTS:
                                   box->checkBox()->rect().center());
             if (press == QStringLiteral("Return")) {
                 QTest::keyClick(box, Qt::Key_Return);
+            } else if (press == QStringLiteral("Escape")) {
+                QTest::keyClick(box->focusWidget(), Qt::Key_Escape);
             } else if (press == QStringLiteral("d")) {
                 QTest::keyClick(box->focusWidget(), Qt::Key_D); // where the user's keys go
+            } else if (press == QStringLiteral("close")) {
+                box->close();
             } else {
                 for (QAbstractButton* candidate : box->buttons()) {
-                    if (candidate->text() == QStringLiteral("Cancel"))
+                    if (candidate->text() == buttons.at(1))
                         QTest::mouseClick(candidate, Qt::LeftButton);
                 }
             }
@@ -67,11 +86,9 @@ private Q_SLOTS:
 
         WidgetAlerts alerts;
         const AlertAnswer answer =
-            alerts.runModal({QStringLiteral("Empty Trash?"),
-                             QStringLiteral("It cannot be undone."),
-                             {QStringLiteral("Empty"), QStringLiteral("Cancel")},
-                             true,
-                             QStringLiteral("d")});
+            alerts.runModal({QStringLiteral("Empty Trash?"), QStringLiteral("It cannot be undone."),
+                             buttons, true, QStringLiteral("d"), cancelButton,
+                             /*destructiveButton=*/-1});
         QVERIFY(answered);
         QCOMPARE(answer.button, button);
         QCOMPARE(answer.suppressed, tick);

@@ -5,6 +5,7 @@
 #include <QKeyEvent>
 #include <QMessageBox>
 #include <QPushButton>
+#include <algorithm>
 #include <vector>
 
 namespace quillane
@@ -52,15 +53,21 @@ AlertAnswer WidgetAlerts::runModal(const AlertRequest& request)
     box.setText(request.title);
     box.setInformativeText(request.informativeText);
 
-    // The first button is the one the alert is about; a second one backs out, so it also
-    // answers Escape and the window's close button. The platform's button layout places them.
+    // Each button takes the role of what it does, so that the platform's layout places it where
+    // its users look for it; the one that backs out also answers Escape and the close button.
     std::vector<QPushButton*> buttons;
     for (const QString& title : request.buttons) {
-        const auto role = buttons.empty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole;
+        const int index = int(buttons.size());
+        const auto role = index == request.cancelButton        ? QMessageBox::RejectRole
+                          : index == request.destructiveButton ? QMessageBox::DestructiveRole
+                                                               : QMessageBox::AcceptRole;
         buttons.push_back(box.addButton(title, role));
     }
-    if (!buttons.empty())
+    if (!buttons.empty()) {
         box.setDefaultButton(buttons.front());
+        box.setEscapeButton(
+            buttons.at(std::size_t(std::clamp(request.cancelButton, 0, int(buttons.size()) - 1))));
+    }
 
     KeyPress secondKey(request.secondButtonKey, buttons.size() > 1 ? buttons[1] : nullptr);
     QCoreApplication::instance()->installEventFilter(&secondKey);
@@ -70,10 +77,11 @@ AlertAnswer WidgetAlerts::runModal(const AlertRequest& request)
     box.exec();
 
     AlertAnswer answer;
-    for (std::size_t i = 0; i < buttons.size(); ++i) {
-        if (box.clickedButton() == buttons[i])
-            answer.button = AlertAnswer::firstButton + int(i);
-    }
+    const auto clicked = std::ranges::find(buttons, box.clickedButton());
+    const auto chosen = clicked != buttons.end()
+                            ? clicked - buttons.begin()
+                            : std::ranges::find(buttons, box.escapeButton()) - buttons.begin();
+    answer.button = AlertAnswer::firstButton + int(chosen);
     answer.suppressed = box.checkBox() && box.checkBox()->isChecked();
     return answer;
 }
