@@ -38,13 +38,14 @@ constexpr auto soundLength = std::chrono::milliseconds(900);
 
 enum ExitCode {
     Completed = 0,
-    Cancelled = 1,
+    NotEmptied = 1, // the user said no, or the emptying could not start
     UnknownLocation = 2,
     HelperUnreachable = 3,
     Refused = 4
 };
 
-// Alerts on a terminal: the title and the text on standard error; the first answer is taken.
+// Alerts on a terminal: the title and the text on standard error; no one is there to answer,
+// so the alert backs out.
 class TerminalAlerts final : public Alerts
 {
 public:
@@ -52,14 +53,14 @@ public:
     {
         std::fprintf(stderr, "%s: %s\n", qPrintable(request.title),
                      qPrintable(request.informativeText));
-        return {};
+        return {AlertAnswer::firstButton + request.cancelButton, false};
     }
 };
 
 class TerminalApplication final : public ApplicationControl
 {
 public:
-    void terminate() override { QCoreApplication::exit(Cancelled); }
+    void terminate() override { QCoreApplication::exit(NotEmptied); }
 };
 
 bool matches(const Volume& volume, const QString& location, const VolumeNames& names)
@@ -119,8 +120,6 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
     HelperLink helper(platform.mainQueue, platform.defaults, alerts, application);
 
     int handedOver = 0;
-    int refused = 0;
-    bool loopDone = false;
     QString unreachable;
     QtSoundPlayer sound;
     EmptyingServices emptying;
@@ -131,55 +130,61 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
     emptying.deleteWithPrivilege = [&](const std::filesystem::path& item) {
         if (handedOver++ == 0)
             unreachable = helperProblem();
-        if (unreachable.isEmpty())
+        if (unreachable.isEmpty()) {
             helper.client().deleteFile(item);
+            return;
+        }
+        // Not sent: it stays, and the emptying goes on without it.
+        NotificationCenter::defaultCenter().post(
+            {Constant::xpcDeleteFailedName,
+             QVariant(QByteArray::fromStdString(item.native())),
+             {{Constant::deleteErrorKey, QStringLiteral("not sent to the helper daemon")}}});
     };
     emptying.alert = [](const QString& message) {
         std::fprintf(stderr, "\n%s\n", qPrintable(message));
     };
     VolumeObserver observer(platform, emptying);
 
-    // The emptying is over when every hand-over has been answered and nothing else is left.
-    const auto settleIfStuck = [&] {
-        if (!loopDone || observer.activeVolume())
-            return;
-        if (!unreachable.isEmpty()) {
-            std::fprintf(stderr,
-                         "\nquillane: %d item(s) need the helper daemon, which is not "
-                         "reachable: %s\n",
-                         handedOver, qPrintable(unreachable));
-            QCoreApplication::exit(HelperUnreachable);
-        } else if (refused > 0 &&
-                   observer.itemsDeleted() + refused >= observer.itemsToDelete().value_or(0)) {
-            std::fprintf(stderr, "\nquillane: the helper daemon did not remove %d item(s)\n",
-                         refused);
-            QCoreApplication::exit(Refused);
-        }
-    };
-    const auto failures = NotificationCenter::defaultCenter().addObserver(
-        Constant::xpcDeleteFailedName, [&](const Notification& notification) {
-            ++refused;
-            std::fprintf(
-                stderr, "\n%s: %s\n", notification.object.toByteArray().constData(),
-                qPrintable(notification.userInfo.value(Constant::deleteErrorKey).toString()));
-            settleIfStuck();
-        });
-
     QObject::connect(&observer, &VolumeObserver::progressChanged, &observer,
                      [&] { drawProgress(observer.progress()); });
-    QObject::connect(&observer, &VolumeObserver::activeVolumeChanged, &observer, [&] {
-        if (!observer.activeVolume() && observer.itemsToDelete()) {
-            loopDone = true;
-            settleIfStuck();
-        }
-    });
-    QObject::connect(&observer, &VolumeObserver::emptyingCompleted, &observer, [&] {
-        if (isatty(STDERR_FILENO))
-            std::fputc('\n', stderr);
-        // The sound has just started: let it finish before the program does.
-        QTimer::singleShot(soundLength, QCoreApplication::instance(),
-                           [] { QCoreApplication::exit(Completed); });
-    });
+    QObject::connect(
+        &observer, &VolumeObserver::emptyingFinished, &observer, [&](const EmptyingResult& result) {
+            const QString name = displayText(result.volume.name(platform.volumeNames));
+            if (isatty(STDERR_FILENO) && result.ending == EmptyingResult::Ending::Completed)
+                std::fputc('\n', stderr);
+            switch (result.ending) {
+            case EmptyingResult::Ending::NotStarted:
+                std::fprintf(stderr, "quillane: the trash of %s was not emptied: %s\n",
+                             qPrintable(name), qPrintable(result.error));
+                QCoreApplication::exit(NotEmptied);
+                return;
+            case EmptyingResult::Ending::NothingToRemove:
+                std::fprintf(stderr, "quillane: the trash of %s holds nothing to remove\n",
+                             qPrintable(name));
+                QCoreApplication::exit(Completed);
+                return;
+            case EmptyingResult::Ending::Completed:
+                break;
+            }
+            for (const auto& [item, reason] : result.refused)
+                std::fprintf(stderr, "quillane: %s stayed: %s\n", qPrintable(displayPath(item)),
+                             qPrintable(reason));
+            int code = Completed;
+            if (!unreachable.isEmpty()) {
+                std::fprintf(stderr,
+                             "quillane: %d item(s) need the helper daemon, which is not "
+                             "reachable: %s\n",
+                             handedOver, qPrintable(unreachable));
+                code = HelperUnreachable;
+            } else if (!result.refused.empty()) {
+                std::fprintf(stderr, "quillane: the helper daemon did not remove %d item(s)\n",
+                             int(result.refused.size()));
+                code = Refused;
+            }
+            // The sound has just started: let it finish before the program does.
+            QTimer::singleShot(soundLength, QCoreApplication::instance(),
+                               [code] { QCoreApplication::exit(code); });
+        });
 
     whenFirstListed(observer, [&] {
         const auto& volumes = observer.volumes();
@@ -196,7 +201,7 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
         if (ask &&
             !confirmed(displayText(volume->name(platform.volumeNames)), volume->itemCount())) {
             std::fprintf(stderr, "quillane: nothing was removed\n");
-            QCoreApplication::exit(Cancelled);
+            QCoreApplication::exit(NotEmptied);
             return;
         }
         const Volume chosen = *volume;
@@ -208,7 +213,6 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
         stalls->start();
     }
     const int code = QCoreApplication::exec();
-    NotificationCenter::defaultCenter().removeObserver(failures);
     if (stalls)
         std::fprintf(stderr, "%s\n", qPrintable(stalls->report()));
     return code;

@@ -8,8 +8,10 @@
 #include "Model/VolumeObserver.h"
 #include "Platform/BuildInfo.h"
 #include "Platform/Console.h"
+#include "Platform/Scheduler.h"
 #include "Platform/linux/PackageOrigin.h"
 #include "Shell/Debug.h"
+#include "Shell/Display.h"
 #include "Shell/HelperLink.h"
 #include "Shell/TerminationHelper.h"
 #include "Shell/Updater.h"
@@ -58,6 +60,28 @@ QIcon resourceIcon(const BundleInfo& bundle, const std::string& name)
     return path ? QIcon(QString::fromStdString(path->native())) : QIcon();
 }
 
+// What the user must be told of an emptying that did not do everything asked; empty when it did.
+QString emptyingProblem(const EmptyingResult& result, const VolumeNames& names)
+{
+    const QString name = displayText(result.volume.name(names));
+    if (result.ending == EmptyingResult::Ending::NotStarted)
+        return result.busy ? QStringLiteral("The trash of %1 is already being emptied by another "
+                                            "Quillane. Nothing was removed.")
+                                 .arg(name)
+                           : QStringLiteral("The trash of %1 could not be emptied: %2")
+                                 .arg(name, result.error);
+    if (result.refused.empty())
+        return {};
+    const std::size_t count = result.refused.size();
+    QString message =
+        QStringLiteral("The helper did not remove %1 from the trash of %2; %3 still there:")
+            .arg(count == 1 ? QStringLiteral("1 item") : QStringLiteral("%1 items").arg(count),
+                 name, count == 1 ? QStringLiteral("it is") : QStringLiteral("they are"));
+    for (const auto& [item, reason] : result.refused)
+        message += QStringLiteral("\n%1: %2").arg(displayPath(item), reason);
+    return message;
+}
+
 } // namespace
 
 TrashApp::TrashApp(QDBusConnection sessionBus)
@@ -74,6 +98,14 @@ TrashApp::TrashApp(QDBusConnection sessionBus)
         return bundle.resource(name);
     };
     m_observer = std::make_unique<VolumeObserver>(m_platform, std::move(emptying));
+    connect(m_observer.get(), &VolumeObserver::emptyingFinished, this,
+            [this](const EmptyingResult& result) {
+                const QString message = emptyingProblem(result, m_platform.volumeNames);
+                // After the emptying has ended, so that the next one is not held up by the alert.
+                if (!message.isEmpty())
+                    m_platform.mainQueue.post(this,
+                                              [this, message] { Debug::alert(m_alerts, message); });
+            });
     m_helperLink = std::make_unique<HelperLink>(m_platform.mainQueue, m_platform.defaults, m_alerts,
                                                 m_application);
     m_updater = std::make_unique<Updater>(Updater::Services{

@@ -6,6 +6,7 @@
 #include "Platform/ApplicationControl.h"
 #include "Platform/Console.h"
 #include "Platform/Constant.h"
+#include "Platform/NotificationCenter.h"
 #include "Platform/Scheduler.h"
 #include "Platform/SystemLog.h"
 #include "Platform/UserDefaults.h"
@@ -327,9 +328,21 @@ void XPCClient::connectionInvalidationHandler()
 
 void XPCClient::deleteFile(const std::optional<std::filesystem::path>& url)
 {
+    if (!url)
+        return;
+    const QByteArray location = QByteArray::fromStdString(url->native());
     connect();
-    if (TrashHelperProxy* helper = proxy(); helper && url)
-        helper->deleteFile(QByteArray::fromStdString(url->native()));
+    if (TrashHelperProxy* helper = proxy(); helper && m_services.bus.isConnected()) {
+        helper->deleteFile(location);
+        return;
+    }
+    // Without a bus there is no one to ask: the item stays, and whoever waits on it is told.
+    m_services.mainQueue.post(this, [location] {
+        NotificationCenter::defaultCenter().post(
+            {Constant::xpcDeleteFailedName,
+             QVariant(location),
+             {{Constant::deleteErrorKey, QStringLiteral("the system bus is not reachable")}}});
+    });
 }
 
 void XPCClient::updateBuild()

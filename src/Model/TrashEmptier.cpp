@@ -4,10 +4,13 @@
 #include "Platform/SafeRemoval.h"
 #include "Platform/Scheduler.h"
 
+#include <QPointer>
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <fcntl.h>
 #include <set>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -18,20 +21,26 @@ namespace quillane
 namespace fs = std::filesystem;
 
 struct TrashEmptier::Job {
-    Job(Scheduler& queue, std::shared_ptr<std::shared_ptr<Job>> slot, fs::path folder,
-        Reports wanted)
-        : mainQueue(queue), waiting(std::move(slot)), trashFolder(std::move(folder)),
-          reports(std::move(wanted))
+    Job(Scheduler& queue, TrashEmptier* emptier, fs::path folder)
+        : mainQueue(queue), owner(emptier), context(emptier), trashFolder(std::move(folder))
     {
     }
 
+    // Queues a report for the emptier; it is dropped if the emptier is gone by then.
+    template <class Report> void report(Report report)
+    {
+        mainQueue.post(context, [this, report = std::move(report)] { report(*owner); });
+    }
+
     Scheduler& mainQueue;
-    std::shared_ptr<std::shared_ptr<Job>> waiting;
-    fs::path trashFolder;
-    Reports reports;
+    TrashEmptier* const owner;
+    const QPointer<const QObject> context; // the owner's guard, made on the main thread
+    const fs::path trashFolder;
+    std::atomic<bool> cancelled = false;
+    bool held = false; // stopped at a failure until resume(); main thread only
     std::vector<std::string> names;
     std::size_t next = 0;
-    UniqueFd files;
+    UniqueFd files; // locked for the emptying's life
     UniqueFd trash; // the folder holding files/, info/ and directorysizes
     UniqueFd info;
 };
@@ -109,55 +118,64 @@ void forgetSizes(int trash, const std::set<std::string>& removed)
 
 } // namespace
 
-TrashEmptier::TrashEmptier(Scheduler& mainQueue, WorkQueue& workQueue)
-    : m_mainQueue(mainQueue), m_workQueue(workQueue)
+TrashEmptier::TrashEmptier(fs::path trashFolder, Scheduler& mainQueue, WorkQueue& workQueue,
+                           QObject* parent)
+    : QObject(parent), m_trashFolder(std::move(trashFolder)), m_mainQueue(mainQueue),
+      m_workQueue(workQueue), m_job(std::make_shared<Job>(mainQueue, this, m_trashFolder))
 {
 }
 
-TrashEmptier::~TrashEmptier() = default;
-
-bool TrashEmptier::isSkipped(const std::string& name)
+TrashEmptier::~TrashEmptier()
 {
-    return name.find(".DS_Store") != std::string::npos;
+    m_job->cancelled = true;
 }
 
-void TrashEmptier::empty(const fs::path& trashFolder, Reports reports)
+void TrashEmptier::start()
 {
-    auto job = std::make_shared<Job>(m_mainQueue, m_waiting, trashFolder, std::move(reports));
-    m_workQueue.async([job] {
-        const auto listing = listDirectory(job->trashFolder);
+    m_workQueue.async([job = m_job] {
         job->files = UniqueFd::adopt(
             open(job->trashFolder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        // One emptying of a trash at a time, whichever program of ours runs it. A filesystem
+        // that cannot lock folders (some network ones) goes without.
+        if (job->files && flock(job->files.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+            job->report([](TrashEmptier& emptier) {
+                Q_EMIT emptier.couldNotStart(
+                    QStringLiteral("another emptying of this trash is under way"), true);
+            });
+            return;
+        }
+        const auto listing = listDirectory(job->trashFolder);
         if (!listing || !job->files) {
-            const std::string error =
-                listing ? describeErrno(job->trashFolder.native(), errno) : listing.error();
-            job->mainQueue.post([job, error] { job->reports.listingFailed(error); });
+            const QString error = QString::fromStdString(
+                listing ? describeErrno(job->trashFolder.native(), errno) : listing.error());
+            job->report(
+                [error](TrashEmptier& emptier) { Q_EMIT emptier.couldNotStart(error, false); });
             return;
         }
         // Skipped names are settled before anything goes, so none can hold up the end.
         std::ranges::copy_if(*listing, std::back_inserter(job->names),
-                             [](const std::string& name) { return !isSkipped(name); });
+                             [](const std::string& name) { return !isSkippedTrashEntry(name); });
         job->trash =
             UniqueFd::adopt(openat(job->files.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         if (job->trash)
             job->info = UniqueFd::adopt(
                 openat(job->trash.get(), "info", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         const auto count = static_cast<long long>(job->names.size());
-        job->mainQueue.post([job, count] { job->reports.started(count); });
+        job->report([count](TrashEmptier& emptier) { Q_EMIT emptier.started(count); });
         removeFrom(job);
     });
 }
 
 void TrashEmptier::resume()
 {
-    if (auto job = std::exchange(*m_waiting, nullptr))
-        m_workQueue.async([job] { removeFrom(job); });
+    if (std::exchange(m_job->held, false))
+        m_workQueue.async([job = m_job] { removeFrom(job); });
 }
 
 void TrashEmptier::removeFrom(const std::shared_ptr<Job>& job)
 {
     std::set<std::string> removed;
-    while (job->next < job->names.size()) {
+    while (job->next < job->names.size() && !job->cancelled) {
         const std::string& name = job->names[job->next++];
         Outcome outcome{Outcome::Kind::Removed, job->trashFolder / name, {}};
         const auto result = removeEntry(job->files.get(), name);
@@ -173,10 +191,9 @@ void TrashEmptier::removeFrom(const std::shared_ptr<Job>& job)
             outcome.error = result.error();
         }
         const bool hold = outcome.kind == Outcome::Kind::Failed;
-        job->mainQueue.post([job, outcome, hold] {
-            if (hold)
-                *job->waiting = job; // set before the report, which may resume at once
-            job->reports.outcome(outcome);
+        job->report([job, outcome, hold](TrashEmptier& emptier) {
+            job->held = hold; // set before the report, which may resume at once
+            Q_EMIT emptier.outcome(outcome);
         });
         if (hold) {
             forgetSizes(job->trash.get(), removed);
@@ -184,7 +201,8 @@ void TrashEmptier::removeFrom(const std::shared_ptr<Job>& job)
         }
     }
     forgetSizes(job->trash.get(), removed);
-    job->mainQueue.post([job] { job->reports.finished(); });
+    if (!job->cancelled)
+        job->report([](TrashEmptier& emptier) { Q_EMIT emptier.removalsFinished(); });
 }
 
 } // namespace quillane

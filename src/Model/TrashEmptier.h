@@ -1,7 +1,8 @@
 #pragma once
 
+#include <QObject>
+#include <QString>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -11,13 +12,21 @@ namespace quillane
 class Scheduler;
 class WorkQueue;
 
-// Removes the entries of one trash folder on the work queue, one after another in listing
-// order, each with its info record and its line of the trash's size cache, and reports each
-// outcome on the main queue. Entries whose name holds ".DS_Store" are left alone and not
-// counted. After an entry that failed for a reason other than permission, removal waits until
-// the owner calls resume(), so that the user answers one failure at a time.
-class TrashEmptier
+// One emptying of one trash folder. It removes the folder's entries on the work queue, one after
+// another in listing order, each with its info record and its line of the trash's size cache,
+// and reports each outcome on the main thread. The entry that is never emptied (see
+// isSkippedTrashEntry) is left alone and not counted.
+//
+// The object is the emptying's context: what it queued for the main thread is dropped once it is
+// gone, and its removals stop at the next item. For its whole life it holds a lock on the trash
+// folder, so that no other emptying of the same trash runs meanwhile, in this process or another.
+// After an entry that failed for a reason other than permission, removal waits until resume(),
+// so that the user answers one failure at a time.
+class TrashEmptier : public QObject
 {
+    Q_OBJECT
+    Q_DISABLE_COPY(TrashEmptier)
+
 public:
     struct Outcome {
         enum class Kind { Removed, NeedsPrivilege, Failed };
@@ -25,31 +34,34 @@ public:
         std::filesystem::path location;
         std::string error;
     };
-    struct Reports {
-        std::function<void(const std::string& error)> listingFailed;
-        std::function<void(long long count)> started; // entries to account for
-        std::function<void(const Outcome&)> outcome;
-        std::function<void()> finished; // every entry was tried
-    };
 
-    TrashEmptier(Scheduler& mainQueue, WorkQueue& workQueue);
-    ~TrashEmptier();
+    TrashEmptier(std::filesystem::path trashFolder, Scheduler& mainQueue, WorkQueue& workQueue,
+                 QObject* parent = nullptr);
+    ~TrashEmptier() override;
 
-    void empty(const std::filesystem::path& trashFolder, Reports reports);
+    const std::filesystem::path& trashFolder() const { return m_trashFolder; }
+
+    void start();
     void resume();
 
-    static bool isSkipped(const std::string& name);
+Q_SIGNALS:
+    // The folder could not be listed, or another emptying holds it (busy); nothing was removed.
+    void couldNotStart(const QString& error, bool busy);
+    // The entries to account for, before any is removed.
+    void started(long long count);
+    void outcome(const quillane::TrashEmptier::Outcome& outcome);
+    // Every entry was tried.
+    void removalsFinished();
 
 private:
     struct Job;
-    // Runs on the work queue; touches nothing of the emptier itself, which may be gone by
-    // the time queued work runs.
+    // Runs on the work queue; reaches the emptier only through the main queue.
     static void removeFrom(const std::shared_ptr<Job>& job);
 
+    std::filesystem::path m_trashFolder;
     Scheduler& m_mainQueue;
     WorkQueue& m_workQueue;
-    // The job stopped at a failure, until resume(); shared with the job's own steps.
-    std::shared_ptr<std::shared_ptr<Job>> m_waiting = std::make_shared<std::shared_ptr<Job>>();
+    std::shared_ptr<Job> m_job;
 };
 
 } // namespace quillane

@@ -84,8 +84,8 @@ int Volume::itemCount() const
         Console::writeLine("Counting Error: ", entries.error());
         return 0;
     }
-    const bool hasDSStore = std::ranges::find(*entries, ".DS_Store") != entries->end();
-    return static_cast<int>(entries->size()) - (hasDSStore ? 1 : 0);
+    return static_cast<int>(std::ranges::count_if(
+        *entries, [](const std::string& name) { return !isSkippedTrashEntry(name); }));
 }
 
 std::uint64_t Volume::allocatedSize() const

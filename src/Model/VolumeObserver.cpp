@@ -78,8 +78,7 @@ std::vector<Volume> scanVolumes(const Platform& platform, const std::vector<fs::
 } // namespace
 
 VolumeObserver::VolumeObserver(const Platform& platform, EmptyingServices emptying, QObject* parent)
-    : QObject(parent), m_platform(platform), m_emptying(std::move(emptying)),
-      m_emptier(std::make_unique<TrashEmptier>(platform.mainQueue, platform.workQueue))
+    : QObject(parent), m_platform(platform), m_emptying(std::move(emptying))
 {
     Console::writeLine("Hello from VolumeObserver");
     checkFDA();
@@ -93,11 +92,17 @@ VolumeObserver::VolumeObserver(const Platform& platform, EmptyingServices emptyi
             if (self)
                 self->xpcDidDelete(notification);
         });
+    m_failureObserver = NotificationCenter::defaultCenter().addObserver(
+        Constant::xpcDeleteFailedName, [self](const Notification& notification) {
+            if (self)
+                self->xpcDidFail(notification);
+        });
 }
 
 VolumeObserver::~VolumeObserver()
 {
     NotificationCenter::defaultCenter().removeObserver(m_deletionObserver);
+    NotificationCenter::defaultCenter().removeObserver(m_failureObserver);
     for (const auto& monitor : m_monitorEvents)
         monitor->stopMonitoring();
 }
@@ -320,84 +325,122 @@ void VolumeObserver::emptySelectedTrash(const Volume& volume)
 {
     if (!volume.trashURL())
         return;
-    QPointer<VolumeObserver> self(this);
+    if (m_emptier) {
+        const auto sameTrash = [&](const Volume& other) {
+            return other.trashURL() == volume.trashURL();
+        };
+        if (m_emptier->trashFolder() != *volume.trashURL() &&
+            std::ranges::none_of(m_waitingToEmpty, sameTrash))
+            m_waitingToEmpty.push_back(volume);
+        return;
+    }
+    startEmptying(volume);
+}
+
+void VolumeObserver::startEmptying(const Volume& volume)
+{
+    // Each emptying counts from zero; its steps are queued with the emptier as their context,
+    // so none outlives it or reaches the emptying after it.
+    m_emptier =
+        new TrashEmptier(*volume.trashURL(), m_platform.mainQueue, m_platform.workQueue, this);
+    m_emptyingVolume = volume;
+    m_refused.clear();
     m_removing = true;
-    TrashEmptier::Reports reports;
-    reports.listingFailed = [self](const std::string&) {
+    connect(m_emptier, &TrashEmptier::couldNotStart, this, [this](const QString& error, bool busy) {
         Console::writeLine("there was a problem");
-        if (self)
-            self->m_removing = false;
-    };
-    reports.started = [self, volume](long long count) {
-        if (!self)
-            return;
-        // Each emptying counts from zero, with its skipped entries settled already.
-        self->m_itemsToDelete = count;
-        self->m_itemsDeleted = 0;
-        self->setActiveVolume(volume);
-    };
-    reports.outcome = [self](const TrashEmptier::Outcome& outcome) {
-        if (!self)
-            return;
-        using Kind = TrashEmptier::Outcome::Kind;
-        if (outcome.kind == Kind::Removed) {
-            self->handleProgress(outcome.location);
-            return;
-        }
-        Console::writeLine(outcome.error);
-        if (outcome.kind == Kind::NeedsPrivilege) {
-            if (self->m_emptying.deleteWithPrivilege)
-                self->m_emptying.deleteWithPrivilege(outcome.location);
-            return;
-        }
-        if (self->m_emptying.alert)
-            self->m_emptying.alert(QStringLiteral("There was a problem deleting the file.\n(") +
-                                   QString::fromStdString(outcome.error));
-        if (!self)
-            return;
-        self->handleProgress(outcome.location);
-        self->m_emptier->resume();
-    };
-    reports.finished = [self] {
-        if (self)
-            self->m_platform.mainQueue.post([self] {
-                if (!self)
-                    return;
-                self->m_removing = false;
-                self->setActiveVolume(std::nullopt);
-                // The completion rebuilds the list anyway; items still with the helper may
-                // hold it back, or never let it come.
-                const bool completing = self->m_itemsDeleted >= self->m_itemsToDelete.value_or(0);
-                if (std::exchange(self->m_changedWhileEmptying, false) && !completing)
-                    self->updateVolumes();
-            });
-    };
-    m_emptier->empty(*volume.trashURL(), std::move(reports));
+        finishEmptying({*m_emptyingVolume, EmptyingResult::Ending::NotStarted, error, busy, {}});
+    });
+    connect(m_emptier, &TrashEmptier::started, this, [this](long long count) {
+        m_itemsToDelete = count;
+        m_itemsDeleted = 0;
+        setActiveVolume(m_emptyingVolume);
+    });
+    connect(m_emptier, &TrashEmptier::outcome, this, &VolumeObserver::handleOutcome);
+    connect(m_emptier, &TrashEmptier::removalsFinished, this,
+            [this] { m_platform.mainQueue.post(m_emptier, [this] { removalsFinished(); }); });
+    Q_EMIT emptyingChanged();
+    m_emptier->start();
+}
+
+void VolumeObserver::handleOutcome(const TrashEmptier::Outcome& outcome)
+{
+    using Kind = TrashEmptier::Outcome::Kind;
+    if (outcome.kind == Kind::Removed) {
+        handleProgress(outcome.location);
+        return;
+    }
+    Console::writeLine(outcome.error);
+    if (outcome.kind == Kind::NeedsPrivilege) {
+        if (m_emptying.deleteWithPrivilege)
+            m_emptying.deleteWithPrivilege(outcome.location);
+        return;
+    }
+    // The alert keeps the main loop turning: the emptier is asked for again afterwards rather
+    // than held across it.
+    const QPointer<TrashEmptier> emptier = m_emptier;
+    if (m_emptying.alert)
+        m_emptying.alert(QStringLiteral("There was a problem deleting the file.\n(") +
+                         QString::fromStdString(outcome.error));
+    if (!emptier || emptier != m_emptier)
+        return;
+    handleProgress(outcome.location);
+    emptier->resume();
+}
+
+void VolumeObserver::removalsFinished()
+{
+    m_removing = false;
+    setActiveVolume(std::nullopt);
+    const long long toDelete = m_itemsToDelete.value_or(0);
+    if (toDelete == 0) {
+        finishEmptying({*m_emptyingVolume, EmptyingResult::Ending::NothingToRemove, {}, false, {}});
+        return;
+    }
+    // The completion rebuilds the list anyway; items still with the helper hold it back.
+    if (std::exchange(m_changedWhileEmptying, false) && m_itemsDeleted < toDelete)
+        updateVolumes();
 }
 
 void VolumeObserver::handleProgress(const std::optional<fs::path>& url)
 {
-    if (!url || !m_itemsToDelete)
+    // Only the emptying under way counts, and only until its last item is in.
+    if (!url || !m_itemsToDelete || !m_emptier || m_itemsDeleted >= *m_itemsToDelete)
         return;
     ++m_itemsDeleted;
-    // A report after a completed emptying (nothing left to count) reads as complete.
-    setProgress(*m_itemsToDelete > 0
-                    ? static_cast<double>(m_itemsDeleted) / static_cast<double>(*m_itemsToDelete)
-                    : 1.0);
+    setProgress(static_cast<double>(m_itemsDeleted) / static_cast<double>(*m_itemsToDelete));
     if (m_itemsDeleted < *m_itemsToDelete)
         return;
     setProgress(1.0);
-    QPointer<VolumeObserver> self(this);
-    m_platform.mainQueue.postAfter(completionDelay, [self] {
-        if (!self)
-            return;
-        self->playSound("empty trash.aif");
-        self->setProgress(0.0);
-        self->m_itemsToDelete = 0;
-        self->m_itemsDeleted = 0;
-        self->updateVolumes();
-        Q_EMIT self->emptyingCompleted();
-    });
+    m_platform.mainQueue.postAfter(completionDelay, m_emptier, [this] { completeEmptying(); });
+}
+
+void VolumeObserver::completeEmptying()
+{
+    playSound("empty trash.aif");
+    setProgress(0.0);
+    m_itemsToDelete = 0;
+    m_itemsDeleted = 0;
+    updateVolumes();
+    Q_EMIT emptyingCompleted();
+    finishEmptying({*m_emptyingVolume,
+                    EmptyingResult::Ending::Completed,
+                    {},
+                    false,
+                    std::exchange(m_refused, {})});
+}
+
+void VolumeObserver::finishEmptying(EmptyingResult result)
+{
+    m_removing = false;
+    delete std::exchange(m_emptier, nullptr); // and with it whatever it still had queued
+    m_emptyingVolume.reset();
+    Q_EMIT emptyingChanged();
+    Q_EMIT emptyingFinished(result);
+    if (!m_waitingToEmpty.empty() && !m_emptier) {
+        const Volume next = m_waitingToEmpty.front();
+        m_waitingToEmpty.erase(m_waitingToEmpty.begin());
+        startEmptying(next);
+    }
 }
 
 void VolumeObserver::xpcDidDelete(const Notification& notification)
@@ -407,6 +450,16 @@ void VolumeObserver::xpcDidDelete(const Notification& notification)
     if (location.isEmpty())
         return;
     handleProgress(fs::path(location.toStdString()));
+}
+
+void VolumeObserver::xpcDidFail(const Notification& notification)
+{
+    const QByteArray location = notification.object.toByteArray();
+    if (location.isEmpty() || !m_emptier)
+        return;
+    const fs::path item(location.toStdString());
+    m_refused.emplace_back(item, notification.userInfo.value(Constant::deleteErrorKey).toString());
+    handleProgress(item);
 }
 
 void VolumeObserver::playSound(const std::string& name)

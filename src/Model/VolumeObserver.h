@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Platform.h"
+#include "TrashEmptier.h"
 #include "Volume.h"
 
 #include <QObject>
@@ -16,7 +17,6 @@ namespace quillane
 class FolderMonitor;
 class FolderWatch;
 class SoundPlayer;
-class TrashEmptier;
 struct Notification;
 class MountTable;
 class TrashLocator;
@@ -29,6 +29,21 @@ struct EmptyingServices {
     std::function<void(const QString& message)> alert;
     SoundPlayer* sound = nullptr;
     std::function<std::optional<std::filesystem::path>(const std::string&)> findResource;
+};
+
+// How one emptying ended, told once per emptying.
+struct EmptyingResult {
+    enum class Ending {
+        Completed,       // every item was accounted for; the completion step has run
+        NothingToRemove, // the trash held nothing to empty
+        NotStarted,      // the trash could not be listed, or another emptying holds it
+    };
+    Volume volume;
+    Ending ending = Ending::Completed;
+    QString error; // why it did not start
+    bool busy = false;
+    // The items the helper daemon did not remove, each with its reason.
+    std::vector<std::pair<std::filesystem::path, QString>> refused;
 };
 
 // The model of the panel: every trash location in display order (mounted volumes in mount
@@ -46,6 +61,9 @@ class VolumeObserver : public QObject
     Q_PROPERTY(
         std::optional<quillane::Volume> activeVolume READ activeVolume NOTIFY activeVolumeChanged)
     Q_PROPERTY(double progress READ progress NOTIFY progressChanged)
+    // From the request to empty a trash until that emptying has ended (its removals, its items
+    // with the helper, its completion step). Emptyings run one at a time.
+    Q_PROPERTY(bool emptying READ isEmptying NOTIFY emptyingChanged)
 
 public:
     explicit VolumeObserver(const Platform& platform, EmptyingServices emptying = {},
@@ -64,11 +82,15 @@ public:
     double progress() const { return m_progress; }
     std::optional<long long> itemsToDelete() const { return m_itemsToDelete; }
     long long itemsDeleted() const { return m_itemsDeleted; }
+    bool isEmptying() const { return m_emptier != nullptr; }
 
-    // Called on the main thread.
+    // Called on the main thread. A trash asked for while another is being emptied waits its
+    // turn.
     void emptySelectedTrash(const Volume& volume);
     void handleProgress(const std::optional<std::filesystem::path>& url);
     void xpcDidDelete(const Notification& notification);
+    // The helper did not remove an item: it counts as settled, and stays.
+    void xpcDidFail(const Notification& notification);
     void playSound(const std::string& name);
     void updateVolumes();
     void updateMonitors();
@@ -96,6 +118,9 @@ Q_SIGNALS:
     void listPublished();
     // An emptying accounted for all its items; its completion step has run.
     void emptyingCompleted();
+    void emptyingChanged();
+    // Every emptying ends with this, once, whatever became of it.
+    void emptyingFinished(const quillane::EmptyingResult& result);
 
 private:
     void checkFDA();
@@ -104,6 +129,11 @@ private:
     void watchForHomeTrash();
     void setProgress(double progress);
     void setActiveVolume(std::optional<Volume> volume);
+    void startEmptying(const Volume& volume);
+    void handleOutcome(const TrashEmptier::Outcome& outcome);
+    void removalsFinished();
+    void completeEmptying();
+    void finishEmptying(EmptyingResult result);
 
     Platform m_platform;
     std::vector<Volume> m_volumes;
@@ -112,7 +142,11 @@ private:
     std::vector<std::shared_ptr<FolderMonitor>> m_monitorEvents;
     std::unique_ptr<FolderWatch> m_homeTrashWatch;
     EmptyingServices m_emptying;
-    std::unique_ptr<TrashEmptier> m_emptier;
+    // The emptying under way, the context of all its queued steps; null when none is.
+    TrashEmptier* m_emptier = nullptr;
+    std::optional<Volume> m_emptyingVolume;
+    std::vector<Volume> m_waitingToEmpty;
+    std::vector<std::pair<std::filesystem::path, QString>> m_refused;
     std::optional<long long> m_itemsToDelete;
     long long m_itemsDeleted = 0;
     std::optional<Volume> m_activeVolume;
@@ -122,6 +156,7 @@ private:
     bool m_changedWhileEmptying = false;
     double m_progress = 0;
     std::uint64_t m_deletionObserver = 0;
+    std::uint64_t m_failureObserver = 0;
 };
 
 } // namespace quillane

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace quillane
@@ -15,6 +16,14 @@ namespace quillane
 // The names of the entries directly inside a folder, hidden ones included ("." and ".."
 // left out), in the order the file system gives them.
 Result<std::vector<std::string>> listDirectory(const std::filesystem::path& folder);
+
+// The one entry of a trash folder that is neither counted nor emptied: the folder-view file
+// ".DS_Store", by that exact name. Counting and emptying both ask here, so a trash whose count
+// says it holds items can always be emptied of them.
+inline bool isSkippedTrashEntry(std::string_view name)
+{
+    return name == ".DS_Store";
+}
 
 // Whether anything (a link included, dangling or not) exists at the path.
 bool fileExists(const std::filesystem::path& path);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QObject>
+#include <QPointer>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -28,9 +30,29 @@ public:
     virtual void post(Task task) = 0;
     // Runs the task on the main thread once the delay has passed. May be called from any thread.
     virtual void postAfter(Duration delay, Task task) = 0;
+    // As post() and postAfter(), but the task is dropped if `context` is gone by the time it is
+    // due, as QTimer::singleShot does with its context. The guard is taken by the caller: one made
+    // on the main thread may be copied to any thread.
+    void post(QPointer<const QObject> context, Task task)
+    {
+        post(guarded(std::move(context), std::move(task)));
+    }
+    void postAfter(Duration delay, QPointer<const QObject> context, Task task)
+    {
+        postAfter(delay, guarded(std::move(context), std::move(task)));
+    }
     // Runs the task on the main thread every interval until the handle is destroyed.
     // Called on the main thread.
     virtual std::unique_ptr<RepeatingTimer> repeat(Duration interval, Task task) = 0;
+
+private:
+    static Task guarded(QPointer<const QObject> context, Task task)
+    {
+        return [context = std::move(context), task = std::move(task)] {
+            if (context)
+                task();
+        };
+    }
 };
 
 // Where long work (walking a tree, listing a large folder) runs, off the main thread. Tasks run

@@ -16,6 +16,8 @@ namespace quillane
 class VirtualScheduler final : public Scheduler
 {
 public:
+    using Scheduler::post;
+    using Scheduler::postAfter;
     void post(Task task) override;
     void postAfter(Duration delay, Task task) override;
     std::unique_ptr<RepeatingTimer> repeat(Duration interval, Task task) override;

@@ -110,6 +110,8 @@ ListItem::ListItem(const Volume& item, const ViewServices& services, QWidget* pa
     connect(m_emptyButton, &QPushButton::clicked, this, &ListItem::emptyTrash);
     connect(m_revealButton, &QToolButton::clicked, this, &ListItem::revealTrash);
     connect(&services.observer, &VolumeObserver::progressChanged, this, &ListItem::progressChanged);
+    connect(&services.observer, &VolumeObserver::emptyingChanged, this,
+            &ListItem::updateEmptyButton);
 }
 
 ListItem::~ListItem() = default;
@@ -150,7 +152,7 @@ void ListItem::showDetails(int itemCount, std::uint64_t size)
     m_details = detailString(itemCount, size);
     m_detailsLabel->setText(m_details);
     const bool hasItems = itemCount >= 1;
-    m_emptyButton->setEnabled(hasItems);
+    updateEmptyButton();
     if (hasItems)
         m_emptyButton->setIcon(
             tintedIcon(m_emptyButton->icon(), emptyIconColour, m_emptyButton->iconSize()));
@@ -178,9 +180,19 @@ void ListItem::setShouldShowProgress(bool show)
     m_progressBar->setVisible(show);
 }
 
+void ListItem::updateEmptyButton()
+{
+    // One trash is emptied at a time: while one is, no other can be started.
+    const bool busy = m_services.observer.isEmptying();
+    m_emptyButton->setEnabled(m_itemCount.value_or(0) >= 1 && !busy);
+    m_emptyButton->setToolTip(busy ? QStringLiteral("A trash is being emptied. Quillane empties "
+                                                    "one trash at a time.")
+                                   : QString());
+}
+
 void ListItem::emptyTrash()
 {
-    if (m_itemCount.value_or(0) >= 1)
+    if (m_itemCount.value_or(0) >= 1 && !m_services.observer.isEmptying())
         askBeforeDeleting();
 }
 

@@ -40,7 +40,7 @@ public:
     // Asks first, unless the user turned the question off; then empties this trash from the
     // main queue, after the alert has closed.
     void askBeforeDeleting();
-    // The Empty button: nothing while the count is unknown or zero.
+    // The Empty button: nothing while the count is unknown or zero, or another emptying runs.
     void emptyTrash();
     // The reveal button: the trash folder in the file manager, unless there is no folder to
     // show (no trash, or iCloud Drive).
@@ -57,6 +57,7 @@ private:
     void showDetails(int itemCount, std::uint64_t size);
     void progressChanged();
     void setShouldShowProgress(bool show);
+    void updateEmptyButton();
     bool canReveal() const;
 
     Volume m_item;

@@ -5,6 +5,7 @@
 #include "Platform/SoundPlayer.h"
 #include "TestSupport.h"
 
+#include <QProcess>
 #include <QSignalSpy>
 #include <QTest>
 #include <sys/mount.h>
@@ -100,16 +101,20 @@ private Q_SLOTS:
         QVERIFY(listDirectory(harness.info())->empty()); // the records went with the items
     }
 
+    // Counting and emptying leave out the same one name, so a trash whose count says it holds
+    // items can be emptied of them, and one that holds nothing else ends at once.
     void skippedNamesAreSettledFirst_data()
     {
         QTest::addColumn<QStringList>("names");
         QTest::addColumn<long long>("counted");
         QTest::newRow("trailing") << QStringList{QStringLiteral("a"), QStringLiteral(".DS_Store")}
                                   << 1LL;
-        QTest::newRow("leading and inside")
-            << QStringList{QStringLiteral(".DS_Store"), QStringLiteral("a"),
-                           QStringLiteral("x.DS_Storey"), QStringLiteral("b")}
+        QTest::newRow("look-alikes are items")
+            << QStringList{QStringLiteral(".DS_Store"), QStringLiteral("._.DS_Store"),
+                           QStringLiteral("old.DS_Store")}
             << 2LL;
+        QTest::newRow("only the skipped one") << QStringList{QStringLiteral(".DS_Store")} << 0LL;
+        QTest::newRow("empty") << QStringList{} << 0LL;
     }
 
     void skippedNamesAreSettledFirst()
@@ -120,32 +125,42 @@ private Q_SLOTS:
         for (const QString& name : names)
             harness.trash(name.toStdString());
         VolumeObserver& observer = harness.start();
+        QCOMPARE(observer.volumes()[0].itemCount(), counted);
+        QSignalSpy active(&observer, &VolumeObserver::activeVolumeChanged);
         QSignalSpy completed(&observer, &VolumeObserver::emptyingCompleted);
+        QSignalSpy finished(&observer, &VolumeObserver::emptyingFinished);
         observer.emptySelectedTrash(observer.volumes()[0]);
         harness.model.scheduler.runPending();
         QCOMPARE(observer.itemsToDelete(), std::optional(counted));
-        harness.model.scheduler.advance(500ms);
-        QCOMPARE(completed.count(), 1);
-        for (const QString& name : names)
-            QCOMPARE(fs::exists(harness.files() / name.toStdString()),
-                     name.contains(QStringLiteral(".DS_Store")));
-    }
-
-    void emptyTrashCompletesNothing()
-    {
-        EmptyingHarness harness;
-        VolumeObserver& observer = harness.start();
-        QSignalSpy active(&observer, &VolumeObserver::activeVolumeChanged);
-        observer.emptySelectedTrash(observer.volumes()[0]);
         harness.model.scheduler.advance(2s);
         QCOMPARE(active.count(), 2); // set, then cleared
-        QCOMPARE(observer.itemsToDelete(), std::optional<long long>(0));
-        QVERIFY(harness.sound.played.empty());
-        QCOMPARE(harness.progress->count(), 0);
+        QCOMPARE(finished.count(), 1);
+        QVERIFY(!observer.isEmptying());
+        const auto result = finished[0][0].value<EmptyingResult>();
+        QCOMPARE(result.ending, counted > 0 ? EmptyingResult::Ending::Completed
+                                            : EmptyingResult::Ending::NothingToRemove);
+        // Nothing removed, nothing to celebrate: no sound, no progress.
+        QCOMPARE(completed.count(), counted > 0 ? 1 : 0);
+        QCOMPARE(harness.sound.played.size(), std::size_t(counted > 0 ? 1 : 0));
+        if (counted == 0)
+            QCOMPARE(harness.progress->count(), 0);
+        for (const QString& name : names)
+            QCOMPARE(fs::exists(harness.files() / name.toStdString()),
+                     name == QStringLiteral(".DS_Store"));
     }
 
+    void itemsTheUserMayNotRemoveGoToTheHelper_data()
+    {
+        QTest::addColumn<bool>("helperRefusesOne");
+        QTest::newRow("helper removes both") << false;
+        QTest::newRow("helper refuses one") << true;
+    }
+
+    // What the helper refuses counts as settled: the emptying still completes, and says what
+    // stayed.
     void itemsTheUserMayNotRemoveGoToTheHelper()
     {
+        QFETCH(bool, helperRefusesOne);
         EmptyingHarness harness;
         harness.trash("mine");
         harness.trash("locked");
@@ -158,6 +173,7 @@ private Q_SLOTS:
                            QString::fromStdString((harness.files() / name / "inner").native())}));
         VolumeObserver& observer = harness.start();
         QSignalSpy completed(&observer, &VolumeObserver::emptyingCompleted);
+        QSignalSpy finished(&observer, &VolumeObserver::emptyingFinished);
         test::ConsoleCapture console;
         observer.emptySelectedTrash(observer.volumes()[0]);
         harness.model.scheduler.runPending();
@@ -170,15 +186,107 @@ private Q_SLOTS:
         QCOMPARE(observer.progress(), 1.0 / 3);
         QVERIFY(harness.alerts.isEmpty());
         QVERIFY(fs::exists(harness.info() / "locked.trashinfo")); // the record stays with its item
+        QVERIFY(observer.isEmptying());                           // items are still with the helper
 
         // The helper's reports arrive as notifications on the main thread.
-        for (const fs::path& item : harness.handedOver)
+        NotificationCenter::defaultCenter().post(
+            {Constant::xpcDeleteName,
+             QByteArray::fromStdString(harness.handedOver[0].native()),
+             {}});
+        const QByteArray last = QByteArray::fromStdString(harness.handedOver[1].native());
+        if (helperRefusesOne)
             NotificationCenter::defaultCenter().post(
-                {Constant::xpcDeleteName, QByteArray::fromStdString(item.native()), {}});
-        QCOMPARE(console.count("xpcDidDelete"), 2);
+                {Constant::xpcDeleteFailedName,
+                 last,
+                 {{Constant::deleteErrorKey, QStringLiteral("not authorized")}}});
+        else
+            NotificationCenter::defaultCenter().post({Constant::xpcDeleteName, last, {}});
+        QCOMPARE(console.count("xpcDidDelete"), helperRefusesOne ? 1 : 2);
         QCOMPARE(observer.progress(), 1.0);
         harness.model.scheduler.advance(500ms);
         QCOMPARE(completed.count(), 1);
+        QCOMPARE(finished.count(), 1);
+        const auto refused = finished[0][0].value<EmptyingResult>().refused;
+        QCOMPARE(refused.size(), std::size_t(helperRefusesOne ? 1 : 0));
+        if (helperRefusesOne) {
+            QCOMPARE(refused[0].first, harness.handedOver[1]);
+            QCOMPARE(refused[0].second, QStringLiteral("not authorized"));
+        }
+        // A late report for an emptying that has ended counts for nothing.
+        NotificationCenter::defaultCenter().post({Constant::xpcDeleteName, last, {}});
+        harness.model.scheduler.advance(1s);
+        QCOMPARE(completed.count(), 1);
+        QCOMPARE(harness.sound.played.size(), std::size_t(1));
+    }
+
+    // A second emptying asked for while the first still runs waits for it: each completes
+    // once, with its own sound and its own progress.
+    void emptyingsRunOneAtATime()
+    {
+        EmptyingHarness harness;
+        for (const char* name : {"a", "b", "c"})
+            harness.trash(name);
+        const fs::path otherTrash = harness.model.home / "stick/.Trash-1000/files";
+        for (int i = 0; i < 40; ++i)
+            test::writeFile(otherTrash / std::to_string(i), "x");
+        VolumeObserver& observer = harness.start();
+        const Volume home = observer.volumes()[0];
+        const Volume stick(harness.model.home / "stick", otherTrash);
+        QSignalSpy completed(&observer, &VolumeObserver::emptyingCompleted);
+        QSignalSpy finished(&observer, &VolumeObserver::emptyingFinished);
+        using Step = std::pair<double, std::optional<fs::path>>; // progress, active trash
+        std::vector<Step> published;
+        connect(&observer, &VolumeObserver::progressChanged, this, [&] {
+            const auto& active = observer.activeVolume();
+            published.emplace_back(observer.progress(), active ? active->trashURL() : std::nullopt);
+        });
+
+        observer.emptySelectedTrash(home);
+        harness.model.scheduler.advance(20ms);
+        observer.emptySelectedTrash(stick);
+        observer.emptySelectedTrash(stick);    // already waiting: asked for once
+        QVERIFY(fs::exists(otherTrash / "0")); // waits for the first
+        harness.model.scheduler.advance(2s);
+
+        QCOMPARE(completed.count(), 2);
+        QCOMPARE(harness.sound.played.size(), std::size_t(2));
+        QCOMPARE(finished.count(), 2);
+        QCOMPARE(finished[0][0].value<EmptyingResult>().volume.trashURL(), home.trashURL());
+        QCOMPARE(finished[1][0].value<EmptyingResult>().volume.trashURL(), stick.trashURL());
+        QVERIFY(fs::is_empty(otherTrash));
+        // The second emptying's bar starts at its own first item, on its own row.
+        const auto firstOfStick = std::ranges::find(published, Step(1.0 / 40, stick.trashURL()));
+        QVERIFY(firstOfStick != published.end());
+        QCOMPARE(std::count_if(firstOfStick, published.end(),
+                               [](const Step& step) { return step.first == 1.0; }),
+                 2L); // its end, and the completion's rise to 1.0
+        QCOMPARE(observer.progress(), 0.0);
+        QVERIFY(!observer.isEmptying());
+    }
+
+    // Another program of ours emptying the same trash holds it: nothing is removed, and the
+    // emptying ends at once saying so.
+    void aTrashBeingEmptiedElsewhereIsLeftAlone()
+    {
+        EmptyingHarness harness;
+        harness.trash("a");
+        VolumeObserver& observer = harness.start();
+        QProcess holder;
+        holder.start(QStringLiteral("flock"),
+                     {QString::fromStdString(harness.files().native()), QStringLiteral("-c"),
+                      QStringLiteral("echo locked; sleep 30")});
+        QVERIFY(holder.waitForReadyRead(5000));
+        QSignalSpy finished(&observer, &VolumeObserver::emptyingFinished);
+        observer.emptySelectedTrash(observer.volumes()[0]);
+        harness.model.scheduler.advance(1s);
+        holder.kill();
+        holder.waitForFinished();
+        QCOMPARE(finished.count(), 1);
+        const auto result = finished[0][0].value<EmptyingResult>();
+        QCOMPARE(result.ending, EmptyingResult::Ending::NotStarted);
+        QVERIFY(result.busy);
+        QVERIFY(fs::exists(harness.files() / "a"));
+        QVERIFY(!observer.isEmptying());
     }
 
     void reportWithoutAnEmptyingChangesNothing()
