@@ -200,15 +200,20 @@ private Q_SLOTS:
         ListItem sameTrash(Volume("/media/alias", emptied.trashURL()), services);
         ListItem other(makeLocation(harness, "other", 1), services);
         ListItem noTrash(Volume("/media/none"), services);
+        other.show();
+        QTRY_VERIFY(button(other, "empty")->isEnabled());
 
         QList<double> values;
         QList<bool> activeShown, sameShown;
         bool othersShown = false;
+        bool otherCouldEmpty = false; // one emptying at a time
         connect(&observer, &VolumeObserver::progressChanged, this, [&] {
             values << observer.progress();
             activeShown << active.shouldShowProgress();
             sameShown << sameTrash.shouldShowProgress();
             othersShown = othersShown || other.shouldShowProgress() || noTrash.shouldShowProgress();
+            otherCouldEmpty = otherCouldEmpty || button(other, "empty")->isEnabled() ||
+                              button(other, "empty")->toolTip().isEmpty();
         });
         QSignalSpy completed(&observer, &VolumeObserver::emptyingCompleted);
         observer.emptySelectedTrash(emptied);
@@ -219,6 +224,8 @@ private Q_SLOTS:
         QCOMPARE(activeShown, shown);
         QCOMPARE(sameShown, shown);
         QVERIFY(!othersShown);
+        QVERIFY(!otherCouldEmpty);
+        QVERIFY(button(other, "empty")->isEnabled());
         QCOMPARE(active.findChild<QProgressBar*>()->isHidden(), !active.shouldShowProgress());
     }
 
