@@ -149,12 +149,17 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
                      [&] { drawProgress(observer.progress()); });
     QObject::connect(
         &observer, &VolumeObserver::emptyingFinished, &observer, [&](const EmptyingResult& result) {
-            const QString name = displayText(result.volume.name(platform.volumeNames));
+            const QString name = messageText(result.volume.name(platform.volumeNames));
             if (isatty(STDERR_FILENO) && result.ending == EmptyingResult::Ending::Completed)
                 std::fputc('\n', stderr);
             switch (result.ending) {
             case EmptyingResult::Ending::NotStarted:
                 std::fprintf(stderr, "quillane: the trash of %s was not emptied: %s\n",
+                             qPrintable(name), qPrintable(result.error));
+                QCoreApplication::exit(NotEmptied);
+                return;
+            case EmptyingResult::Ending::Stopped:
+                std::fprintf(stderr, "\nquillane: emptying the trash of %s stopped: %s\n",
                              qPrintable(name), qPrintable(result.error));
                 QCoreApplication::exit(NotEmptied);
                 return;
@@ -166,8 +171,10 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
             case EmptyingResult::Ending::Completed:
                 break;
             }
+            for (const QString& problem : result.problems)
+                std::fprintf(stderr, "quillane: %s\n", qPrintable(problem));
             for (const auto& [item, reason] : result.refused)
-                std::fprintf(stderr, "quillane: %s stayed: %s\n", qPrintable(displayPath(item)),
+                std::fprintf(stderr, "quillane: %s stayed: %s\n", qPrintable(messagePath(item)),
                              qPrintable(reason));
             int code = Completed;
             if (!unreachable.isEmpty()) {
@@ -192,14 +199,14 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
             volumes, [&](const Volume& v) { return matches(v, location, platform.volumeNames); });
         if (volume == volumes.end() || !volume->trashURL()) {
             std::fprintf(stderr, "quillane: no trash at \"%s\"; see quillane list\n",
-                         qPrintable(location));
+                         qPrintable(messageText(location.toStdString())));
             QCoreApplication::exit(UnknownLocation);
             return;
         }
         platform.defaults.synchronize();
         const bool ask = !yes && !platform.defaults.boolValue(Constant::deleteCheckSupressionKey);
         if (ask &&
-            !confirmed(displayText(volume->name(platform.volumeNames)), volume->itemCount())) {
+            !confirmed(messageText(volume->name(platform.volumeNames)), volume->itemCount())) {
             std::fprintf(stderr, "quillane: nothing was removed\n");
             QCoreApplication::exit(NotEmptied);
             return;

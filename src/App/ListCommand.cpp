@@ -69,7 +69,10 @@ QString toTable(const std::vector<LocationReport>& reports)
                                 QStringLiteral("ITEMS"), QStringLiteral("SIZE")};
     std::vector<QStringList> rows = {header};
     for (const LocationReport& report : reports) {
-        rows.push_back({report.name, report.trash.value_or(QStringLiteral("(no trash folder)")),
+        // The terminal gets names with their control bytes escaped; the JSON keeps them exact.
+        const auto shown = [](const QString& text) { return messageText(text.toStdString()); };
+        rows.push_back({shown(report.name),
+                        report.trash ? shown(*report.trash) : QStringLiteral("(no trash folder)"),
                         QString::number(report.items), formatByteCount(report.bytes)});
     }
     std::vector<qsizetype> widths(header.size(), 0);

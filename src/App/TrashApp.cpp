@@ -63,23 +63,31 @@ QIcon resourceIcon(const BundleInfo& bundle, const std::string& name)
 // What the user must be told of an emptying that did not do everything asked; empty when it did.
 QString emptyingProblem(const EmptyingResult& result, const VolumeNames& names)
 {
-    const QString name = displayText(result.volume.name(names));
+    const QString name = messageText(result.volume.name(names));
     if (result.ending == EmptyingResult::Ending::NotStarted)
         return result.busy ? QStringLiteral("The trash of %1 is already being emptied by another "
                                             "Quillane. Nothing was removed.")
                                  .arg(name)
                            : QStringLiteral("The trash of %1 could not be emptied: %2")
                                  .arg(name, result.error);
-    if (result.refused.empty())
-        return {};
-    const std::size_t count = result.refused.size();
-    QString message =
-        QStringLiteral("The helper did not remove %1 from the trash of %2; %3 still there:")
-            .arg(count == 1 ? QStringLiteral("1 item") : QStringLiteral("%1 items").arg(count),
-                 name, count == 1 ? QStringLiteral("it is") : QStringLiteral("they are"));
-    for (const auto& [item, reason] : result.refused)
-        message += QStringLiteral("\n%1: %2").arg(displayPath(item), reason);
-    return message;
+    if (result.ending == EmptyingResult::Ending::Stopped)
+        return QStringLiteral("Emptying the trash of %1 stopped: %2\nWhat was not removed yet is "
+                              "still in the trash.")
+            .arg(name, result.error);
+    QStringList lines;
+    if (const std::size_t count = result.refused.size(); count > 0) {
+        lines << QStringLiteral(
+                     "The helper did not remove %1 from the trash of %2; %3 still there:")
+                     .arg(count == 1 ? QStringLiteral("1 item")
+                                     : QStringLiteral("%1 items").arg(count),
+                          name, count == 1 ? QStringLiteral("it is") : QStringLiteral("they are"));
+        for (const auto& [item, reason] : result.refused)
+            lines << QStringLiteral("%1: %2").arg(messagePath(item), reason);
+    }
+    if (!result.problems.isEmpty())
+        lines << QStringLiteral("The trash of %1 could not be put fully in order:").arg(name)
+              << result.problems;
+    return lines.join(QLatin1Char('\n'));
 }
 
 } // namespace

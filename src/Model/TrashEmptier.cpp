@@ -3,6 +3,7 @@
 #include "Platform/FileSystem.h"
 #include "Platform/SafeRemoval.h"
 #include "Platform/Scheduler.h"
+#include "Platform/TrashItems.h"
 
 #include <QPointer>
 #include <algorithm>
@@ -11,7 +12,7 @@
 #include <fcntl.h>
 #include <set>
 #include <sys/file.h>
-#include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 #include <vector>
 
@@ -39,6 +40,7 @@ struct TrashEmptier::Job {
     std::atomic<bool> cancelled = false;
     bool held = false; // stopped at a failure until resume(); main thread only
     std::vector<std::string> names;
+    std::set<std::string> recordsBefore;
     std::size_t next = 0;
     UniqueFd files; // locked for the emptying's life
     UniqueFd trash; // the folder holding files/, info/ and directorysizes
@@ -48,80 +50,24 @@ struct TrashEmptier::Job {
 namespace
 {
 
-std::string percentDecode(const std::string& text)
+// Whether a failure is the volume's rather than the item's: then every other item would fail the
+// same way, and the emptying stops instead of reporting each.
+bool concernsTheVolume(int trashFolder, int error)
 {
-    std::string out;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '%' && i + 2 < text.size() &&
-            std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
-            std::isxdigit(static_cast<unsigned char>(text[i + 2]))) {
-            out += static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16));
-            i += 2;
-        } else {
-            out += text[i];
-        }
-    }
-    return out;
-}
-
-std::string readAll(int folder, const char* name)
-{
-    const int fd = openat(folder, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0)
-        return {};
-    std::string text;
-    char buffer[8192];
-    ssize_t length;
-    while ((length = read(fd, buffer, sizeof buffer)) > 0)
-        text.append(buffer, static_cast<std::size_t>(length));
-    close(fd);
-    return text;
-}
-
-// Drops the size cache's lines of removed folders ("SIZE MTIME NAME", the name
-// percent-encoded), so that no other program sees a ghost. Written aside, then renamed over.
-void forgetSizes(int trash, const std::set<std::string>& removed)
-{
-    if (trash < 0 || removed.empty())
-        return;
-    const std::string text = readAll(trash, "directorysizes");
-    if (text.empty())
-        return;
-    std::string kept;
-    bool changed = false;
-    std::size_t start = 0;
-    while (start < text.size()) {
-        const auto end = std::min(text.find('\n', start), text.size());
-        const std::string line = text.substr(start, end - start);
-        start = end + 1;
-        const auto nameStart = line.find(' ', line.find(' ') + 1);
-        if (nameStart != std::string::npos &&
-            removed.contains(percentDecode(line.substr(nameStart + 1)))) {
-            changed = true;
-            continue;
-        }
-        if (!line.empty())
-            kept += line + '\n';
-    }
-    if (!changed)
-        return;
-    const std::string temporary = "directorysizes.quillane";
-    const int fd = openat(trash, temporary.c_str(),
-                          O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644);
-    if (fd < 0)
-        return;
-    const bool written = write(fd, kept.data(), kept.size()) == static_cast<ssize_t>(kept.size());
-    close(fd);
-    if (!written || renameat(trash, temporary.c_str(), trash, "directorysizes") != 0)
-        unlinkat(trash, temporary.c_str(), 0);
+    if (error == EROFS || error == ENODEV || error == ENXIO || error == ENOTCONN ||
+        error == ESHUTDOWN)
+        return true;
+    struct statvfs volume {
+    };
+    return fstatvfs(trashFolder, &volume) != 0 || (volume.f_flag & ST_RDONLY) != 0;
 }
 
 } // namespace
 
 TrashEmptier::TrashEmptier(fs::path trashFolder, Scheduler& mainQueue, WorkQueue& workQueue,
                            QObject* parent)
-    : QObject(parent), m_trashFolder(std::move(trashFolder)), m_mainQueue(mainQueue),
-      m_workQueue(workQueue), m_job(std::make_shared<Job>(mainQueue, this, m_trashFolder))
+    : QObject(parent), m_trashFolder(std::move(trashFolder)), m_workQueue(workQueue),
+      m_job(std::make_shared<Job>(mainQueue, this, m_trashFolder))
 {
 }
 
@@ -146,8 +92,8 @@ void TrashEmptier::start()
         }
         const auto listing = listDirectory(job->trashFolder);
         if (!listing || !job->files) {
-            const QString error = QString::fromStdString(
-                listing ? describeErrno(job->trashFolder.native(), errno) : listing.error());
+            const QString error = QString::fromStdString(printable(
+                listing ? describeErrno(job->trashFolder.native(), errno) : listing.error()));
             job->report(
                 [error](TrashEmptier& emptier) { Q_EMIT emptier.couldNotStart(error, false); });
             return;
@@ -157,9 +103,11 @@ void TrashEmptier::start()
                              [](const std::string& name) { return !isSkippedTrashEntry(name); });
         job->trash =
             UniqueFd::adopt(openat(job->files.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        if (job->trash)
+        if (job->trash) {
             job->info = UniqueFd::adopt(
                 openat(job->trash.get(), "info", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            job->recordsBefore = listRecords(job->trash.get());
+        }
         const auto count = static_cast<long long>(job->names.size());
         job->report([count](TrashEmptier& emptier) { Q_EMIT emptier.started(count); });
         removeFrom(job);
@@ -172,35 +120,48 @@ void TrashEmptier::resume()
         m_workQueue.async([job = m_job] { removeFrom(job); });
 }
 
+void TrashEmptier::tidy()
+{
+    m_workQueue.async([job = m_job] {
+        QStringList errors;
+        if (job->trash) {
+            for (const std::string& error : tidyTrash(job->trash.get(), job->recordsBefore))
+                errors << QString::fromStdString(printable(error));
+        }
+        job->report([errors](TrashEmptier& emptier) { Q_EMIT emptier.tidied(errors); });
+    });
+}
+
 void TrashEmptier::removeFrom(const std::shared_ptr<Job>& job)
 {
-    std::set<std::string> removed;
+    using Kind = Outcome::Kind;
     while (job->next < job->names.size() && !job->cancelled) {
         const std::string& name = job->names[job->next++];
-        Outcome outcome{Outcome::Kind::Removed, job->trashFolder / name, {}};
-        const auto result = removeEntry(job->files.get(), name);
-        if (result) {
-            removed.insert(name);
-            // The record goes only after the item: a failed removal keeps both.
-            if (job->info)
-                unlinkat(job->info.get(), (name + ".trashinfo").c_str(), 0);
-        } else {
-            outcome.kind = result.errorCode() == EACCES || result.errorCode() == EPERM
-                               ? Outcome::Kind::NeedsPrivilege
-                               : Outcome::Kind::Failed;
-            outcome.error = result.error();
+        Outcome outcome{Kind::Removed, job->trashFolder / name, {}};
+        const TrashedItemRemoval removal =
+            removeTrashedItem(job->files.get(), job->info.get(), name);
+        if (!removal.item) {
+            const int error = removal.item.errorCode();
+            if (concernsTheVolume(job->files.get(), error)) {
+                const QString message = QString::fromStdString(printable(removal.item.error()));
+                job->report(
+                    [message](TrashEmptier& emptier) { Q_EMIT emptier.volumeFailed(message); });
+                return;
+            }
+            outcome.kind = error == EACCES || error == EPERM ? Kind::NeedsPrivilege : Kind::Failed;
+            outcome.error = printable(removal.item.error());
+        } else if (!removal.recordError.empty()) {
+            outcome.kind = Kind::Failed; // the item went, its record did not
+            outcome.error = printable(removal.recordError);
         }
-        const bool hold = outcome.kind == Outcome::Kind::Failed;
+        const bool hold = outcome.kind == Kind::Failed;
         job->report([job, outcome, hold](TrashEmptier& emptier) {
             job->held = hold; // set before the report, which may resume at once
             Q_EMIT emptier.outcome(outcome);
         });
-        if (hold) {
-            forgetSizes(job->trash.get(), removed);
+        if (hold)
             return;
-        }
     }
-    forgetSizes(job->trash.get(), removed);
     if (!job->cancelled)
         job->report([](TrashEmptier& emptier) { Q_EMIT emptier.removalsFinished(); });
 }

@@ -2,6 +2,7 @@
 
 #include <QObject>
 #include <QString>
+#include <QStringList>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -12,16 +13,15 @@ namespace quillane
 class Scheduler;
 class WorkQueue;
 
-// One emptying of one trash folder. It removes the folder's entries on the work queue, one after
-// another in listing order, each with its info record and its line of the trash's size cache,
-// and reports each outcome on the main thread. The entry that is never emptied (see
-// isSkippedTrashEntry) is left alone and not counted.
+// One emptying of one trash folder. It removes the folder's items on its work queue, one after
+// another in listing order, each before its record, and reports each outcome on the main
+// thread. The entry that is never emptied (isSkippedTrashEntry) is left alone and not counted.
 //
 // The object is the emptying's context: what it queued for the main thread is dropped once it is
 // gone, and its removals stop at the next item. For its whole life it holds a lock on the trash
 // folder, so that no other emptying of the same trash runs meanwhile, in this process or another.
-// After an entry that failed for a reason other than permission, removal waits until resume(),
-// so that the user answers one failure at a time.
+// After an item that failed for a reason of its own, removal waits until resume(), so that the
+// user answers one failure at a time; a failure of the whole volume stops it.
 class TrashEmptier : public QObject
 {
     Q_OBJECT
@@ -43,6 +43,9 @@ public:
 
     void start();
     void resume();
+    // Puts the trash in order once every item is settled: records whose item is gone, and
+    // size-cache lines of folders that are gone (see tidyTrash). Ends with tidied().
+    void tidy();
 
 Q_SIGNALS:
     // The folder could not be listed, or another emptying holds it (busy); nothing was removed.
@@ -52,6 +55,9 @@ Q_SIGNALS:
     void outcome(const quillane::TrashEmptier::Outcome& outcome);
     // Every entry was tried.
     void removalsFinished();
+    // The volume itself failed (read-only, gone): nothing more will be tried.
+    void volumeFailed(const QString& error);
+    void tidied(const QStringList& errors);
 
 private:
     struct Job;
@@ -59,7 +65,6 @@ private:
     static void removeFrom(const std::shared_ptr<Job>& job);
 
     std::filesystem::path m_trashFolder;
-    Scheduler& m_mainQueue;
     WorkQueue& m_workQueue;
     std::shared_ptr<Job> m_job;
 };

@@ -2,6 +2,7 @@
 
 #include "Platform/Console.h"
 #include "Platform/FileSystem.h"
+#include "Platform/TrashItems.h"
 #include "Platform/VolumeNames.h"
 
 #include <QtConcurrent>

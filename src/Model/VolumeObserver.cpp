@@ -292,6 +292,9 @@ void VolumeObserver::didUnmount(const fs::path& path)
         return;
     Console::writeLine("Unmounted: ", path.native());
     m_unmounted.push_back(withoutTrailingSlash(path));
+    if (m_emptier && m_result.volume.volPath() == m_unmounted.back())
+        stopEmptying(QString::fromStdString(printable(path.native())) +
+                     QStringLiteral(" was unmounted while its trash was being emptied"));
     updateVolumes();
 }
 
@@ -340,24 +343,40 @@ void VolumeObserver::emptySelectedTrash(const Volume& volume)
 void VolumeObserver::startEmptying(const Volume& volume)
 {
     // Each emptying counts from zero; its steps are queued with the emptier as their context,
-    // so none outlives it or reaches the emptying after it.
+    // so none outlives it or reaches the emptying after it. Removals have a queue of their own,
+    // so that the list keeps following mounts and changes meanwhile.
     m_emptier =
-        new TrashEmptier(*volume.trashURL(), m_platform.mainQueue, m_platform.workQueue, this);
-    m_emptyingVolume = volume;
-    m_refused.clear();
+        new TrashEmptier(*volume.trashURL(), m_platform.mainQueue, m_platform.removalQueue, this);
+    m_result = EmptyingResult();
+    m_result.volume = volume;
     m_removing = true;
     connect(m_emptier, &TrashEmptier::couldNotStart, this, [this](const QString& error, bool busy) {
         Console::writeLine("there was a problem");
-        finishEmptying({*m_emptyingVolume, EmptyingResult::Ending::NotStarted, error, busy, {}});
+        m_result.error = error;
+        m_result.busy = busy;
+        finishEmptying(EmptyingResult::Ending::NotStarted);
     });
     connect(m_emptier, &TrashEmptier::started, this, [this](long long count) {
         m_itemsToDelete = count;
         m_itemsDeleted = 0;
-        setActiveVolume(m_emptyingVolume);
+        setActiveVolume(m_result.volume);
     });
     connect(m_emptier, &TrashEmptier::outcome, this, &VolumeObserver::handleOutcome);
     connect(m_emptier, &TrashEmptier::removalsFinished, this,
             [this] { m_platform.mainQueue.post(m_emptier, [this] { removalsFinished(); }); });
+    connect(m_emptier, &TrashEmptier::volumeFailed, this, &VolumeObserver::stopEmptying);
+    connect(m_emptier, &TrashEmptier::tidied, this, [this](const QStringList& errors) {
+        m_result.problems << errors;
+        for (const QString& error : errors)
+            Console::writeLine(error.toStdString());
+        const bool completed = m_itemsToDelete.value_or(0) > 0;
+        if (completed) {
+            updateVolumes();
+            Q_EMIT emptyingCompleted();
+        }
+        finishEmptying(completed ? EmptyingResult::Ending::Completed
+                                 : EmptyingResult::Ending::NothingToRemove);
+    });
     Q_EMIT emptyingChanged();
     m_emptier->start();
 }
@@ -380,7 +399,7 @@ void VolumeObserver::handleOutcome(const TrashEmptier::Outcome& outcome)
     const QPointer<TrashEmptier> emptier = m_emptier;
     if (m_emptying.alert)
         m_emptying.alert(QStringLiteral("There was a problem deleting the file.\n(") +
-                         QString::fromStdString(outcome.error));
+                         QString::fromStdString(outcome.error) + QLatin1Char(')'));
     if (!emptier || emptier != m_emptier)
         return;
     handleProgress(outcome.location);
@@ -393,7 +412,7 @@ void VolumeObserver::removalsFinished()
     setActiveVolume(std::nullopt);
     const long long toDelete = m_itemsToDelete.value_or(0);
     if (toDelete == 0) {
-        finishEmptying({*m_emptyingVolume, EmptyingResult::Ending::NothingToRemove, {}, false, {}});
+        m_emptier->tidy(); // records without items may still be there
         return;
     }
     // The completion rebuilds the list anyway; items still with the helper hold it back.
@@ -418,22 +437,30 @@ void VolumeObserver::completeEmptying()
 {
     playSound("empty trash.aif");
     setProgress(0.0);
+    m_itemsDeleted = 0;
+    m_emptier->tidy(); // then the list is rebuilt, and the emptying ends
+}
+
+void VolumeObserver::stopEmptying(const QString& error)
+{
+    // Nothing more can be removed there: the emptying ends at once, with one message (its
+    // result's) and no sound, and the list shows what is left.
+    m_result.error = error;
+    setActiveVolume(std::nullopt);
+    setProgress(0.0);
     m_itemsToDelete = 0;
     m_itemsDeleted = 0;
     updateVolumes();
-    Q_EMIT emptyingCompleted();
-    finishEmptying({*m_emptyingVolume,
-                    EmptyingResult::Ending::Completed,
-                    {},
-                    false,
-                    std::exchange(m_refused, {})});
+    finishEmptying(EmptyingResult::Ending::Stopped);
 }
 
-void VolumeObserver::finishEmptying(EmptyingResult result)
+void VolumeObserver::finishEmptying(EmptyingResult::Ending ending)
 {
     m_removing = false;
+    m_itemsToDelete = 0;
     delete std::exchange(m_emptier, nullptr); // and with it whatever it still had queued
-    m_emptyingVolume.reset();
+    EmptyingResult result = std::exchange(m_result, EmptyingResult());
+    result.ending = ending;
     Q_EMIT emptyingChanged();
     Q_EMIT emptyingFinished(result);
     if (!m_waitingToEmpty.empty() && !m_emptier) {
@@ -458,7 +485,8 @@ void VolumeObserver::xpcDidFail(const Notification& notification)
     if (location.isEmpty() || !m_emptier)
         return;
     const fs::path item(location.toStdString());
-    m_refused.emplace_back(item, notification.userInfo.value(Constant::deleteErrorKey).toString());
+    const QString reason = notification.userInfo.value(Constant::deleteErrorKey).toString();
+    m_result.refused.emplace_back(item, QString::fromStdString(printable(reason.toStdString())));
     handleProgress(item);
 }
 

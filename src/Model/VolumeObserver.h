@@ -37,13 +37,16 @@ struct EmptyingResult {
         Completed,       // every item was accounted for; the completion step has run
         NothingToRemove, // the trash held nothing to empty
         NotStarted,      // the trash could not be listed, or another emptying holds it
+        Stopped,         // the volume failed or went away midway; what is left stays
     };
     Volume volume;
     Ending ending = Ending::Completed;
-    QString error; // why it did not start
+    QString error; // why it did not start, or stopped
     bool busy = false;
     // The items the helper daemon did not remove, each with its reason.
     std::vector<std::pair<std::filesystem::path, QString>> refused;
+    // What could not be put in order afterwards (a record whose item is gone, the size cache).
+    QStringList problems;
 };
 
 // The model of the panel: every trash location in display order (mounted volumes in mount
@@ -133,7 +136,8 @@ private:
     void handleOutcome(const TrashEmptier::Outcome& outcome);
     void removalsFinished();
     void completeEmptying();
-    void finishEmptying(EmptyingResult result);
+    void stopEmptying(const QString& error);
+    void finishEmptying(EmptyingResult::Ending ending);
 
     Platform m_platform;
     std::vector<Volume> m_volumes;
@@ -144,9 +148,8 @@ private:
     EmptyingServices m_emptying;
     // The emptying under way, the context of all its queued steps; null when none is.
     TrashEmptier* m_emptier = nullptr;
-    std::optional<Volume> m_emptyingVolume;
+    EmptyingResult m_result; // of the emptying under way, as far as it is known
     std::vector<Volume> m_waitingToEmpty;
-    std::vector<std::pair<std::filesystem::path, QString>> m_refused;
     std::optional<long long> m_itemsToDelete;
     long long m_itemsDeleted = 0;
     std::optional<Volume> m_activeVolume;

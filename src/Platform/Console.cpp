@@ -1,5 +1,7 @@
 #include "Console.h"
 
+#include "FileSystem.h"
+
 #include <cstdio>
 #include <mutex>
 
@@ -32,8 +34,11 @@ Console::Sink& currentSink()
 
 void Console::writeLine(std::string_view line)
 {
+    // A name in a line is the user's bytes: it must neither split the line nor reach a terminal
+    // as an escape sequence.
+    const std::string safe = printable(line);
     std::lock_guard lock(sinkMutex());
-    currentSink()(line);
+    currentSink()(safe);
 }
 
 void Console::writeLine(std::string_view text, std::string_view detail)

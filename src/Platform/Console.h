@@ -9,7 +9,8 @@ namespace quillane
 
 // The one sink for the program's fixed diagnostic lines ("Counting Error: ...",
 // "Mounted: ..."). Each line is the literal text followed by details, with no prefix, level or
-// time stamp. Lines are bytes: a path that is not UTF-8 is written as it is.
+// time stamp. Lines are bytes: a path that is not UTF-8 is written as it is, but control bytes
+// and newlines are escaped (see printable()).
 //
 // The sink is process-wide because every layer writes to it, values included (a Volume's item
 // count); tests swap it with ConsoleCapture to read what was written.

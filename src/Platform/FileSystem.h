@@ -17,14 +17,6 @@ namespace quillane
 // left out), in the order the file system gives them.
 Result<std::vector<std::string>> listDirectory(const std::filesystem::path& folder);
 
-// The one entry of a trash folder that is neither counted nor emptied: the folder-view file
-// ".DS_Store", by that exact name. Counting and emptying both ask here, so a trash whose count
-// says it holds items can always be emptied of them.
-inline bool isSkippedTrashEntry(std::string_view name)
-{
-    return name == ".DS_Store";
-}
-
 // Whether anything (a link included, dangling or not) exists at the path.
 bool fileExists(const std::filesystem::path& path);
 
@@ -43,6 +35,11 @@ std::string lastPathComponent(const std::filesystem::path& path);
 // The path with no trailing slash ("/" stays "/"): how the model spells folder locations, so
 // that a mount path and the same folder written as a directory compare equal.
 std::filesystem::path withoutTrailingSlash(const std::filesystem::path& path);
+
+// A name or path as a message may show it: every control byte as \xNN and a newline as \n, so
+// that a file name can neither split a line nor send a terminal its escape sequences. Other
+// bytes stay as they are, so text that is printable already stays the same.
+std::string printable(std::string_view bytes);
 
 // Whether a path (as bytes) contains the given text.
 bool pathContains(const std::filesystem::path& path, std::string_view text);

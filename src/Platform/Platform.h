@@ -18,7 +18,8 @@ class WorkQueue;
 // wires the real ones (LinuxPlatform); tests wire temporary roots and a virtual clock.
 struct Platform {
     Scheduler& mainQueue;
-    WorkQueue& workQueue;
+    WorkQueue& workQueue;    // scans: listing volumes, counting and sizing trash
+    WorkQueue& removalQueue; // emptying, apart from the scans so that the list stays current
     const TrashLocator& trash;
     const MountTable& mounts;
     MountWatcher& mountWatcher;

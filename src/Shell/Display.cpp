@@ -1,5 +1,7 @@
 #include "Display.h"
 
+#include "Platform/FileSystem.h"
+
 #include <array>
 
 namespace quillane
@@ -33,6 +35,16 @@ QString displayText(std::string_view bytes)
 QString displayPath(const std::filesystem::path& path)
 {
     return displayText(path.native());
+}
+
+QString messageText(std::string_view bytes)
+{
+    return displayText(printable(bytes));
+}
+
+QString messagePath(const std::filesystem::path& path)
+{
+    return messageText(path.native());
 }
 
 } // namespace quillane

@@ -15,5 +15,9 @@ QString formatByteCount(std::uint64_t bytes);
 // Names and paths are bytes; for display, bytes that are not UTF-8 read as U+FFFD.
 QString displayText(std::string_view bytes);
 QString displayPath(const std::filesystem::path& path);
+// The same for a message or a terminal, with control bytes and newlines escaped (printable()):
+// a name can neither split the line nor steer the terminal.
+QString messageText(std::string_view bytes);
+QString messagePath(const std::filesystem::path& path);
 
 } // namespace quillane

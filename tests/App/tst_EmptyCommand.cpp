@@ -156,6 +156,139 @@ private Q_SLOTS:
             entries << QString::fromStdString(entry.path().filename().native());
         QCOMPARE(entries, left);
     }
+    void faultsLeaveTheTrashConsistent_data()
+    {
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<int>("exitCode");
+        QTest::newRow("a record made by hand, with no item") << "ghost" << 0;
+        QTest::newRow("killed midway, then run again") << "SIGKILL" << 0;
+        QTest::newRow("remounted read-only midway, then run again") << "read-only" << 1;
+        QTest::newRow("a name with an escape sequence the helper cannot take")
+            << "escape sequence" << 3;
+    }
+
+    // Whatever breaks in the middle, one more quillane empty leaves a trash that every program
+    // reads as empty: no record without its item, no size line of a folder that is gone. A
+    // fault that concerns the whole volume says so once.
+    void faultsLeaveTheTrashConsistent()
+    {
+        QFETCH(QString, fault);
+        QFETCH(int, exitCode);
+        const bool onAVolume = fault == QStringLiteral("read-only");
+        if (onAVolume && !test::canMount())
+            QSKIP("needs root in a private mount namespace");
+        QTemporaryDir home;
+        const fs::path stick = "/mnt/faults stick";
+        if (onAVolume)
+            QVERIFY(test::mountExt4(fs::path(home.path().toStdString()) / "stick.img", stick));
+        const fs::path trash = onAVolume
+                                   ? stick / ".Trash-0"
+                                   : fs::path(home.path().toStdString()) / ".local/share/Trash";
+        const QString location = QString::fromStdString((trash / "files").native());
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("HOME"), home.path());
+        environment.remove(QStringLiteral("XDG_DATA_HOME"));
+        environment.insert(QStringLiteral("XDG_CONFIG_HOME"),
+                           home.path() + QStringLiteral("/.config"));
+        // No helper daemon: what needs one stays.
+        environment.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
+                           QStringLiteral("unix:path=/nonexistent/bus"));
+
+        // Real trash from the desktop's and the command line's trashers, then what the fault
+        // needs on top.
+        for (const char* name : {"from gio", "from trash-cli"})
+            test::writeFile(fs::path(home.path().toStdString()) / name / "content", "x");
+        if (!onAVolume) {
+            QProcess trasher;
+            trasher.setProcessEnvironment(environment);
+            trasher.start(QStringLiteral("gio"),
+                          {QStringLiteral("trash"), home.path() + QStringLiteral("/from gio")});
+            QVERIFY(trasher.waitForFinished() && trasher.exitCode() == 0);
+            trasher.start(QStringLiteral("trash-put"),
+                          {home.path() + QStringLiteral("/from trash-cli")});
+            QVERIFY(trasher.waitForFinished() && trasher.exitCode() == 0);
+        }
+        const int many = fault == QStringLiteral("SIGKILL") || onAVolume ? 3000 : 0;
+        std::string sizes;
+        for (int i = 0; i < many; ++i) {
+            const std::string name = "item " + std::to_string(i);
+            for (const char* file : {"a", "b", "c"}) // enough work to be caught midway
+                test::writeFile(trash / "files" / name / file, "x");
+            test::writeFile(trash / "info" / (name + ".trashinfo"), "[Trash Info]\n");
+            sizes += "4096 1700000000 item%20" + std::to_string(i) + "\n";
+        }
+        test::writeFile(trash / "info/ghost.trashinfo", "[Trash Info]\nPath=/gone\n");
+        test::writeFile(trash / "directorysizes", sizes + "4096 1700000000 ghost\n");
+        const std::string oddName = "\x1b[2Jodd\nname";
+        if (fault == QStringLiteral("escape sequence")) {
+            test::writeFile(trash / "files" / oddName / "content", "x");
+            QVERIFY(test::run(
+                QStringLiteral("chattr"),
+                {QStringLiteral("+i"),
+                 QString::fromStdString((trash / "files" / oddName / "content").native())}));
+        }
+
+        const auto empty = [&](QProcess& quillane) {
+            quillane.setProcessEnvironment(environment);
+            quillane.start(QStringLiteral(QUILLANE_EXECUTABLE),
+                           {QStringLiteral("empty"), location, QStringLiteral("--yes")});
+            QVERIFY(quillane.waitForStarted());
+        };
+        const auto itemsLeft = [&] {
+            return std::distance(fs::directory_iterator(trash / "files"), {});
+        };
+        QProcess first;
+        empty(first);
+        if (fault == QStringLiteral("SIGKILL")) {
+            QTRY_VERIFY_WITH_TIMEOUT(itemsLeft() < many, 20000);
+            first.kill();
+        } else if (onAVolume) {
+            QTRY_VERIFY_WITH_TIMEOUT(itemsLeft() < many, 20000);
+            // The remount takes once no write is under way.
+            QTRY_VERIFY_WITH_TIMEOUT(
+                QProcess::execute(QStringLiteral("mount"),
+                                  {QStringLiteral("-o"), QStringLiteral("remount,ro"),
+                                   QString::fromStdString(stick.native())}) == 0,
+                20000);
+        }
+        QVERIFY(first.waitForFinished(30000));
+        const QByteArray errors = first.readAllStandardError();
+        if (fault != QStringLiteral("SIGKILL"))
+            QVERIFY2(first.exitCode() == exitCode, errors.constData());
+        QVERIFY2(!errors.contains('\x1b'), errors.constData()); // nothing steers the terminal
+        if (onAVolume) {
+            QVERIFY2(errors.count("Read-only file system") == 1, errors.constData());
+            QVERIFY(itemsLeft() > 0);
+            QVERIFY(test::run(QStringLiteral("mount"),
+                              {QStringLiteral("-o"), QStringLiteral("remount,rw"),
+                               QString::fromStdString(stick.native())}));
+        }
+        if (fault == QStringLiteral("escape sequence")) {
+            QVERIFY2(errors.contains("\\x1b[2Jodd\\nname stayed: "), errors.constData());
+            test::run(QStringLiteral("chattr"),
+                      {QStringLiteral("-i"),
+                       QString::fromStdString((trash / "files" / oddName / "content").native())});
+        }
+        if (exitCode != 0 || fault == QStringLiteral("SIGKILL")) {
+            QProcess again;
+            empty(again);
+            QVERIFY(again.waitForFinished(30000));
+            QVERIFY2(again.exitCode() == 0, again.readAllStandardError().constData());
+        }
+
+        QVERIFY(fs::is_empty(trash / "files"));
+        QVERIFY(fs::is_empty(trash / "info"));
+        QCOMPARE(QByteArray::fromStdString(test::readFile(trash / "directorysizes")), QByteArray());
+        if (!onAVolume) {
+            QProcess lister;
+            lister.setProcessEnvironment(environment);
+            lister.start(QStringLiteral("trash-list"), QStringList());
+            QVERIFY(lister.waitForFinished());
+            QCOMPARE(lister.readAllStandardOutput(), QByteArray());
+        } else {
+            QVERIFY(test::unmount(stick));
+        }
+    }
 };
 
 QTEST_GUILESS_MAIN(TestEmptyCommand)

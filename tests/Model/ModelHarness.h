@@ -38,8 +38,8 @@ struct ModelHarness {
 
     Platform platform()
     {
-        return Platform{scheduler, work,     trash,  mounts, mountWatcher,
-                        folders,   defaults, labels, home};
+        return Platform{scheduler,    work,    work,     trash,  mounts,
+                        mountWatcher, folders, defaults, labels, home};
     }
     // Makes the observer and lets its first rebuild publish.
     VolumeObserver& start();

@@ -347,7 +347,7 @@ private Q_SLOTS:
         QVERIFY(fs::exists(outside / "keep"));
         QCOMPARE(QByteArray::fromStdString(
                      test::readFile(harness.files().parent_path() / "directorysizes")),
-                 QByteArray("8192 1700000000 other%20folder\n"));
+                 QByteArray()); // no line names a folder that is gone
     }
 };
 

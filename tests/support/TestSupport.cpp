@@ -56,7 +56,7 @@ bool mountExt4(const std::filesystem::path& image, const std::filesystem::path& 
                         QStringLiteral("root_owner=%1:%1").arg(owner)};
     if (!label.isEmpty())
         mkfs << QStringLiteral("-L") << label;
-    mkfs << QString::fromStdString(image.native()) << QStringLiteral("8M");
+    mkfs << QString::fromStdString(image.native()) << QStringLiteral("128M");
     return run(QStringLiteral("mkfs.ext4"), mkfs) &&
            run(QStringLiteral("mount"), {QStringLiteral("-o"), QStringLiteral("loop"),
                                          QString::fromStdString(image.native()),

@@ -77,6 +77,24 @@ std::filesystem::path withoutTrailingSlash(const std::filesystem::path& path)
     return text;
 }
 
+std::string printable(std::string_view bytes)
+{
+    std::string text;
+    text.reserve(bytes.size());
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte == '\n') {
+            text += "\\n";
+        } else if (byte < 0x20 || byte == 0x7f) {
+            static constexpr char hex[] = "0123456789abcdef";
+            ((text += "\\x") += hex[byte >> 4]) += hex[byte & 0xf];
+        } else {
+            text += c;
+        }
+    }
+    return text;
+}
+
 bool pathContains(const std::filesystem::path& path, std::string_view text)
 {
     return path.native().find(text) != std::string::npos;

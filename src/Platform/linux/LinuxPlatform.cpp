@@ -26,6 +26,7 @@ const fs::path mountinfo = "/proc/self/mountinfo";
 LinuxPlatform::LinuxPlatform()
     : m_home(homeFolder()), m_mainQueue(std::make_unique<QtScheduler>()),
       m_workQueue(std::make_unique<ThreadWorkQueue>()),
+      m_removalQueue(std::make_unique<ThreadWorkQueue>()),
       m_trash(std::make_unique<FreedesktopTrash>(m_home, dataHome(m_home), getuid())),
       m_mounts(std::make_unique<ProcMountTable>(mountinfo, m_home)),
       m_mountWatcher(std::make_unique<MountInfoWatcher>(mountinfo, *m_mounts)),
@@ -39,12 +40,13 @@ LinuxPlatform::~LinuxPlatform()
 {
     // Queued scans use the other services: let them finish while those still exist.
     m_workQueue.reset();
+    m_removalQueue.reset();
 }
 
 Platform LinuxPlatform::platform() const
 {
-    return Platform{*m_mainQueue,     *m_workQueue, *m_trash,       *m_mounts, *m_mountWatcher,
-                    *m_folderWatcher, *m_defaults,  *m_volumeNames, m_home};
+    return Platform{*m_mainQueue,    *m_workQueue,     *m_removalQueue, *m_trash,       *m_mounts,
+                    *m_mountWatcher, *m_folderWatcher, *m_defaults,     *m_volumeNames, m_home};
 }
 
 fs::path LinuxPlatform::homeFolder()

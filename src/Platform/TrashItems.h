@@ -1,0 +1,47 @@
+#pragma once
+
+#include "Result.h"
+
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quillane
+{
+
+// The format of a trash folder, as every Linux desktop writes it (the freedesktop.org Trash
+// specification): each item in files/, its record in info/NAME.trashinfo, and the cache of
+// folder sizes, directorysizes, beside them. All calls work relative to open folders and block;
+// run them off the main thread.
+
+// The one entry of files/ that is neither counted nor emptied: the folder-view file ".DS_Store",
+// by that exact name. Counting and emptying both ask here, so a trash whose count says it holds
+// items can always be emptied of them.
+inline bool isSkippedTrashEntry(std::string_view name)
+{
+    return name == ".DS_Store";
+}
+
+// What became of one trashed item and its record.
+struct TrashedItemRemoval {
+    Result<bool> item = Result<bool>::success(true); // as removeEntry reports it
+    std::string recordError; // the item went, but its record could not; empty otherwise
+};
+
+// Removes the item `name` of files/ (open as filesFd) with everything in it, then its record in
+// info/ (infoFd, or -1 where the trash has no info folder). The record goes only after the item:
+// a failed removal keeps both, so no item is ever left without its record.
+TrashedItemRemoval removeTrashedItem(int filesFd, int infoFd, const std::string& name);
+
+// The records in info/ of the trash folder open as trashFd, by file name.
+std::set<std::string> listRecords(int trashFd);
+
+// Puts a trash in order after an emptying. Each record of `recordsBefore` whose item is gone is
+// removed: other programs would list it as an item forever. Records that came later are left
+// alone, since a program trashing a file writes the record first. Then every directorysizes
+// line that names nothing in files/ is dropped (the file is written aside and renamed over).
+// Returns one message per record or file that could not be changed.
+std::vector<std::string> tidyTrash(int trashFd, const std::set<std::string>& recordsBefore);
+
+} // namespace quillane
