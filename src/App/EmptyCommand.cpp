@@ -144,6 +144,8 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
         std::fprintf(stderr, "\n%s\n", qPrintable(message));
     };
     VolumeObserver observer(platform, emptying);
+    QObject::connect(&helper.client(), &XPCClient::helperLeft, &observer,
+                     &VolumeObserver::helperLeft);
 
     QObject::connect(&observer, &VolumeObserver::progressChanged, &observer,
                      [&] { drawProgress(observer.progress()); });
@@ -177,7 +179,10 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
                 std::fprintf(stderr, "quillane: %s stayed: %s\n", qPrintable(messagePath(item)),
                              qPrintable(reason));
             int code = Completed;
-            if (!unreachable.isEmpty()) {
+            if (result.helperStoppedAnswering) {
+                std::fprintf(stderr, "quillane: the helper daemon stopped answering\n");
+                code = HelperUnreachable;
+            } else if (!unreachable.isEmpty()) {
                 std::fprintf(stderr,
                              "quillane: %d item(s) need the helper daemon, which is not "
                              "reachable: %s\n",

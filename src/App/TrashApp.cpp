@@ -116,6 +116,7 @@ TrashApp::TrashApp(QDBusConnection sessionBus)
             });
     m_helperLink = std::make_unique<HelperLink>(m_platform.mainQueue, m_platform.defaults, m_alerts,
                                                 m_application);
+    connect(&client(), &XPCClient::helperLeft, m_observer.get(), &VolumeObserver::helperLeft);
     m_updater = std::make_unique<Updater>(Updater::Services{
         m_alerts, m_workspace, m_platform.defaults, m_platform.mainQueue, m_bundle,
         QUrl(QString::fromLatin1(BuildInfo::feedUrl)), [executable = m_bundle.executablePath] {

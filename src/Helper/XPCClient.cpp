@@ -13,7 +13,9 @@
 #include "TrashHelperProxy.h"
 #include "VLAppService.h"
 
+#include <QDBusConnectionInterface>
 #include <QDBusPendingCallWatcher>
+#include <QDBusReply>
 #include <QDBusServiceWatcher>
 #include <QPointer>
 #include <pwd.h>
@@ -315,6 +317,10 @@ void XPCClient::xpcStatus()
 void XPCClient::connetionInterruptionHandler()
 {
     SystemLog::write("[QuillaneClient] XPCClient: connection has been interrupted QuillaneClient");
+    const QDBusReply<QStringList> activatable =
+        m_services.bus.interface()->activatableServiceNames();
+    Q_EMIT helperLeft(activatable.isValid() &&
+                      activatable.value().contains(Constant::helperMachLabel));
 }
 
 void XPCClient::connectionInvalidationHandler()

@@ -93,6 +93,9 @@ Q_SIGNALS:
     void loginItemActiveChanged();
     void showLoginLaunchScreenChanged();
     void shouldOpenLoginItemsChanged();
+    // The daemon left the bus while connected (it stopped, or was stopped). restartable: the
+    // bus can start it again on the next call.
+    void helperLeft(bool restartable);
 
 private:
     void connect();

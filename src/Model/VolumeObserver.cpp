@@ -390,8 +390,7 @@ void VolumeObserver::handleOutcome(const TrashEmptier::Outcome& outcome)
     }
     Console::writeLine(outcome.error);
     if (outcome.kind == Kind::NeedsPrivilege) {
-        if (m_emptying.deleteWithPrivilege)
-            m_emptying.deleteWithPrivilege(outcome.location);
+        handOver(outcome.location);
         return;
     }
     // The alert keeps the main loop turning: the emptier is asked for again afterwards rather
@@ -454,9 +453,60 @@ void VolumeObserver::stopEmptying(const QString& error)
     finishEmptying(EmptyingResult::Ending::Stopped);
 }
 
+void VolumeObserver::handOver(const fs::path& item)
+{
+    m_withHelper.try_emplace(item, false);
+    m_helperDeadline =
+        m_platform.mainQueue.repeat(helperDeadline, [this] { helperStoppedAnswering(); });
+    if (m_emptying.deleteWithPrivilege)
+        m_emptying.deleteWithPrivilege(item);
+}
+
+void VolumeObserver::settleWithHelper(const fs::path& item)
+{
+    m_withHelper.erase(item);
+    if (m_withHelper.empty())
+        m_helperDeadline.reset();
+    else // an answer shows the daemon at work: the others get the time again
+        m_helperDeadline =
+            m_platform.mainQueue.repeat(helperDeadline, [this] { helperStoppedAnswering(); });
+}
+
+void VolumeObserver::helperLeft(bool restartable)
+{
+    if (m_withHelper.empty())
+        return;
+    if (!restartable) {
+        helperStoppedAnswering();
+        return;
+    }
+    // The bus starts a new daemon for the first of them; each is sent once more, at most.
+    for (auto& [item, sentAgain] : m_withHelper) {
+        if (!std::exchange(sentAgain, true) && m_emptying.deleteWithPrivilege)
+            m_emptying.deleteWithPrivilege(item);
+    }
+    m_helperDeadline =
+        m_platform.mainQueue.repeat(helperDeadline, [this] { helperStoppedAnswering(); });
+}
+
+void VolumeObserver::helperStoppedAnswering()
+{
+    m_helperDeadline.reset();
+    const auto unanswered = std::exchange(m_withHelper, {});
+    if (unanswered.empty())
+        return;
+    m_result.helperStoppedAnswering = true;
+    for (const auto& [item, sentAgain] : unanswered) {
+        m_result.refused.emplace_back(item, QStringLiteral("the helper daemon stopped answering"));
+        handleProgress(item);
+    }
+}
+
 void VolumeObserver::finishEmptying(EmptyingResult::Ending ending)
 {
     m_removing = false;
+    m_withHelper.clear();
+    m_helperDeadline.reset();
     m_itemsToDelete = 0;
     delete std::exchange(m_emptier, nullptr); // and with it whatever it still had queued
     EmptyingResult result = std::exchange(m_result, EmptyingResult());
@@ -473,18 +523,19 @@ void VolumeObserver::finishEmptying(EmptyingResult::Ending ending)
 void VolumeObserver::xpcDidDelete(const Notification& notification)
 {
     Console::writeLine(notification.name.toStdString());
-    const QByteArray location = notification.object.toByteArray();
-    if (location.isEmpty())
+    const fs::path item(notification.object.toByteArray().toStdString());
+    if (!m_withHelper.contains(item)) // not of the emptying under way
         return;
-    handleProgress(fs::path(location.toStdString()));
+    settleWithHelper(item);
+    handleProgress(item);
 }
 
 void VolumeObserver::xpcDidFail(const Notification& notification)
 {
-    const QByteArray location = notification.object.toByteArray();
-    if (location.isEmpty() || !m_emptier)
+    const fs::path item(notification.object.toByteArray().toStdString());
+    if (!m_withHelper.contains(item))
         return;
-    const fs::path item(location.toStdString());
+    settleWithHelper(item);
     const QString reason = notification.userInfo.value(Constant::deleteErrorKey).toString();
     m_result.refused.emplace_back(item, QString::fromStdString(printable(reason.toStdString())));
     handleProgress(item);

@@ -5,6 +5,8 @@
 #include "Volume.h"
 
 #include <QObject>
+#include <chrono>
+#include <map>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -19,6 +21,7 @@ class FolderWatch;
 class SoundPlayer;
 struct Notification;
 class MountTable;
+class RepeatingTimer;
 class TrashLocator;
 
 // What an emptying needs beyond the platform: the hand-over of an item the user may not
@@ -43,6 +46,7 @@ struct EmptyingResult {
     Ending ending = Ending::Completed;
     QString error; // why it did not start, or stopped
     bool busy = false;
+    bool helperStoppedAnswering = false; // items stayed because the daemon went silent
     // The items the helper daemon did not remove, each with its reason.
     std::vector<std::pair<std::filesystem::path, QString>> refused;
     // What could not be put in order afterwards (a record whose item is gone, the size cache).
@@ -94,6 +98,11 @@ public:
     void xpcDidDelete(const Notification& notification);
     // The helper did not remove an item: it counts as settled, and stays.
     void xpcDidFail(const Notification& notification);
+    // The daemon left the bus with items of the emptying still unanswered: they are sent again
+    // once if the bus can start it again, else they count as settled, and stay. Items the
+    // daemon leaves unanswered for helperDeadline count as settled the same way.
+    void helperLeft(bool restartable);
+    static constexpr std::chrono::seconds helperDeadline{30};
     void playSound(const std::string& name);
     void updateVolumes();
     void updateMonitors();
@@ -138,6 +147,9 @@ private:
     void completeEmptying();
     void stopEmptying(const QString& error);
     void finishEmptying(EmptyingResult::Ending ending);
+    void handOver(const std::filesystem::path& item);
+    void settleWithHelper(const std::filesystem::path& item);
+    void helperStoppedAnswering();
 
     Platform m_platform;
     std::vector<Volume> m_volumes;
@@ -150,6 +162,10 @@ private:
     TrashEmptier* m_emptier = nullptr;
     EmptyingResult m_result; // of the emptying under way, as far as it is known
     std::vector<Volume> m_waitingToEmpty;
+    // Items of the emptying with the helper, each with whether it was sent a second time; and
+    // the deadline for its next answer, restarted by every hand-over and every answer.
+    std::map<std::filesystem::path, bool> m_withHelper;
+    std::unique_ptr<RepeatingTimer> m_helperDeadline;
     std::optional<long long> m_itemsToDelete;
     long long m_itemsDeleted = 0;
     std::optional<Volume> m_activeVolume;

@@ -219,6 +219,56 @@ private Q_SLOTS:
         QCOMPARE(harness.sound.played.size(), std::size_t(1));
     }
 
+    void unansweredItemsEndTheEmptying_data()
+    {
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<int>("sentEach"); // times each item went to the helper
+        QTest::addColumn<bool>("stayed");
+        QTest::newRow("the daemon never answers") << "silence" << 1 << true;
+        QTest::newRow("the daemon left, and cannot be started again") << "left" << 1 << true;
+        QTest::newRow("the daemon left, and the bus starts a new one") << "restarted" << 2 << false;
+    }
+
+    // An item the daemon never answers for cannot hold an emptying forever.
+    void unansweredItemsEndTheEmptying()
+    {
+        QFETCH(QString, fault);
+        QFETCH(int, sentEach);
+        QFETCH(bool, stayed);
+        EmptyingHarness harness;
+        harness.trash("mine");
+        harness.trash("locked");
+        const QString inner = QString::fromStdString((harness.files() / "locked/inner").native());
+        QVERIFY(test::run(QStringLiteral("chattr"), {QStringLiteral("+i"), inner}));
+        VolumeObserver& observer = harness.start();
+        QSignalSpy finished(&observer, &VolumeObserver::emptyingFinished);
+        observer.emptySelectedTrash(observer.volumes()[0]);
+        harness.model.scheduler.runPending();
+        test::run(QStringLiteral("chattr"), {QStringLiteral("-i"), inner});
+        QCOMPARE(harness.handedOver.size(), std::size_t(1));
+
+        harness.model.scheduler.advance(VolumeObserver::helperDeadline - 1s);
+        QVERIFY(observer.isEmptying()); // still within the deadline
+        if (fault != QStringLiteral("silence"))
+            observer.helperLeft(fault == QStringLiteral("restarted"));
+        if (fault == QStringLiteral("restarted")) {
+            harness.model.scheduler.advance(VolumeObserver::helperDeadline - 1s);
+            NotificationCenter::defaultCenter().post(
+                {Constant::xpcDeleteName,
+                 QByteArray::fromStdString(harness.handedOver.back().native()),
+                 {}});
+        }
+        harness.model.scheduler.advance(VolumeObserver::helperDeadline + 1s);
+
+        QCOMPARE(harness.handedOver.size(), std::size_t(sentEach));
+        QCOMPARE(finished.count(), 1);
+        const auto result = finished[0][0].value<EmptyingResult>();
+        QCOMPARE(result.ending, EmptyingResult::Ending::Completed);
+        QCOMPARE(result.helperStoppedAnswering, stayed);
+        QCOMPARE(result.refused.size(), std::size_t(stayed ? 1 : 0));
+        QVERIFY(fs::exists(harness.files() / "locked")); // nothing else touched it
+    }
+
     // A second emptying asked for while the first still runs waits for it: each completes
     // once, with its own sound and its own progress.
     void emptyingsRunOneAtATime()
