@@ -63,14 +63,23 @@ public:
     void terminate() override { QCoreApplication::exit(NotEmptied); }
 };
 
-bool matches(const Volume& volume, const QString& location, const VolumeNames& names)
+// The locations a command-line argument names: the one whose location or trash folder it is,
+// else every one of that name.
+std::vector<Volume> matching(const std::vector<Volume>& volumes, const QString& location,
+                             const VolumeNames& names)
 {
     const auto same = [&](const std::optional<std::filesystem::path>& path) {
         return path && (displayPath(*path) == location ||
                         displayPath(*path) + QLatin1Char('/') == location);
     };
-    return displayText(volume.name(names)) == location || same(volume.volPath()) ||
-           same(volume.trashURL());
+    std::vector<Volume> found;
+    for (const Volume& volume : volumes) {
+        if (same(volume.volPath()) || same(volume.trashURL()))
+            return {volume};
+        if (displayText(volume.name(names)) == location && volume.trashURL())
+            found.push_back(volume);
+    }
+    return found;
 }
 
 bool confirmed(const QString& name, int items)
@@ -199,10 +208,19 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
         });
 
     whenFirstListed(observer, [&] {
-        const auto& volumes = observer.volumes();
-        const auto volume = std::ranges::find_if(
-            volumes, [&](const Volume& v) { return matches(v, location, platform.volumeNames); });
-        if (volume == volumes.end() || !volume->trashURL()) {
+        const auto candidates = matching(observer.volumes(), location, platform.volumeNames);
+        if (candidates.size() > 1) {
+            std::fprintf(stderr,
+                         "quillane: \"%s\" names %d locations; say which by its location or "
+                         "trash folder:\n",
+                         qPrintable(messageText(location.toStdString())), int(candidates.size()));
+            for (const Volume& candidate : candidates)
+                std::fprintf(stderr, "  %s\n", qPrintable(messagePath(*candidate.trashURL())));
+            QCoreApplication::exit(UnknownLocation);
+            return;
+        }
+        const auto volume = candidates.begin();
+        if (volume == candidates.end() || !volume->trashURL()) {
             std::fprintf(stderr, "quillane: no trash at \"%s\"; see quillane list\n",
                          qPrintable(messageText(location.toStdString())));
             QCoreApplication::exit(UnknownLocation);

@@ -1,6 +1,9 @@
 #include "DaemonTestSupport.h"
 #include "TestSupport.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
@@ -288,6 +291,44 @@ private Q_SLOTS:
         } else {
             QVERIFY(test::unmount(stick));
         }
+    }
+    // Two locations of one name: the command names both and removes nothing.
+    void anAmbiguousNameRemovesNothing()
+    {
+        if (!test::canMount())
+            QSKIP("needs root in a private mount namespace");
+        QTemporaryDir dir;
+        const fs::path root = dir.path().toStdString();
+        std::vector<fs::path> trashes;
+        for (const char* stick : {"/mnt/first/stick", "/mnt/second/stick"}) {
+            QVERIFY(test::mountExt4(root / (std::string(stick + 5, 5) + ".img"), stick));
+            trashes.push_back(fs::path(stick) / ".Trash-0/files");
+            test::writeFile(trashes.back() / "item", "x");
+        }
+        QProcess list;
+        list.start(QStringLiteral(QUILLANE_EXECUTABLE),
+                   {QStringLiteral("list"), QStringLiteral("--json")});
+        QVERIFY(list.waitForFinished(20000));
+        QString name;
+        for (const QJsonValue entry : QJsonDocument::fromJson(list.readAllStandardOutput()).array())
+            if (entry[QStringLiteral("trash")].toString() ==
+                QString::fromStdString(trashes[0].native()))
+                name = entry[QStringLiteral("name")].toString();
+        QVERIFY(!name.isEmpty());
+
+        QProcess quillane;
+        quillane.start(QStringLiteral(QUILLANE_EXECUTABLE),
+                       {QStringLiteral("empty"), name, QStringLiteral("--yes")});
+        QVERIFY(quillane.waitForFinished(20000));
+        const QByteArray errors = quillane.readAllStandardError();
+        QVERIFY2(quillane.exitCode() == 2, errors.constData());
+        for (const fs::path& trash : trashes) {
+            QVERIFY2(errors.contains(QByteArray::fromStdString(trash.native())),
+                     errors.constData());
+            QVERIFY(fs::exists(trash / "item"));
+        }
+        for (const char* stick : {"/mnt/first/stick", "/mnt/second/stick"})
+            QVERIFY(test::unmount(stick));
     }
 };
 
