@@ -11,6 +11,7 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QFileInfo>
 #include <cstdio>
 #include <cstring>
 
@@ -46,6 +47,23 @@ void prepareWidgets(QApplication& app)
     quillane::ensureIconTheme();
 }
 
+// Without a session bus, the bus library would start one of its own (dbus-launch) that outlives
+// the application for as long as the X server runs. A user's bus that is not announced is at
+// $XDG_RUNTIME_DIR/bus; with none, the application goes on without one and says so once.
+void useOnlyTheUsersSessionBus()
+{
+    if (!qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS"))
+        return;
+    const QByteArray runtime = qgetenv("XDG_RUNTIME_DIR");
+    if (!runtime.isEmpty() && QFileInfo::exists(QString::fromLocal8Bit(runtime + "/bus"))) {
+        qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + runtime + "/bus");
+        return;
+    }
+    qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
+    quillane::Console::writeLine("There is no session bus: Quillane runs without a tray icon of "
+                                 "its own and without desktop notifications.");
+}
+
 int runTrayApplication(int argc, char* argv[])
 {
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") &&
@@ -56,10 +74,11 @@ int runTrayApplication(int argc, char* argv[])
                    stderr);
         return 2;
     }
+    quillane::Console::toStandardOutput();
+    useOnlyTheUsersSessionBus();
     QApplication app(argc, argv);
     nameApplication();
     prepareWidgets(app);
-    quillane::Console::toStandardOutput();
 
     quillane::RunningInstance instance;
     switch (instance.askRunningToShow()) {
