@@ -9,6 +9,7 @@
 #include "Platform/BuildInfo.h"
 #include "Platform/Console.h"
 #include "Platform/Scheduler.h"
+#include "Platform/UserDefaults.h"
 #include "Platform/linux/PackageOrigin.h"
 #include "Shell/Debug.h"
 #include "Shell/Display.h"
@@ -181,6 +182,8 @@ void TrashApp::addCommands(QWidget* window)
 
 void TrashApp::launch()
 {
+    if (const QString problem = m_platform.defaults.storageProblem(); !problem.isEmpty())
+        Console::writeLine(problem.toStdString()); // and the settings window shows it
     showSetupWindow();
 
     m_tray =

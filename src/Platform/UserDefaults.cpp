@@ -39,4 +39,13 @@ void SettingsUserDefaults::synchronize()
     m_settings->sync();
 }
 
+QString SettingsUserDefaults::storageProblem() const
+{
+    if (m_settings->isWritable() && m_settings->status() != QSettings::AccessError)
+        return {};
+    return QStringLiteral("Your settings cannot be saved: %1 cannot be written. Quillane uses "
+                          "its defaults until it can.")
+        .arg(m_settings->fileName());
+}
+
 } // namespace quillane

@@ -20,6 +20,9 @@ public:
     virtual void setBool(const QString& key, bool value) = 0;
     // Picks up what another process wrote meanwhile.
     virtual void synchronize() = 0;
+    // Why the preferences cannot be kept (the store cannot be written), or nothing when they
+    // can. Values set meanwhile hold until the program ends; at the next start, the defaults.
+    virtual QString storageProblem() const { return {}; }
 };
 
 // User defaults in a QSettings file: the user's configuration folder for the application, or
@@ -34,6 +37,7 @@ public:
     bool boolValue(const QString& key) const override;
     void setBool(const QString& key, bool value) override;
     void synchronize() override;
+    QString storageProblem() const override;
 
 private:
     std::unique_ptr<QSettings> m_settings;

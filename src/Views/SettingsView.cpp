@@ -9,6 +9,7 @@
 #include <QEvent>
 #include <QGroupBox>
 #include <QGuiApplication>
+#include <QLabel>
 #include <QShowEvent>
 #include <QSignalBlocker>
 #include <QVBoxLayout>
@@ -30,6 +31,13 @@ SettingsView::SettingsView(const ViewServices& services, QWidget* parent)
     rows->addWidget(m_warnBeforeQuitting);
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(group);
+    if (const QString problem = services.defaults.storageProblem(); !problem.isEmpty()) {
+        auto* warning = new QLabel(problem, this);
+        warning->setObjectName(QStringLiteral("storageProblem"));
+        warning->setWordWrap(true);
+        warning->setTextFormat(Qt::PlainText);
+        layout->addWidget(warning);
+    }
     layout->addStretch();
 
     connect(m_askBeforeEmptying, &QCheckBox::toggled, this, [this](bool ask) {

@@ -1,11 +1,16 @@
 #include "Helper/XPCClient.h"
 #include "Platform/Constant.h"
+#include "Platform/UserDefaults.h"
 #include "Platform/linux/AutostartEntry.h"
 #include "Shell/HelperLink.h"
+#include "TestSupport.h"
 #include "ViewHarness.h"
 #include "Views/SettingsView.h"
 
 #include <QCheckBox>
+#include <QDir>
+#include <QLabel>
+#include <QScopeGuard>
 #include <QTest>
 
 using namespace quillane;
@@ -63,6 +68,35 @@ class TestSettingsView : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // Preferences that cannot be kept are said, and the switches still work for this run.
+    void settingsThatCannotBeKeptAreSaid()
+    {
+        test::ViewHarness harness;
+        const ViewServices base = harness.services();
+        QTemporaryDir config;
+        const QString folder = config.path() + QStringLiteral("/Quillane");
+        QVERIFY(QDir().mkpath(folder));
+        // Immutable: not even root may write there.
+        QVERIFY(test::run(QStringLiteral("chattr"), {QStringLiteral("+i"), folder}));
+        const auto writable = qScopeGuard([&] {
+            test::run(QStringLiteral("chattr"), {QStringLiteral("-i"), folder});
+        });
+        SettingsUserDefaults defaults(folder + QStringLiteral("/Quillane.ini"));
+        SettingsView view({base.observer, base.client, base.updater, defaults, base.alerts,
+                           base.workspace, base.application, base.bundle, base.openSettings});
+        view.show();
+        const auto* warning = view.findChild<QLabel*>(QStringLiteral("storageProblem"));
+        QVERIFY(warning && warning->isVisible());
+        QVERIFY(warning->text().contains(folder));
+
+        switchNamed(view, QStringLiteral("Ask before emptying trash"))->click();
+        defaults.synchronize();
+        QVERIFY(defaults.boolValue(Constant::deleteCheckSupressionKey)); // held for this run
+
+        SettingsView usual(base);
+        QVERIFY(!usual.findChild<QLabel*>(QStringLiteral("storageProblem")));
+    }
+
     void confirmationSwitchesStoreTheirSuppression_data()
     {
         QTest::addColumn<QString>("label");
