@@ -140,20 +140,18 @@ void TrashEmptier::removeFrom(const std::shared_ptr<Job>& job)
         Outcome outcome{Kind::Removed, job->trashFolder / name, {}};
         const TrashedItemRemoval removal =
             removeTrashedItem(job->files.get(), job->info.get(), name);
-        if (!removal.item) {
-            const int error = removal.item.errorCode();
-            if (concernsTheVolume(job->files.get(), error)) {
-                const QString message = QString::fromStdString(printable(removal.item.error()));
-                job->report(
-                    [message](TrashEmptier& emptier) { Q_EMIT emptier.volumeFailed(message); });
-                return;
-            }
-            outcome.kind = error == EACCES || error == EPERM ? Kind::NeedsPrivilege : Kind::Failed;
-            outcome.error = printable(removal.item.error());
-        } else if (!removal.recordError.empty()) {
-            outcome.kind = Kind::Failed; // the item went, its record did not
-            outcome.error = printable(removal.recordError);
+        const int error = !removal.item ? removal.item.errorCode() : removal.recordErrorCode;
+        const std::string& message = !removal.item ? removal.item.error() : removal.recordError;
+        if (error != 0 && concernsTheVolume(job->files.get(), error)) {
+            job->report([message = QString::fromStdString(printable(message))](
+                            TrashEmptier& emptier) { Q_EMIT emptier.volumeFailed(message); });
+            return;
         }
+        if (!removal.item)
+            outcome.kind = error == EACCES || error == EPERM ? Kind::NeedsPrivilege : Kind::Failed;
+        else if (error != 0)
+            outcome.kind = Kind::Failed; // the item went, its record did not
+        outcome.error = printable(message);
         const bool hold = outcome.kind == Kind::Failed;
         job->report([job, outcome, hold](TrashEmptier& emptier) {
             job->held = hold; // set before the report, which may resume at once

@@ -27,6 +27,7 @@ inline bool isSkippedTrashEntry(std::string_view name)
 struct TrashedItemRemoval {
     Result<bool> item = Result<bool>::success(true); // as removeEntry reports it
     std::string recordError; // the item went, but its record could not; empty otherwise
+    int recordErrorCode = 0; // the errno behind recordError
 };
 
 // Removes the item `name` of files/ (open as filesFd) with everything in it, then its record in

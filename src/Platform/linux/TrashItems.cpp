@@ -102,8 +102,10 @@ TrashedItemRemoval removeTrashedItem(int filesFd, int infoFd, const std::string&
     if (!removal.item || infoFd < 0)
         return removal;
     const std::string record = name + std::string(recordSuffix);
-    if (unlinkat(infoFd, record.c_str(), 0) != 0 && errno != ENOENT)
+    if (unlinkat(infoFd, record.c_str(), 0) != 0 && errno != ENOENT) {
+        removal.recordErrorCode = errno;
         removal.recordError = describeErrno(record, errno);
+    }
     return removal;
 }
 
