@@ -1,6 +1,7 @@
 #include "DaemonTestSupport.h"
 #include "TestSupport.h"
 
+#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -8,6 +9,7 @@
 #include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QThread>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -38,14 +40,20 @@ private Q_SLOTS:
     void emptiesAVolumeTrashWithTheDaemonsHelp_data()
     {
         QTest::addColumn<bool>("approved");
-        QTest::newRow("the administrator approves") << true;
+        QTest::addColumn<bool>("killed"); // the daemon, in the middle of its removal
+        QTest::addColumn<int>("exitCode");
+        QTest::newRow("the administrator approves") << true << false << 0;
         // What the daemon refuses stays, is named, and ends the run with its own status.
-        QTest::newRow("the administrator refuses") << false;
+        QTest::newRow("the administrator refuses") << false << false << 4;
+        // A daemon that dies mid-request ends the run at once; the next run finishes the job.
+        QTest::newRow("the daemon is killed midway") << true << true << 3;
     }
 
     void emptiesAVolumeTrashWithTheDaemonsHelp()
     {
         QFETCH(bool, approved);
+        QFETCH(bool, killed);
+        QFETCH(int, exitCode);
         if (!test::canMount())
             QSKIP("needs root in a private mount namespace");
         QTemporaryDir dir;
@@ -73,22 +81,52 @@ private Q_SLOTS:
         lchown(trash.c_str(), user.uid(), user.gid());
         // What the user cannot remove: a folder of root's, closed to others.
         const fs::path system = trash / "files" / "system folder";
+        for (int i = 0; killed && i < 20000; ++i) // long enough to be caught at it
+            test::writeFile(system / std::to_string(i));
         lchown(system.c_str(), 0, 0);
         lchown((system / "content").c_str(), 0, 0);
         chmod(system.c_str(), 0555);
         const QStringList outside = tree(stick / "Documents");
 
         QProcess quillane;
-        user.start(quillane, QStringLiteral(QUILLANE_EXECUTABLE),
-                   {QStringLiteral("empty"), QString::fromStdString(stick.native()),
-                    QStringLiteral("--yes")});
+        const auto empty = [&] {
+            user.start(quillane, QStringLiteral(QUILLANE_EXECUTABLE),
+                       {QStringLiteral("empty"), QString::fromStdString(stick.native()),
+                        QStringLiteral("--yes")});
+        };
+        empty();
+        if (killed) {
+            // The folder changes with the daemon's first removal in it.
+            struct stat before {
+            }, now{};
+            QVERIFY(stat(system.c_str(), &before) == 0);
+            QElapsedTimer waited;
+            waited.start();
+            while (stat(system.c_str(), &now) == 0 &&
+                   now.st_mtim.tv_nsec == before.st_mtim.tv_nsec &&
+                   now.st_mtim.tv_sec == before.st_mtim.tv_sec && waited.elapsed() < 20000)
+                QThread::usleep(200);
+            daemon.kill();
+            daemon.waitForFinished();
+        }
         QVERIFY(quillane.waitForFinished(60000));
-        const QByteArray errors = quillane.readAllStandardError();
-        QVERIFY2(quillane.exitCode() == (approved ? 0 : 4), errors.constData());
+        QByteArray errors = quillane.readAllStandardError();
+        QVERIFY2(quillane.exitCode() == exitCode, errors.constData());
+        if (killed) {
+            QVERIFY2(errors.contains("the helper daemon stopped answering"), errors.constData());
+            QVERIFY(fs::exists(trash / "info/system folder.trashinfo")); // with what is left
+            QVERIFY(test::startDaemon(daemon, bus, QStringLiteral(QUILLANE_DAEMON)));
+            empty();
+            QVERIFY(quillane.waitForFinished(60000));
+            errors = quillane.readAllStandardError();
+            QVERIFY2(quillane.exitCode() == 0, errors.constData());
+        }
 
         const QStringList left{QString::fromStdString((trash / "files/system folder").native()),
                                QString::fromStdString((system / "content").native())};
         QCOMPARE(tree(trash / "files"), approved ? QStringList() : left);
+        QVERIFY(!fs::exists(trash / "directorysizes") ||
+                test::readFile(trash / "directorysizes").empty());
         QCOMPARE(fs::is_empty(trash / "info"), approved);
         QCOMPARE(errors.contains("system folder stayed: "), !approved);
         QCOMPARE(tree(stick / "Documents"), outside);
