@@ -351,7 +351,8 @@ void VolumeObserver::startEmptying(const Volume& volume)
     m_result.volume = volume;
     m_removing = true;
     connect(m_emptier, &TrashEmptier::couldNotStart, this, [this](const QString& error, bool busy) {
-        Console::writeLine("there was a problem");
+        if (!busy) // the trash could not be listed
+            Console::writeLine("there was a problem");
         m_result.error = error;
         m_result.busy = busy;
         finishEmptying(EmptyingResult::Ending::NotStarted);
