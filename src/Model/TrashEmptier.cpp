@@ -22,8 +22,9 @@ namespace quillane
 namespace fs = std::filesystem;
 
 struct TrashEmptier::Job {
-    Job(Scheduler& queue, TrashEmptier* emptier, fs::path folder)
-        : mainQueue(queue), owner(emptier), context(emptier), trashFolder(std::move(folder))
+    Job(Scheduler& queue, WorkQueue& workers, TrashEmptier* emptier, fs::path folder)
+        : mainQueue(queue), workQueue(workers), owner(emptier), context(emptier),
+          trashFolder(std::move(folder))
     {
     }
 
@@ -34,14 +35,20 @@ struct TrashEmptier::Job {
     }
 
     Scheduler& mainQueue;
+    WorkQueue& workQueue;
     TrashEmptier* const owner;
     const QPointer<const QObject> context; // the owner's guard, made on the main thread
     const fs::path trashFolder;
-    std::atomic<bool> cancelled = false;
-    bool held = false; // stopped at a failure until resume(); main thread only
     std::vector<std::string> names;
     std::set<std::string> recordsBefore;
-    std::size_t next = 0;
+    // The workers share the list: each takes the next item until none is left, the emptier is
+    // gone (cancelled), an item failed (held, until resume()) or the volume did (stopped).
+    std::atomic<std::size_t> next = 0;
+    std::atomic<int> working = 0;
+    std::atomic<bool> cancelled = false;
+    std::atomic<bool> held = false;
+    std::atomic<bool> stopped = false;
+    std::atomic<bool> finished = false;
     UniqueFd files; // locked for the emptying's life
     UniqueFd trash; // the folder holding files/, info/ and directorysizes
     UniqueFd info;
@@ -67,7 +74,7 @@ bool concernsTheVolume(int trashFolder, int error)
 TrashEmptier::TrashEmptier(fs::path trashFolder, Scheduler& mainQueue, WorkQueue& workQueue,
                            QObject* parent)
     : QObject(parent), m_trashFolder(std::move(trashFolder)), m_workQueue(workQueue),
-      m_job(std::make_shared<Job>(mainQueue, this, m_trashFolder))
+      m_job(std::make_shared<Job>(mainQueue, workQueue, this, m_trashFolder))
 {
 }
 
@@ -110,14 +117,25 @@ void TrashEmptier::start()
         }
         const auto count = static_cast<long long>(job->names.size());
         job->report([count](TrashEmptier& emptier) { Q_EMIT emptier.started(count); });
-        removeFrom(job);
+        startWorkers(job);
     });
 }
 
 void TrashEmptier::resume()
 {
-    if (std::exchange(m_job->held, false))
-        m_workQueue.async([job = m_job] { removeFrom(job); });
+    if (m_job->held.exchange(false))
+        m_workQueue.async([job = m_job] { startWorkers(job); });
+}
+
+void TrashEmptier::startWorkers(const std::shared_ptr<Job>& job)
+{
+    // Each worker counts itself in before any can count itself out, so the last one out is the
+    // last of them all.
+    const int workers = std::max(1, job->workQueue.concurrency());
+    job->working += workers;
+    for (int i = 1; i < workers; ++i)
+        job->workQueue.async([job] { removeFrom(job); });
+    removeFrom(job);
 }
 
 void TrashEmptier::tidy()
@@ -135,32 +153,35 @@ void TrashEmptier::tidy()
 void TrashEmptier::removeFrom(const std::shared_ptr<Job>& job)
 {
     using Kind = Outcome::Kind;
-    while (job->next < job->names.size() && !job->cancelled) {
-        const std::string& name = job->names[job->next++];
+    while (!job->cancelled && !job->held && !job->stopped) {
+        const std::size_t index = job->next++;
+        if (index >= job->names.size())
+            break;
+        const std::string& name = job->names[index];
         Outcome outcome{Kind::Removed, job->trashFolder / name, {}};
         const TrashedItemRemoval removal =
             removeTrashedItem(job->files.get(), job->info.get(), name);
         const int error = !removal.item ? removal.item.errorCode() : removal.recordErrorCode;
         const std::string& message = !removal.item ? removal.item.error() : removal.recordError;
         if (error != 0 && concernsTheVolume(job->files.get(), error)) {
-            job->report([message = QString::fromStdString(printable(message))](
-                            TrashEmptier& emptier) { Q_EMIT emptier.volumeFailed(message); });
-            return;
+            if (!job->stopped.exchange(true))
+                job->report([message = QString::fromStdString(printable(message))](
+                                TrashEmptier& emptier) { Q_EMIT emptier.volumeFailed(message); });
+            break;
         }
         if (!removal.item)
             outcome.kind = error == EACCES || error == EPERM ? Kind::NeedsPrivilege : Kind::Failed;
         else if (error != 0)
             outcome.kind = Kind::Failed; // the item went, its record did not
         outcome.error = printable(message);
-        const bool hold = outcome.kind == Kind::Failed;
-        job->report([job, outcome, hold](TrashEmptier& emptier) {
-            job->held = hold; // set before the report, which may resume at once
-            Q_EMIT emptier.outcome(outcome);
-        });
-        if (hold)
-            return;
+        // A failure holds every worker, so that the user answers one at a time.
+        if (outcome.kind == Kind::Failed)
+            job->held = true;
+        job->report([outcome](TrashEmptier& emptier) { Q_EMIT emptier.outcome(outcome); });
     }
-    if (!job->cancelled)
+    const bool last = --job->working == 0;
+    if (last && job->next >= job->names.size() && !job->held && !job->stopped && !job->cancelled &&
+        !job->finished.exchange(true))
         job->report([](TrashEmptier& emptier) { Q_EMIT emptier.removalsFinished(); });
 }
 

@@ -13,9 +13,10 @@ namespace quillane
 class Scheduler;
 class WorkQueue;
 
-// One emptying of one trash folder. It removes the folder's items on its work queue, one after
-// another in listing order, each before its record, and reports each outcome on the main
-// thread. The entry that is never emptied (isSkippedTrashEntry) is left alone and not counted.
+// One emptying of one trash folder. It removes the folder's items on its work queue, taking
+// them in listing order with as many workers as the queue runs at once, each item before its
+// record, and reports each outcome on the main thread. The entry that is never emptied
+// (isSkippedTrashEntry) is left alone and not counted.
 //
 // The object is the emptying's context: what it queued for the main thread is dropped once it is
 // gone, and its removals stop at the next item. For its whole life it holds a lock on the trash
@@ -61,7 +62,8 @@ Q_SIGNALS:
 
 private:
     struct Job;
-    // Runs on the work queue; reaches the emptier only through the main queue.
+    // Run on the work queue; they reach the emptier only through the main queue.
+    static void startWorkers(const std::shared_ptr<Job>& job);
     static void removeFrom(const std::shared_ptr<Job>& job);
 
     std::filesystem::path m_trashFolder;

@@ -2,6 +2,7 @@
 
 #include <QThread>
 #include <QTimer>
+#include <algorithm>
 
 namespace quillane
 {
@@ -56,9 +57,9 @@ std::unique_ptr<RepeatingTimer> QtScheduler::repeat(Duration interval, Task task
     return std::make_unique<QtRepeatingTimer>(interval, std::move(task));
 }
 
-ThreadWorkQueue::ThreadWorkQueue()
+ThreadWorkQueue::ThreadWorkQueue(int threads)
 {
-    m_pool.setMaxThreadCount(1);
+    m_pool.setMaxThreadCount(std::max(1, threads));
 }
 
 ThreadWorkQueue::~ThreadWorkQueue()

@@ -26,14 +26,16 @@ private:
     QObject m_context;
 };
 
-// A serial queue on a background thread of its own.
+// A queue on background threads of its own: serial with one thread (the default), else up to
+// `threads` tasks at once.
 class ThreadWorkQueue final : public WorkQueue
 {
 public:
-    ThreadWorkQueue();
+    explicit ThreadWorkQueue(int threads = 1);
     ~ThreadWorkQueue() override; // waits for queued work
 
     void async(Task task) override;
+    int concurrency() const override { return m_pool.maxThreadCount(); }
 
 private:
     QThreadPool m_pool;

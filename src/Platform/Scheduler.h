@@ -56,7 +56,7 @@ private:
 };
 
 // Where long work (walking a tree, listing a large folder) runs, off the main thread. Tasks run
-// one at a time, in the order they were queued.
+// in the order they were queued, one at a time unless the queue says it runs more at once.
 class WorkQueue
 {
 public:
@@ -64,6 +64,8 @@ public:
 
     virtual ~WorkQueue() = default;
     virtual void async(Task task) = 0;
+    // How many tasks may run at once.
+    virtual int concurrency() const { return 1; }
 };
 
 } // namespace quillane

@@ -9,6 +9,8 @@
 #include "Platform/UserDefaults.h"
 #include "ProcMountTable.h"
 
+#include <QThread>
+#include <algorithm>
 #include <cstdlib>
 #include <pwd.h>
 #include <unistd.h>
@@ -26,7 +28,8 @@ const fs::path mountinfo = "/proc/self/mountinfo";
 LinuxPlatform::LinuxPlatform()
     : m_home(homeFolder()), m_mainQueue(std::make_unique<QtScheduler>()),
       m_workQueue(std::make_unique<ThreadWorkQueue>()),
-      m_removalQueue(std::make_unique<ThreadWorkQueue>()),
+      // Removal is bound by the filesystem's metadata work, which several threads share well.
+      m_removalQueue(std::make_unique<ThreadWorkQueue>(std::max(2, QThread::idealThreadCount()))),
       m_trash(std::make_unique<FreedesktopTrash>(m_home, dataHome(m_home), getuid())),
       m_mounts(std::make_unique<ProcMountTable>(mountinfo, m_home)),
       m_mountWatcher(std::make_unique<MountInfoWatcher>(mountinfo, *m_mounts)),
