@@ -10,6 +10,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -207,6 +209,7 @@ private Q_SLOTS:
         QTest::newRow("remounted read-only midway, then run again") << "read-only" << 1;
         QTest::newRow("a name with an escape sequence the helper cannot take")
             << "escape sequence" << 3;
+        QTest::newRow("a 4,096-deep folder under a limit of 256 open files") << "deep" << 0;
     }
 
     // Whatever breaks in the middle, one more quillane empty leaves a trash that every program
@@ -275,8 +278,30 @@ private Q_SLOTS:
                  QString::fromStdString((trash / "files" / oddName / "content").native())}));
         }
 
+        if (fault == QStringLiteral("deep")) {
+            test::writeFile(trash / "files/deep/.keep", "x");
+            test::writeFile(trash / "info/deep.trashinfo", "[Trash Info]\nPath=/deep\n");
+            int parent = open((trash / "files/deep").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            for (int level = 0; level < 4096 && parent >= 0; ++level) {
+                QVERIFY(mkdirat(parent, "d", 0755) == 0);
+                const int child = openat(parent, "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+                close(parent);
+                parent = child;
+            }
+            QVERIFY(parent >= 0);
+            const int file = openat(parent, "bottom", O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+            QVERIFY(file >= 0 && write(file, "x", 1) == 1);
+            close(file);
+            close(parent);
+        }
+        const auto lowLimit = [] {
+            const rlimit limit{256, 256};
+            setrlimit(RLIMIT_NOFILE, &limit);
+        };
+
         const auto empty = [&](QProcess& quillane) {
             quillane.setProcessEnvironment(environment);
+            quillane.setChildProcessModifier(lowLimit);
             quillane.start(QStringLiteral(QUILLANE_EXECUTABLE),
                            {QStringLiteral("empty"), location, QStringLiteral("--yes")});
             QVERIFY(quillane.waitForStarted());
@@ -284,6 +309,22 @@ private Q_SLOTS:
         const auto itemsLeft = [&] {
             return std::distance(fs::directory_iterator(trash / "files"), {});
         };
+        if (fault == QStringLiteral("deep")) {
+            // The bottom file counts like the three near the top, whatever the depth.
+            struct stat keep {
+            };
+            QVERIFY(stat((trash / "files/deep/.keep").c_str(), &keep) == 0);
+            QProcess list;
+            list.setProcessEnvironment(environment);
+            list.setChildProcessModifier(lowLimit);
+            list.start(QStringLiteral(QUILLANE_EXECUTABLE),
+                       {QStringLiteral("list"), QStringLiteral("--json")});
+            QVERIFY(list.waitForFinished(30000));
+            const QJsonArray rows = QJsonDocument::fromJson(list.readAllStandardOutput()).array();
+            QVERIFY2(rows.size() == 1, list.readAllStandardError().constData());
+            QCOMPARE(rows[0][QStringLiteral("items")].toInt(), 3);
+            QCOMPARE(rows[0][QStringLiteral("bytes")].toInteger(), 4 * keep.st_blocks * 512);
+        }
         QProcess first;
         empty(first);
         if (fault == QStringLiteral("SIGKILL")) {

@@ -1,0 +1,369 @@
+#include "DirHandle.h"
+#include "Platform/FileSystem.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <fcntl.h>
+#include <memory>
+#include <string>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/sysmacros.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace quillane
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view dsStore = ".DS_Store";
+constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+// Folders one walker holds open at once. Deeper folders are reached again through ".." on the
+// way back up, so depth costs memory for names, never descriptors.
+constexpr std::size_t keptOpen = 16;
+// Big enough to read most folders in one call.
+constexpr std::size_t listingBuffer = 256 * 1024;
+
+bool marksSkipped(std::string_view name)
+{
+    return name.find(dsStore) != std::string_view::npos;
+}
+
+struct Fd {
+    int fd = -1;
+    Fd() = default;
+    explicit Fd(int descriptor) : fd(descriptor) {}
+    Fd(Fd&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
+    Fd& operator=(Fd&& other) noexcept
+    {
+        if (this != &other) {
+            reset();
+            fd = std::exchange(other.fd, -1);
+        }
+        return *this;
+    }
+    ~Fd() { reset(); }
+    void reset()
+    {
+        if (fd >= 0)
+            ::close(std::exchange(fd, -1));
+    }
+    explicit operator bool() const { return fd >= 0; }
+};
+
+struct Identity {
+    dev_t device = 0;
+    ino_t inode = 0;
+    bool operator==(const Identity&) const = default;
+};
+
+// 0, or the errno of the failure.
+int identify(int fd, const char* name, int flags, Identity& identity)
+{
+    struct statx info {
+    };
+    if (statx(fd, name, flags | AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_INO, &info) != 0)
+        return errno;
+    identity = {makedev(info.stx_dev_major, info.stx_dev_minor), info.stx_ino};
+    return 0;
+}
+
+// A folder being walked: what it holds that is still to be entered, and its descriptor while
+// it is among the deepest few.
+struct Level {
+    std::string name; // relative to the level above; the whole path for the first
+    Identity identity;
+    bool skipped = false; // its path holds ".DS_Store"
+    Fd fd;
+    std::vector<std::string> folders;
+    std::size_t next = 0;
+};
+
+// One walker's share of a tree: the folders it is given, each walked depth first.
+class Walker
+{
+public:
+    Walker(dev_t device, std::atomic<bool>& stop) : m_device(device), m_stop(stop) {}
+
+    std::uint64_t total() const { return m_total; }
+    const std::string& error() const { return m_error; }
+
+    // Sizes the folder open at `fd` and everything below it.
+    bool walk(Fd fd, const std::string& path, bool skipped)
+    {
+        Level top;
+        top.name = path;
+        top.skipped = skipped;
+        top.fd = std::move(fd);
+        if (const int error = identify(top.fd.fd, "", AT_EMPTY_PATH, top.identity))
+            return fail(path, error);
+        m_levels.clear();
+        m_levels.push_back(std::move(top));
+        if (!read(m_levels.back()))
+            return false;
+        while (!m_levels.empty()) {
+            if (m_stop.load(std::memory_order_relaxed))
+                return false;
+            Level& current = m_levels.back();
+            if (current.next < current.folders.size()) {
+                if (!enter(current.folders[current.next++]))
+                    return false;
+            } else if (!leave()) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // Counts the files directly in the folder open at `fd` and gives the names of its folders.
+    bool list(Fd fd, const std::string& path, std::vector<std::string>& folders)
+    {
+        Level level;
+        level.name = path;
+        level.skipped = marksSkipped(path);
+        level.fd = std::move(fd);
+        m_levels.clear();
+        m_levels.push_back(std::move(level));
+        const bool read = this->read(m_levels.back());
+        folders = std::move(m_levels.back().folders);
+        m_levels.clear();
+        return read;
+    }
+
+    bool fail(const std::string& path, int error)
+    {
+        m_error = describeErrno(path, error);
+        m_stop = true;
+        return false;
+    }
+
+private:
+    bool enter(const std::string& name)
+    {
+        Level& parent = m_levels.back();
+        Fd child(openat(parent.fd.fd, name.c_str(), folderFlags));
+        if (!child)
+            return fail(pathOf(name), errno);
+        Level level;
+        level.name = name;
+        level.skipped = parent.skipped || marksSkipped(name);
+        level.fd = std::move(child);
+        if (const int error = identify(level.fd.fd, "", AT_EMPTY_PATH, level.identity))
+            return fail(pathOf(name), error);
+        if (level.identity.device != m_device)
+            return true; // another filesystem mounted inside the trash: not ours to count
+        if (m_levels.size() >= keptOpen)
+            m_levels[m_levels.size() - keptOpen].fd.reset();
+        m_levels.push_back(std::move(level));
+        return read(m_levels.back());
+    }
+
+    bool leave()
+    {
+        Level done = std::move(m_levels.back());
+        m_levels.pop_back();
+        if (m_levels.empty() || m_levels.back().fd)
+            return true;
+        // The folder above was closed to keep the count of descriptors down: reopen it through
+        // "..", and make sure it is still the one that was left.
+        Level& parent = m_levels.back();
+        Fd reopened(openat(done.fd.fd, "..", folderFlags));
+        Identity identity;
+        if (!reopened)
+            return fail(pathOf({}), errno);
+        if (const int error = identify(reopened.fd, "", AT_EMPTY_PATH, identity))
+            return fail(pathOf({}), error);
+        if (!(identity == parent.identity))
+            return fail(pathOf({}), ENOENT); // moved away while it was walked
+        parent.fd = std::move(reopened);
+        return true;
+    }
+
+    // Lists the folder: files are counted at once, folders kept for later.
+    bool read(Level& level)
+    {
+        if (!m_buffer)
+            m_buffer = std::make_unique<char[]>(listingBuffer);
+        for (;;) {
+            const long got = syscall(SYS_getdents64, level.fd.fd, m_buffer.get(), listingBuffer);
+            if (got < 0)
+                return fail(pathOf({}), errno);
+            if (got == 0)
+                return true;
+            for (long offset = 0; offset < got;) {
+                const auto* entry = reinterpret_cast<const dirent64*>(m_buffer.get() + offset);
+                offset += entry->d_reclen;
+                if (isDotOrDotDot(entry->d_name))
+                    continue;
+                if (!take(level, entry->d_name, entry->d_type))
+                    return false;
+            }
+        }
+    }
+
+    bool take(Level& level, const char* name, unsigned char type)
+    {
+        const bool skipped = level.skipped || marksSkipped(name);
+        if (type == DT_DIR) {
+            level.folders.emplace_back(name);
+            return true;
+        }
+        if (type != DT_REG && type != DT_UNKNOWN)
+            return true; // links, devices, sockets and pipes take no space worth counting
+        if (type == DT_REG && skipped)
+            return true;
+        struct statx info {
+        };
+        if (statx(level.fd.fd, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT,
+                  STATX_TYPE | STATX_BLOCKS, &info) != 0)
+            return fail(pathOf(name), errno);
+        if (S_ISDIR(info.stx_mode))
+            level.folders.emplace_back(name);
+        else if (S_ISREG(info.stx_mode) && !skipped)
+            m_total += info.stx_blocks * 512;
+        return true;
+    }
+
+    // The path of the current folder, or of an entry in it, for a message.
+    std::string pathOf(std::string_view entry) const
+    {
+        std::string path;
+        for (const Level& level : m_levels) {
+            if (!path.empty() && path.back() != '/')
+                path += '/';
+            path += level.name;
+        }
+        if (!entry.empty()) {
+            if (path.empty() || path.back() != '/')
+                path += '/';
+            path += entry;
+        }
+        return path;
+    }
+
+    const dev_t m_device;
+    std::atomic<bool>& m_stop;
+    std::vector<Level> m_levels;
+    std::unique_ptr<char[]> m_buffer;
+    std::uint64_t m_total = 0;
+    std::string m_error;
+};
+
+// Opens a folder below the top by its relative path, one name at a time, following no link.
+// Invalid, with errno set, when that fails.
+Fd openBelow(int topFd, const std::string& relative)
+{
+    Fd current;
+    std::size_t start = 0;
+    while (start <= relative.size()) {
+        const std::size_t end = std::min(relative.find('/', start), relative.size());
+        const std::string name = relative.substr(start, end - start);
+        Fd next(openat(current ? current.fd : topFd, name.c_str(), folderFlags));
+        if (!next)
+            return next;
+        current = std::move(next);
+        start = end + 1;
+    }
+    return current;
+}
+
+// Whether the folder open at `fd` is on the given filesystem; errno set when it cannot be told.
+bool onDevice(int fd, dev_t device, int& error)
+{
+    Identity identity;
+    error = identify(fd, "", AT_EMPTY_PATH, identity);
+    return error == 0 && identity.device == device;
+}
+
+} // namespace
+
+Result<std::uint64_t> allocatedSizeOfDirectory(const std::filesystem::path& folder)
+{
+    using SizeResult = Result<std::uint64_t>;
+    Fd top(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!top)
+        return SizeResult::failure(describeErrno(folder.native(), errno));
+    Identity topIdentity;
+    if (const int error = identify(top.fd, "", AT_EMPTY_PATH, topIdentity))
+        return SizeResult::failure(describeErrno(folder.native(), error));
+
+    std::atomic<bool> stop = false;
+    const auto workers =
+        static_cast<std::size_t>(std::max(2U, std::thread::hardware_concurrency()));
+
+    // The top level is read here: its files are counted at once and its folders shared among
+    // the walkers. When there are fewer folders than walkers, the next level is shared instead,
+    // so that one large folder is still walked by all of them.
+    Walker lister(topIdentity.device, stop);
+    std::vector<std::string> shares;
+    Fd listing(dup(top.fd));
+    if (!listing)
+        return SizeResult::failure(describeErrno(folder.native(), errno));
+    if (!lister.list(std::move(listing), folder.native(), shares))
+        return SizeResult::failure(lister.error());
+    if (shares.size() < workers) {
+        std::vector<std::string> deeper;
+        for (const std::string& share : shares) {
+            const std::string path = (folder / share).native();
+            Fd fd = openBelow(top.fd, share);
+            int error = fd ? 0 : errno;
+            if (fd && !onDevice(fd.fd, topIdentity.device, error) && error == 0)
+                continue; // another filesystem mounted inside the trash: not ours to count
+            if (error != 0)
+                return SizeResult::failure(describeErrno(path, error));
+            std::vector<std::string> below;
+            if (!lister.list(std::move(fd), path, below))
+                return SizeResult::failure(lister.error());
+            for (std::string& name : below)
+                deeper.push_back(share + '/' + name);
+        }
+        shares = std::move(deeper);
+    }
+
+    std::atomic<std::size_t> next = 0;
+    std::vector<Walker> walkers;
+    walkers.reserve(workers);
+    for (std::size_t i = 0; i < workers; ++i)
+        walkers.emplace_back(topIdentity.device, stop);
+    const auto work = [&](Walker& walker) {
+        for (std::size_t index = next++; index < shares.size() && !stop; index = next++) {
+            const std::string& share = shares[index];
+            const std::string path = (folder / share).native();
+            Fd fd = openBelow(top.fd, share);
+            int error = fd ? 0 : errno;
+            if (fd && !onDevice(fd.fd, topIdentity.device, error) && error == 0)
+                continue;
+            if (error != 0) {
+                walker.fail(path, error);
+                return;
+            }
+            if (!walker.walk(std::move(fd), path, marksSkipped(path)))
+                return;
+        }
+    };
+    {
+        std::vector<std::jthread> threads;
+        const std::size_t extra = std::min(workers, shares.size());
+        for (std::size_t i = 1; i < extra; ++i)
+            threads.emplace_back(work, std::ref(walkers[i]));
+        work(walkers[0]);
+    }
+
+    std::uint64_t total = lister.total();
+    for (const Walker& walker : walkers) {
+        if (!walker.error().empty())
+            return SizeResult::failure(walker.error());
+        total += walker.total();
+    }
+    return SizeResult::success(total);
+}
+
+} // namespace quillane
