@@ -41,13 +41,20 @@ class TestFreedesktopTrash : public QObject
 private Q_SLOTS:
     void homeTrash_data()
     {
-        QTest::addColumn<QByteArray>("layout"); // run in the data home
-        QTest::addColumn<bool>("found");
-        QTest::newRow("trash exists") << QByteArray("mkdir -p Trash/files") << true;
-        QTest::newRow("no trash") << QByteArray("true") << false;
-        QTest::newRow("trash without files folder") << QByteArray("mkdir -p Trash/info") << false;
+        QTest::addColumn<QByteArray>("layout");  // run in the data home
+        QTest::addColumn<QByteArray>("refusal"); // empty: the trash is found
+        QTest::newRow("trash exists") << QByteArray("mkdir -p Trash/files") << QByteArray();
+        QTest::newRow("no trash") << QByteArray("true") << QByteArray("Trash does not exist");
+        QTest::newRow("trash without files folder")
+            << QByteArray("mkdir -p Trash/info") << QByteArray("Trash/files does not exist");
         QTest::newRow("files is a link")
-            << QByteArray("mkdir -p Trash elsewhere; ln -s ../elsewhere Trash/files") << false;
+            << QByteArray("mkdir -p Trash elsewhere; ln -s ../elsewhere Trash/files")
+            << QByteArray("Trash/files is a symbolic link");
+        QTest::newRow("the trash is a link")
+            << QByteArray("mkdir -p elsewhere/files; ln -s elsewhere Trash")
+            << QByteArray("Trash is a symbolic link");
+        QTest::newRow("files is a plain file") << QByteArray("mkdir -p Trash; touch Trash/files")
+                                               << QByteArray("Trash/files is not a folder");
     }
 
     // A location on the home folder's filesystem uses the trash in the data home, which need
@@ -55,7 +62,8 @@ private Q_SLOTS:
     void homeTrash()
     {
         QFETCH(QByteArray, layout);
-        QFETCH(bool, found);
+        QFETCH(QByteArray, refusal);
+        const bool found = refusal.isEmpty();
         QTemporaryDir root;
         const fs::path home = fs::path(root.path().toStdString()) / "home";
         const fs::path data = fs::path(root.path().toStdString()) / "data";
@@ -72,7 +80,8 @@ private Q_SLOTS:
         if (found)
             QCOMPARE(bytes(result.value()), bytes(data / "Trash/files"));
         else
-            QVERIFY2(result.error().find((data / "Trash/files").native()) != std::string::npos,
+            QVERIFY2(result.error().find((data / refusal.toStdString()).native()) !=
+                         std::string::npos,
                      result.error().c_str());
     }
 
@@ -80,7 +89,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("layout"); // run at the top of the volume
         QTest::addColumn<QByteArray>("location");
-        QTest::addColumn<QByteArray>("expected"); // empty: no usable trash
+        QTest::addColumn<QByteArray>("expected"); // the trash, or "!" and why there is none
         const auto row = [](const char* tag, const char* layout, const char* location,
                             const char* expected) {
             QTest::newRow(tag) << QByteArray(layout) << QByteArray(location)
@@ -103,12 +112,16 @@ private Q_SLOTS:
             "chown 65534 .Trash/$uid",
             "", ".Trash-$uid/files");
         row("own trash that is a link refused", "mkdir -p real/files; ln -s real .Trash-$uid",
-            "a/file.txt", "");
+            "a/file.txt", "!.Trash-$uid is a symbolic link");
         row("own trash of another user refused",
-            "mkdir -p .Trash-$uid/files; chown 65534 .Trash-$uid", "", "");
+            "mkdir -p .Trash-$uid/files; chown 65534 .Trash-$uid", "",
+            "!.Trash-$uid belongs to another user");
         row("own trash with files as a link refused",
-            "mkdir -p .Trash-$uid real; ln -s ../real .Trash-$uid/files", "", "");
-        row("no trash", "true", "a/file.txt", "");
+            "mkdir -p .Trash-$uid real; ln -s ../real .Trash-$uid/files", "",
+            "!.Trash-$uid/files is a symbolic link");
+        row("no trash", "true", "a/file.txt", "!.Trash-$uid does not exist");
+        row("no trash on a read-only volume", "mount -o remount,ro \"$PWD\"", "a/file.txt",
+            "!the volume is mounted read-only");
     }
 
     // Any other location uses the trash at the top of its volume.
@@ -132,13 +145,13 @@ private Q_SLOTS:
         const auto before = treeOf(top);
         const auto result = trash.trashFolder(top / location.toStdString());
         QCOMPARE(treeOf(top), before);
-        if (expected.isEmpty()) {
+        if (expected.startsWith('!')) {
             QVERIFY2(!result.ok(), result.ok() ? result->c_str() : "");
-            // The error says what was looked for.
-            QVERIFY2(
-                result.error().find((top / (".Trash-" + uid.toStdString()) / "files").native()) !=
-                    std::string::npos,
-                result.error().c_str());
+            // The error says what was looked for and what is wrong with it.
+            const std::string why = expected.mid(1).toStdString();
+            QVERIFY2(result.error().find(why.starts_with(".") ? (top / why).native() : why) !=
+                         std::string::npos,
+                     result.error().c_str());
         } else {
             QVERIFY2(result.ok(), result.error().c_str());
             QCOMPARE(bytes(result.value()), bytes(top / expected.toStdString()));

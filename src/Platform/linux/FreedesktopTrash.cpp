@@ -1,7 +1,11 @@
 #include "FreedesktopTrash.h"
 
+#include "Platform/FileSystem.h"
+
 #include <cerrno>
+#include <optional>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 
 namespace quillane
 {
@@ -31,6 +35,26 @@ bool isOwnedRealDirectory(const fs::path& path, uid_t uid)
     return isRealDirectory(path, info) && info.st_uid == uid;
 }
 
+// Why the first of these folders cannot be a trash folder, in words a user can act on; empty
+// when each is a real folder (of the owner, where one is given).
+std::string whyUnusable(std::initializer_list<fs::path> folders, std::optional<uid_t> owner = {})
+{
+    for (const fs::path& folder : folders) {
+        struct stat info {
+        };
+        if (lstat(folder.c_str(), &info) != 0)
+            return errno == ENOENT ? folder.native() + " does not exist"
+                                   : describeErrno(folder.native(), errno);
+        if (S_ISLNK(info.st_mode))
+            return folder.native() + " is a symbolic link, which is never taken for a trash";
+        if (!S_ISDIR(info.st_mode))
+            return folder.native() + " is not a folder";
+        if (owner && info.st_uid != *owner && folder == *folders.begin())
+            return folder.native() + " belongs to another user";
+    }
+    return {};
+}
+
 } // namespace
 
 FreedesktopTrash::FreedesktopTrash(fs::path home, fs::path dataHome, uid_t uid)
@@ -58,7 +82,7 @@ PathResult FreedesktopTrash::trashFolder(const fs::path& location) const
         if (isRealDirectory(folder.parent_path()) && isRealDirectory(folder))
             return PathResult::success(folder);
         return PathResult::failure("No trash folder for " + location.native() + ": " +
-                                   folder.native() + " does not exist");
+                                   whyUnusable({folder.parent_path(), folder}));
     }
 
     const auto topdir = topDirectory(location);
@@ -84,9 +108,16 @@ PathResult FreedesktopTrash::volumeTrash(const fs::path& topdir) const
     if (isOwnedRealDirectory(own, m_uid) && isRealDirectory(own / "files"))
         return PathResult::success(own / "files");
 
-    return PathResult::failure("No trash folder on " + topdir.native() + ": neither " +
-                               (shared / uid / "files").native() + " nor " +
-                               (own / "files").native() + " is usable");
+    struct statvfs volume {
+    };
+    if (statvfs(topdir.c_str(), &volume) == 0 && (volume.f_flag & ST_RDONLY) && !fileExists(own))
+        return PathResult::failure("No trash folder on " + topdir.native() +
+                                   ": the volume is mounted read-only");
+    std::string why =
+        "No trash folder on " + topdir.native() + ": " + whyUnusable({own, own / "files"}, m_uid);
+    if (fileExists(shared))
+        why += "; " + (shared / uid / "files").native() + " is not usable either";
+    return PathResult::failure(why);
 }
 
 PathResult FreedesktopTrash::topDirectory(const fs::path& path)
