@@ -93,7 +93,7 @@ std::uint64_t Volume::allocatedSize() const
 {
     if (!m_trashURL)
         return 0;
-    const auto size = allocatedSizeOfDirectory(*m_trashURL);
+    const auto size = allocatedSizeOfTrash(*m_trashURL);
     if (!size) {
         Console::writeLine("Size Error: ", size.error());
         return 0;

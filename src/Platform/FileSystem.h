@@ -29,6 +29,13 @@ bool isMountPoint(const std::filesystem::path& path);
 // fails the whole walk with its error: a partial total would be a wrong answer.
 Result<std::uint64_t> allocatedSizeOfDirectory(const std::filesystem::path& folder);
 
+// allocatedSizeOfDirectory for a trash folder, walking only the items that are new or changed
+// since the last call for that folder. Each trashed folder's size is kept in memory by its
+// device, inode and change time, which moves whenever an entry is added to it or removed from
+// it; what changes deeper inside a trashed folder goes unseen until then, as nothing but the
+// trash's own emptying changes trashed items.
+Result<std::uint64_t> allocatedSizeOfTrash(const std::filesystem::path& trashFolder);
+
 // The last component of a path as a URL names it: "/" for the root folder.
 std::string lastPathComponent(const std::filesystem::path& path);
 

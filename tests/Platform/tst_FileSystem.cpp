@@ -104,6 +104,49 @@ private Q_SLOTS:
         const auto size = allocatedSizeOfDirectory(tree);
         QVERIFY2(size.ok(), size.error().c_str());
         QCOMPARE(size.value(), allocated(tree, counted));
+        for (const char* pass : {"first", "again, from what is known"}) {
+            const auto trashSize = allocatedSizeOfTrash(tree);
+            QVERIFY2(trashSize.ok(), trashSize.error().c_str());
+            QVERIFY2(trashSize.value() == size.value(), pass);
+        }
+    }
+
+    void trashSizeWalksOnlyWhatChanged_data()
+    {
+        QTest::addColumn<QByteArray>("change");
+        QTest::addColumn<QByteArrayList>("counted");
+        const QByteArrayList before = {"file", "item/top", "item/inner/deep"};
+        QTest::newRow("an item added")
+            << QByteArray("fill new/f 9000") << before + QByteArrayList{"new/f"};
+        QTest::newRow("an item removed") << QByteArray("rm -r item") << QByteArrayList{"file"};
+        QTest::newRow("an entry added at an item's top")
+            << QByteArray("fill item/more 9000") << before + QByteArrayList{"item/more"};
+        QTest::newRow("an item replaced under its name")
+            << QByteArray("rm -r item; mkdir item; fill item/new 9000")
+            << QByteArrayList{"file", "item/new"};
+        // Nothing but emptying changes what is inside a trashed item, so its top stands for it.
+        QTest::newRow("a change deep inside an item is not walked again")
+            << QByteArray("fill item/inner/more 9000") << before;
+    }
+
+    // The trash's size walks what changed since the last time, and only that.
+    void trashSizeWalksOnlyWhatChanged()
+    {
+        QFETCH(QByteArray, change);
+        QFETCH(QByteArrayList, counted);
+        QTemporaryDir root;
+        const fs::path trash = root.path().toStdString();
+        const QByteArray fill = "fill() { mkdir -p $(dirname $1); head -c $2 /dev/zero >$1; }; ";
+        QVERIFY(test::shell(trash, fill + "fill file 5000; fill item/top 9000; "
+                                          "fill item/inner/deep 70000"));
+        const auto first = allocatedSizeOfTrash(trash);
+        QVERIFY2(first.ok(), first.error().c_str());
+        QCOMPARE(first.value(), allocated(trash, {"file", "item/top", "item/inner/deep"}));
+
+        QVERIFY(test::shell(trash, fill + change));
+        const auto after = allocatedSizeOfTrash(trash);
+        QVERIFY2(after.ok(), after.error().c_str());
+        QCOMPARE(after.value(), allocated(trash, counted));
     }
 
     void unreadableFolderFailsTheWalk_data()

@@ -7,7 +7,9 @@
 #include <cstddef>
 #include <cstring>
 #include <fcntl.h>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -93,7 +95,8 @@ class Walker
 public:
     Walker(dev_t device, std::atomic<bool>& stop) : m_device(device), m_stop(stop) {}
 
-    std::uint64_t total() const { return m_total; }
+    // What was counted since the last call.
+    std::uint64_t takeTotal() { return std::exchange(m_total, 0); }
     const std::string& error() const { return m_error; }
 
     // Sizes the folder open at `fd` and everything below it.
@@ -283,47 +286,51 @@ bool onDevice(int fd, dev_t device, int& error)
     return error == 0 && identity.device == device;
 }
 
-} // namespace
+using SizeResult = Result<std::uint64_t>;
 
-Result<std::uint64_t> allocatedSizeOfDirectory(const std::filesystem::path& folder)
+// The sizes of some folders directly inside the folder open at `topFd`, each with everything
+// below it, in the order of `names`. The folders are shared among the walkers, which take the
+// next one as they finish the last; when there are fewer folders than walkers, the next level
+// is shared instead, so that one large folder is still walked by all of them.
+Result<std::vector<std::uint64_t>> sizesOfFolders(int topFd, const fs::path& top, dev_t device,
+                                                  const std::vector<std::string>& names)
 {
-    using SizeResult = Result<std::uint64_t>;
-    Fd top(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!top)
-        return SizeResult::failure(describeErrno(folder.native(), errno));
-    Identity topIdentity;
-    if (const int error = identify(top.fd, "", AT_EMPTY_PATH, topIdentity))
-        return SizeResult::failure(describeErrno(folder.native(), error));
-
+    using SizesResult = Result<std::vector<std::uint64_t>>;
+    struct Share {
+        std::string path; // relative to the top
+        std::size_t folder;
+    };
+    std::vector<Share> shares;
+    for (std::size_t i = 0; i < names.size(); ++i)
+        shares.push_back({names[i], i});
+    std::vector<std::atomic<std::uint64_t>> totals(names.size());
     std::atomic<bool> stop = false;
     const auto workers =
         static_cast<std::size_t>(std::max(2U, std::thread::hardware_concurrency()));
 
-    // The top level is read here: its files are counted at once and its folders shared among
-    // the walkers. When there are fewer folders than walkers, the next level is shared instead,
-    // so that one large folder is still walked by all of them.
-    Walker lister(topIdentity.device, stop);
-    std::vector<std::string> shares;
-    Fd listing(dup(top.fd));
-    if (!listing)
-        return SizeResult::failure(describeErrno(folder.native(), errno));
-    if (!lister.list(std::move(listing), folder.native(), shares))
-        return SizeResult::failure(lister.error());
+    // Opens a share, or tells that it is on another filesystem (not ours to count).
+    const auto open = [&](const Share& share, Fd& fd) {
+        fd = openBelow(topFd, share.path);
+        int error = fd ? 0 : errno;
+        const bool ours = fd && onDevice(fd.fd, device, error);
+        return error != 0 ? error : ours ? 0 : EXDEV;
+    };
     if (shares.size() < workers) {
-        std::vector<std::string> deeper;
-        for (const std::string& share : shares) {
-            const std::string path = (folder / share).native();
-            Fd fd = openBelow(top.fd, share);
-            int error = fd ? 0 : errno;
-            if (fd && !onDevice(fd.fd, topIdentity.device, error) && error == 0)
-                continue; // another filesystem mounted inside the trash: not ours to count
-            if (error != 0)
-                return SizeResult::failure(describeErrno(path, error));
+        Walker lister(device, stop);
+        std::vector<Share> deeper;
+        for (const Share& share : shares) {
+            const std::string path = (top / share.path).native();
+            Fd fd;
+            if (const int error = open(share, fd); error == EXDEV)
+                continue;
+            else if (error != 0)
+                return SizesResult::failure(describeErrno(path, error));
             std::vector<std::string> below;
             if (!lister.list(std::move(fd), path, below))
-                return SizeResult::failure(lister.error());
-            for (std::string& name : below)
-                deeper.push_back(share + '/' + name);
+                return SizesResult::failure(lister.error());
+            totals[share.folder] += lister.takeTotal();
+            for (const std::string& name : below)
+                deeper.push_back({share.path + '/' + name, share.folder});
         }
         shares = std::move(deeper);
     }
@@ -332,21 +339,21 @@ Result<std::uint64_t> allocatedSizeOfDirectory(const std::filesystem::path& fold
     std::vector<Walker> walkers;
     walkers.reserve(workers);
     for (std::size_t i = 0; i < workers; ++i)
-        walkers.emplace_back(topIdentity.device, stop);
+        walkers.emplace_back(device, stop);
     const auto work = [&](Walker& walker) {
         for (std::size_t index = next++; index < shares.size() && !stop; index = next++) {
-            const std::string& share = shares[index];
-            const std::string path = (folder / share).native();
-            Fd fd = openBelow(top.fd, share);
-            int error = fd ? 0 : errno;
-            if (fd && !onDevice(fd.fd, topIdentity.device, error) && error == 0)
+            const Share& share = shares[index];
+            const std::string path = (top / share.path).native();
+            Fd fd;
+            if (const int error = open(share, fd); error == EXDEV) {
                 continue;
-            if (error != 0) {
+            } else if (error != 0) {
                 walker.fail(path, error);
                 return;
             }
             if (!walker.walk(std::move(fd), path, marksSkipped(path)))
                 return;
+            totals[share.folder] += walker.takeTotal();
         }
     };
     {
@@ -356,13 +363,123 @@ Result<std::uint64_t> allocatedSizeOfDirectory(const std::filesystem::path& fold
             threads.emplace_back(work, std::ref(walkers[i]));
         work(walkers[0]);
     }
-
-    std::uint64_t total = lister.total();
-    for (const Walker& walker : walkers) {
+    for (const Walker& walker : walkers)
         if (!walker.error().empty())
-            return SizeResult::failure(walker.error());
-        total += walker.total();
+            return SizesResult::failure(walker.error());
+    std::vector<std::uint64_t> sizes;
+    for (const auto& total : totals)
+        sizes.push_back(total);
+    return SizesResult::success(std::move(sizes));
+}
+
+// What is known of the folders of a trash: each one's size, for as long as it is unchanged.
+struct FolderKey {
+    dev_t device;
+    ino_t inode;
+    auto operator<=>(const FolderKey&) const = default;
+};
+struct KnownSize {
+    std::int64_t changedSeconds;
+    std::uint32_t changedNanoseconds;
+    std::uint64_t size;
+};
+using KnownSizes = std::map<FolderKey, KnownSize>;
+
+} // namespace
+
+Result<std::uint64_t> allocatedSizeOfDirectory(const std::filesystem::path& folder)
+{
+    Fd top(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!top)
+        return SizeResult::failure(describeErrno(folder.native(), errno));
+    Identity topIdentity;
+    if (const int error = identify(top.fd, "", AT_EMPTY_PATH, topIdentity))
+        return SizeResult::failure(describeErrno(folder.native(), error));
+
+    // The top level is read here; its files count at once.
+    std::atomic<bool> stop = false;
+    Walker lister(topIdentity.device, stop);
+    std::vector<std::string> folders;
+    Fd listing(dup(top.fd));
+    if (!listing)
+        return SizeResult::failure(describeErrno(folder.native(), errno));
+    if (!lister.list(std::move(listing), folder.native(), folders))
+        return SizeResult::failure(lister.error());
+    const auto sizes = sizesOfFolders(top.fd, folder, topIdentity.device, folders);
+    if (!sizes)
+        return SizeResult::failure(sizes.error());
+    std::uint64_t total = lister.takeTotal();
+    for (const std::uint64_t size : *sizes)
+        total += size;
+    return SizeResult::success(total);
+}
+
+Result<std::uint64_t> allocatedSizeOfTrash(const std::filesystem::path& trashFolder)
+{
+    static std::mutex mutex;
+    static std::map<std::string, KnownSizes> known; // by trash folder
+
+    Fd top(open(trashFolder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!top)
+        return SizeResult::failure(describeErrno(trashFolder.native(), errno));
+    Identity topIdentity;
+    if (const int error = identify(top.fd, "", AT_EMPTY_PATH, topIdentity))
+        return SizeResult::failure(describeErrno(trashFolder.native(), error));
+    if (marksSkipped(trashFolder.native()))
+        return SizeResult::success(0);
+    const auto names = listDirectory(trashFolder);
+    if (!names)
+        return SizeResult::failure(names.error());
+
+    KnownSizes before;
+    {
+        const std::lock_guard lock(mutex);
+        before = known[trashFolder.native()];
     }
+    KnownSizes now;
+    std::uint64_t total = 0;
+    std::vector<std::string> changed;
+    std::vector<std::pair<FolderKey, KnownSize>> changedKeys;
+    for (const std::string& name : *names) {
+        if (marksSkipped(name))
+            continue;
+        struct statx info {
+        };
+        if (statx(top.fd, name.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT,
+                  STATX_TYPE | STATX_INO | STATX_CTIME | STATX_BLOCKS, &info) != 0) {
+            if (errno == ENOENT)
+                continue; // gone since the listing, as if it had gone before
+            return SizeResult::failure(describeErrno((trashFolder / name).native(), errno));
+        }
+        if (S_ISREG(info.stx_mode))
+            total += info.stx_blocks * 512;
+        if (!S_ISDIR(info.stx_mode))
+            continue;
+        const FolderKey key{makedev(info.stx_dev_major, info.stx_dev_minor), info.stx_ino};
+        const KnownSize seen{info.stx_ctime.tv_sec, info.stx_ctime.tv_nsec, 0};
+        if (key.device != topIdentity.device)
+            continue; // another filesystem mounted inside the trash
+        if (const auto it = before.find(key);
+            it != before.end() && it->second.changedSeconds == seen.changedSeconds &&
+            it->second.changedNanoseconds == seen.changedNanoseconds) {
+            total += it->second.size;
+            now.insert(*it);
+        } else {
+            changed.push_back(name);
+            changedKeys.emplace_back(key, seen);
+        }
+    }
+    const auto sizes = sizesOfFolders(top.fd, trashFolder, topIdentity.device, changed);
+    if (!sizes)
+        return SizeResult::failure(sizes.error());
+    for (std::size_t i = 0; i < changed.size(); ++i) {
+        total += (*sizes)[i];
+        changedKeys[i].second.size = (*sizes)[i];
+        now.insert(changedKeys[i]);
+    }
+    // Only the folders there now are kept, so what is known never outgrows the trash.
+    const std::lock_guard lock(mutex);
+    known[trashFolder.native()] = std::move(now);
     return SizeResult::success(total);
 }
 
