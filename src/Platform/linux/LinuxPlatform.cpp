@@ -28,7 +28,7 @@ LinuxPlatform::LinuxPlatform()
       m_workQueue(std::make_unique<ThreadWorkQueue>()),
       m_removalQueue(std::make_unique<ThreadWorkQueue>()),
       m_trash(std::make_unique<FreedesktopTrash>(m_home, dataHome(m_home), getuid())),
-      m_mounts(std::make_unique<ProcMountTable>(mountinfo, m_home)),
+      m_mounts(std::make_unique<ProcMountTable>(mountinfo, m_home, "/etc/fstab", userName())),
       m_mountWatcher(std::make_unique<MountInfoWatcher>(mountinfo, *m_mounts)),
       m_folderWatcher(std::make_unique<InotifyFolderWatcher>()),
       m_defaults(std::make_unique<SettingsUserDefaults>()),
@@ -57,6 +57,14 @@ fs::path LinuxPlatform::homeFolder()
     if (const passwd* entry = getpwuid(getuid()); entry && entry->pw_dir)
         return withoutTrailingSlash(fs::path(entry->pw_dir).lexically_normal());
     return "/";
+}
+
+std::string LinuxPlatform::userName()
+{
+    if (const passwd* entry = getpwuid(getuid()); entry && entry->pw_name)
+        return entry->pw_name;
+    const char* user = std::getenv("USER");
+    return user ? user : "";
 }
 
 fs::path LinuxPlatform::dataHome(const fs::path& home)
