@@ -64,6 +64,20 @@ InotifyFolderWatcher::~InotifyFolderWatcher()
 std::unique_ptr<FolderWatch> InotifyFolderWatcher::watch(const std::filesystem::path& folder,
                                                          std::function<void()> onChange)
 {
+    return add(folder, std::nullopt, std::move(onChange));
+}
+
+std::unique_ptr<FolderWatch> InotifyFolderWatcher::watchEntry(const std::filesystem::path& folder,
+                                                              const std::string& name,
+                                                              std::function<void()> onChange)
+{
+    return add(folder, name, std::move(onChange));
+}
+
+std::unique_ptr<FolderWatch> InotifyFolderWatcher::add(const std::filesystem::path& folder,
+                                                       std::optional<std::string> name,
+                                                       std::function<void()> onChange)
+{
     if (m_fd < 0)
         return nullptr;
     const int wd = inotify_add_watch(m_fd, folder.c_str(), watchedEvents);
@@ -72,7 +86,7 @@ std::unique_ptr<FolderWatch> InotifyFolderWatcher::watch(const std::filesystem::
         return nullptr;
     }
     const std::uint64_t id = m_nextListenerId++;
-    m_listeners[wd].push_back({id, std::move(onChange)});
+    m_listeners[wd].push_back({id, std::move(onChange), std::move(name)});
     return std::make_unique<Watch>(m_self, wd, id);
 }
 
@@ -91,7 +105,9 @@ void InotifyFolderWatcher::forget(int wd, std::uint64_t listenerId)
 void InotifyFolderWatcher::readEvents()
 {
     alignas(inotify_event) char buffer[16 * 1024];
-    std::set<int> changed;
+    // For each folder, the names of the entries that changed; an empty name stands for any.
+    std::map<int, std::set<std::string>> changed;
+    std::vector<int> gone;
     for (;;) {
         const ssize_t length = read(m_fd, buffer, sizeof buffer);
         if (length <= 0)
@@ -102,27 +118,37 @@ void InotifyFolderWatcher::readEvents()
             if (event->mask & IN_Q_OVERFLOW) {
                 // The kernel dropped events: any folder may have changed.
                 for (const auto& watched : m_listeners)
-                    changed.insert(watched.first);
-            } else if (event->mask & IN_IGNORED)
-                m_listeners.erase(event->wd); // gone with its folder or its filesystem
-            else if (event->mask & (IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO))
-                changed.insert(event->wd);
+                    changed[watched.first].insert(std::string());
+            } else if (event->mask & IN_IGNORED) {
+                // Gone with its folder or its filesystem: a change for every listener.
+                changed[event->wd].insert(std::string());
+                gone.push_back(event->wd);
+            } else if (event->mask & (IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO)) {
+                changed[event->wd].insert(event->len > 0 ? std::string(event->name)
+                                                         : std::string());
+            }
         }
     }
-    // One call per folder for what arrived together. A callback may drop watches, its own
+    // One call per listener for what arrived together. A callback may drop watches, its own
     // included, so each listener is looked up again just before it is called.
-    for (const int wd : changed) {
+    for (const auto& [wd, names] : changed) {
         const auto found = m_listeners.find(wd);
         if (found == m_listeners.end())
             continue;
         const auto listeners = found->second;
         for (const Listener& listener : listeners) {
+            const bool hears =
+                !listener.name || names.contains(std::string()) || names.contains(*listener.name);
             const auto still = m_listeners.find(wd);
-            if (still != m_listeners.end() &&
+            if (hears && still != m_listeners.end() &&
                 std::ranges::find(still->second, listener.id, &Listener::id) != still->second.end())
                 listener.onChange();
         }
     }
+    // The kernel has dropped these watches already. It hands out watch numbers cyclically, so a
+    // watch a callback above added has a number of its own.
+    for (const int wd : gone)
+        m_listeners.erase(wd);
 }
 
 void InotifyFolderWatcher::reportFailure(int error, const std::filesystem::path& folder)
