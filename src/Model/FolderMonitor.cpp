@@ -22,8 +22,6 @@ bool FolderMonitor::isWatchable(const std::filesystem::path& folder) const
     // A trash folder: a volume's .Trash-$uid/files or .Trash/$uid/files, or the home trash.
     if (pathContains(folder, ".Trash") || folder == m_platform.trash.homeTrashFolder())
         return true;
-    if (folder == VolumeObserver::iCloudDriveFolder(m_platform.home))
-        return true;
     const auto mounted = VolumeObserver::mountedVolumes(m_platform.mounts);
     return std::ranges::find(mounted, folder) != mounted.end();
 }

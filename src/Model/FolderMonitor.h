@@ -13,9 +13,9 @@ namespace quillane
 class FolderWatch;
 
 // Watches one folder for entries added, removed or moved directly inside it, and calls
-// folderDidChange on the main thread. Only trash folders, mounted volumes' top folders and
-// the iCloud Drive folder are watched; a monitor for anything else stays idle, and so does
-// one whose folder cannot be watched.
+// folderDidChange on the main thread. Only trash folders and mounted volumes' top folders are
+// watched; a monitor for anything else stays idle, and so does one whose folder cannot be
+// watched.
 class FolderMonitor
 {
 public:

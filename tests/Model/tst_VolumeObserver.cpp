@@ -28,7 +28,7 @@ private Q_SLOTS:
             QTest::newRow(tag) << point << QByteArray(type) << QByteArray(options) << listed;
         };
         row("writable volume", "/media/me/USB STICK", "ext4", "rw", true);
-        row("vfat stick", "/run/media/me/CARD", "vfat", "rw,nosuid", true);
+        row("vfat stick", "/mnt/CARD", "vfat", "rw,nosuid", true);
         for (const char* name :
              {"VM", "Preboot", "Update", "xarts", "iSCPreboot", "Hardware", "mnt1"})
             row(name, QByteArray("/System/Volumes/") + name, "ext4", "rw", false);
@@ -58,25 +58,45 @@ private Q_SLOTS:
         QCOMPARE(mounted, expected);
     }
 
-    void listIsMountsThenICloudDrive()
+    void listIsTheMountsInKernelOrder()
     {
         test::ModelHarness model;
         model.setMounts(
             {{"/", "ext4", "rw"}, {"/media/b", "ext4", "rw"}, {"/media/a", "ext4", "rw"}});
         model.makeHomeTrash();
-        fs::create_directories(VolumeObserver::iCloudDriveFolder(model.home));
         test::ConsoleCapture console;
 
         const VolumeObserver& observer = model.start();
-        const std::vector<fs::path> expected = {"/", "/media/b", "/media/a",
-                                                VolumeObserver::iCloudDriveFolder(model.home)};
+        const std::vector<fs::path> expected = {"/", "/media/b", "/media/a"};
         QCOMPARE(model.listedPaths(), expected);
-        // The root shares the home's filesystem; the other mount points do not exist here.
+        // The root holds the home; the other mount points do not exist here.
         QCOMPARE(observer.volumes()[0].trashURL(), std::optional(model.homeTrash()));
         QVERIFY(!observer.volumes()[1].trashURL());
         QCOMPARE(console.count("Error Getting Trash URL: "), 2);
-        QCOMPARE(observer.volumes()[3].trashURL(), std::optional(model.homeTrash()));
+        // No folder of another system's is looked for.
         QCOMPARE(console.count("iCloud Drive trash not found: "), 0);
+        QCOMPARE(console.count("Cloud Storage trash not found: "), 0);
+    }
+
+    void homeOnANetworkFilesystemIsListed_data()
+    {
+        QTest::addColumn<QByteArray>("type");
+        QTest::newRow("NFS") << QByteArray("nfs4");
+        QTest::newRow("SMB") << QByteArray("cifs");
+        QTest::newRow("read-only") << QByteArray("ext4");
+    }
+
+    void homeOnANetworkFilesystemIsListed()
+    {
+        QFETCH(QByteArray, type);
+        test::ModelHarness model;
+        const std::string options = type == "ext4" ? "ro" : "rw";
+        model.setMounts({{"/", "ext4", "rw"}, {model.home.native(), type.toStdString(), options}});
+        model.makeHomeTrash();
+        const VolumeObserver& observer = model.start();
+        QCOMPARE(model.listedPaths(), std::vector<fs::path>{model.home});
+        QCOMPARE(observer.volumes()[0].trashURL(), std::optional(model.homeTrash()));
+        QCOMPARE(observer.volumes()[0].name(model.labels), std::string("Home"));
     }
 
     void rebuildEmptiesAtOnceAndPublishesHalfASecondLater()
@@ -86,7 +106,6 @@ private Q_SLOTS:
         test::ConsoleCapture console;
         VolumeObserver& observer = model.start();
         QCOMPARE(console.count("Hello from VolumeObserver"), 1);
-        QCOMPARE(console.count("iCloud Drive trash not found: "), 1);
         QCOMPARE(observer.volumes().size(), std::size_t(1));
         const QUuid firstId = observer.volumes()[0].id();
 
@@ -128,82 +147,47 @@ private Q_SLOTS:
         QCOMPARE(console.count("Mounted: /media/usb/"), 1);
     }
 
-    void providerScan_data()
+    void cloudMountsAreCloudRows_data()
     {
-        QTest::addColumn<QString>("entries"); // below Library/CloudStorage, "/" ends a folder
-        QTest::addColumn<bool>("homeTrash");
-        QTest::addColumn<QString>("listed"); // provider folder names
-        QTest::addColumn<int>("notFoundLines");
-        const auto row = [](const char* tag, const char* entries, bool homeTrash,
-                            const char* listed, int notFoundLines) {
-            QTest::newRow(tag) << QString::fromUtf8(entries) << homeTrash
-                               << QString::fromUtf8(listed) << notFoundLines;
-        };
-        row("first provider takes the home trash", "GoogleDrive-someone/Doc", true,
-            "GoogleDrive-someone", 0);
-        row("hidden entries are not looked up", "OneDrive-Personal/.sync OneDrive-Personal/.hidden",
-            true, "", 0);
-        row("an empty provider folder yields nothing", "Box-Box/", true, "", 0);
-        row("finder litter is no provider", ".DS_Store", true, "", 0);
-        row("no trash folder on disk", "GoogleDrive-someone/a GoogleDrive-someone/b", false, "", 2);
+        QTest::addColumn<QByteArray>("type");
+        QTest::addColumn<bool>("showDropbox");
+        QTest::addColumn<QByteArray>("expected"); // name=picture, or nothing when not listed
+        QTest::newRow("Google Drive") << QByteArray("fuse.google-drive-ocamlfuse") << false
+                                      << QByteArray("Cloud=asset:GoogleDrive");
+        QTest::newRow("OneDrive") << QByteArray("fuse.onedriver") << false
+                                  << QByteArray("Cloud=asset:OneDrive");
+        QTest::newRow("rclone, which serves many providers")
+            << QByteArray("fuse.rclone") << false << QByteArray("Cloud=file");
+        QTest::newRow("Dropbox, hidden by default")
+            << QByteArray("fuse.dbxfs") << false << QByteArray();
+        QTest::newRow("Dropbox, shown when asked")
+            << QByteArray("fuse.dbxfs") << true << QByteArray("Cloud=asset:Dropbox");
+        QTest::newRow("other remote filesystem")
+            << QByteArray("fuse.sshfs") << false << QByteArray();
     }
 
-    void providerScan()
+    void cloudMountsAreCloudRows()
     {
-        QFETCH(QString, entries);
-        QFETCH(bool, homeTrash);
-        QFETCH(QString, listed);
-        QFETCH(int, notFoundLines);
-        test::ModelHarness model;
-        if (homeTrash)
-            model.makeHomeTrash();
-        const fs::path storage = VolumeObserver::cloudStorageFolder(model.home);
-        for (const QString& entry : entries.split(QLatin1Char(' '))) {
-            if (entry.endsWith(QLatin1Char('/')))
-                test::makeFolder(storage / entry.toStdString());
-            else
-                test::writeFile(storage / entry.toStdString());
-        }
-        test::ConsoleCapture console;
-        QStringList names;
-        for (const Volume& volume :
-             VolumeObserver::gatherCloudTrash({}, false, model.home, model.trash)) {
-            names << QString::fromStdString(volume.volPath()->filename().native());
-            QCOMPARE(volume.trashURL(), std::optional(model.homeTrash()));
-        }
-        QCOMPARE(names.join(QLatin1Char(' ')), listed);
-        QCOMPARE(console.count("Cloud Storage trash not found: "), notFoundLines);
-    }
-
-    void providersSharingATrashGiveOneRecord()
-    {
+        QFETCH(QByteArray, type);
+        QFETCH(bool, showDropbox);
+        QFETCH(QByteArray, expected);
         test::ModelHarness model;
         model.makeHomeTrash();
-        const fs::path storage = VolumeObserver::cloudStorageFolder(model.home);
-        test::writeFile(storage / "GoogleDrive-someone" / "a");
-        test::writeFile(storage / "OneDrive-Personal" / "b");
-
-        QCOMPARE(VolumeObserver::gatherCloudTrash({}, false, model.home, model.trash).size(),
-                 std::size_t(1));
-        // A trash that a known record already has is no provider's own.
-        const std::vector<Volume> known = {Volume("/", model.homeTrash())};
-        QVERIFY(VolumeObserver::gatherCloudTrash(known, false, model.home, model.trash).empty());
-    }
-
-    void dropboxTrashNeedsThePreference()
-    {
-        // A home inside a Dropbox folder puts "/Dropbox" into every trash path below it.
-        test::ModelHarness model({}, "Dropbox");
-        model.makeHomeTrash();
-        test::writeFile(VolumeObserver::cloudStorageFolder(model.home) / "Dropbox" / "Notes");
-        model.setMounts({});
-
-        QCOMPARE(model.start().volumes().size(), std::size_t(0));
-        model.defaults.setBool(QStringLiteral("ShowDropbox"), true);
-        model.observer->updateVolumes();
-        model.settle();
-        QCOMPARE(model.listedPaths(),
-                 std::vector<fs::path>{VolumeObserver::cloudStorageFolder(model.home) / "Dropbox"});
+        model.defaults.setBool(QStringLiteral("ShowDropbox"), showDropbox);
+        model.setMounts({{"/", "ext4", "rw"}, {"/media/me/Cloud", type.toStdString(), "rw"}});
+        const VolumeObserver& observer = model.start();
+        QByteArrayList rows;
+        for (const Volume& volume : observer.volumes()) {
+            if (volume.volPath() == fs::path("/"))
+                continue;
+            QCOMPARE(volume.kind(), Volume::Kind::CloudStorage);
+            const Picture picture = volume.image(model.labels);
+            rows << QByteArray::fromStdString(volume.name(model.labels)) + '=' +
+                        (picture.kind == Picture::Kind::Asset
+                             ? "asset:" + QByteArray::fromStdString(picture.name)
+                             : QByteArray("file"));
+        }
+        QCOMPARE(rows.join(' '), expected);
     }
 
     void accessCheck()
