@@ -289,6 +289,77 @@ private Q_SLOTS:
         QCOMPARE(observer.volumes()[0].itemCount(), 1);
     }
 
+    // Removing the home trash shows at once; making it again shows one publication later,
+    // however soon it comes, and writes beside it in the meantime cost no rebuild.
+    void homeTrashRemovedAndMadeAgain_data()
+    {
+        QTest::addColumn<bool>("beforePublication"); // made again before "gone" is published
+        QTest::newRow("after the list shows it gone") << false;
+        QTest::newRow("before the list shows it gone") << true;
+    }
+
+    void homeTrashRemovedAndMadeAgain()
+    {
+        QFETCH(bool, beforePublication);
+        test::ModelHarness model;
+        model.setMounts({{"/", "ext4", "rw"}});
+        model.makeHomeTrash();
+        VolumeObserver& observer = model.start();
+        const fs::path trashFolder = model.homeTrash().parent_path();
+        const fs::path share = trashFolder.parent_path();
+        const auto listed = [&] {
+            return observer.volumes().size() == 1 &&
+                   observer.volumes()[0].trashURL() == std::optional(model.homeTrash());
+        };
+        QVERIFY(listed());
+
+        fs::remove_all(trashFolder);
+        QVERIFY(QTest::qWaitFor([&] { return model.scheduler.pendingCount() > 0; }, 5000));
+        if (beforePublication) {
+            model.scheduler.runPending(); // the scan found no trash; its list is still to come
+            model.makeHomeTrash();
+        }
+        model.settle();
+        if (!beforePublication) {
+            QVERIFY(!observer.volumes()[0].trashURL());
+            // Another program's file beside the trash folder is no news; the probe, on the
+            // same folder, shows when its event has been read.
+            int probed = 0;
+            const auto probe = model.folders.watch(share, [&probed] { ++probed; });
+            test::writeFile(share / "recently-used.xbel");
+            QTRY_VERIFY(probed > 0);
+            QCOMPARE(model.scheduler.pendingCount(), std::size_t(0));
+            model.makeHomeTrash();
+            QVERIFY(QTest::qWaitFor([&] { return model.scheduler.pendingCount() > 0; }, 5000));
+        }
+        model.settle();
+        model.settle();
+        QVERIFY(listed());
+        QVERIFY(std::ranges::any_of(observer.monitorEvents(), [&](const auto& monitor) {
+            return monitor->url() == std::optional(model.homeTrash()) && monitor->isMonitoring();
+        }));
+
+        // And it keeps following: the next trashing shows.
+        test::writeFile(model.homeTrash() / "again");
+        QVERIFY(QTest::qWaitFor([&] { return model.scheduler.pendingCount() > 0; }, 5000));
+        model.settle();
+        QCOMPARE(observer.volumes()[0].itemCount(), 1);
+    }
+
+    // Only the newest of rebuilds asked for together publishes its list.
+    void replacedRebuildIsNotPublished()
+    {
+        test::ModelHarness model;
+        model.setMounts({{"/", "ext4", "rw"}, {"/media/usb", "ext4", "rw"}});
+        VolumeObserver& observer = model.start();
+        QSignalSpy published(&observer, &VolumeObserver::listPublished);
+        observer.updateVolumes();
+        Q_EMIT model.mountWatcher.unmounted("/media/usb");
+        model.settle();
+        QCOMPARE(published.count(), 1);
+        QCOMPARE(model.listedPaths(), std::vector<fs::path>{"/"});
+    }
+
     void volumeGainingATrashIsWatchedAgain()
     {
         if (!test::canMount())

@@ -16,9 +16,10 @@ namespace quillane
 namespace
 {
 
-// Entries added, removed or moved in or out; changes inside them are not reported.
+// Entries added, removed or moved in or out, and the folder moved away; changes inside the
+// entries are not reported. The folder's removal ends the watch (IN_IGNORED).
 constexpr std::uint32_t watchedEvents =
-    IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ONLYDIR;
+    IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_MOVE_SELF | IN_ONLYDIR;
 
 } // namespace
 
@@ -119,10 +120,12 @@ void InotifyFolderWatcher::readEvents()
                 // The kernel dropped events: any folder may have changed.
                 for (const auto& watched : m_listeners)
                     changed[watched.first].insert(std::string());
-            } else if (event->mask & IN_IGNORED) {
-                // Gone with its folder or its filesystem: a change for every listener.
+            } else if (event->mask & (IN_IGNORED | IN_MOVE_SELF)) {
+                // Gone with its folder or its filesystem, or moved away from where it was
+                // asked for: a change for every listener.
                 changed[event->wd].insert(std::string());
-                gone.push_back(event->wd);
+                if (event->mask & IN_IGNORED)
+                    gone.push_back(event->wd);
             } else if (event->mask & (IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO)) {
                 changed[event->wd].insert(event->len > 0 ? std::string(event->name)
                                                          : std::string());
