@@ -26,6 +26,7 @@ public:
 
     void startMonitoring();
     void stopMonitoring();
+    // Once its watch has been added, which happens off the main thread.
     bool isMonitoring() const { return m_watch != nullptr; }
 
     const std::optional<std::filesystem::path>& url() const { return m_url; }
@@ -42,7 +43,10 @@ private:
 
     std::optional<std::filesystem::path> m_url;
     Platform m_platform;
-    std::unique_ptr<FolderWatch> m_watch;
+    std::shared_ptr<FolderWatch> m_watch;
+    bool m_starting = false; // its watch is being added on the work queue
+    // Tells the work queue and the watch whether the monitor still exists.
+    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
 };
 
 } // namespace quillane

@@ -229,7 +229,9 @@ void VolumeObserver::watchForHomeTrash()
     // it several folders below any watched one; a user may also remove it. While the list
     // has no home trash, the deepest folder of its path that exists is watched for the next
     // folder of that path, and for nothing else there (other programs write beside it).
+    // The folders are looked at on the work queue: the home may be on a network mount.
     m_homeTrashWatch.reset();
+    const std::uint64_t wait = ++m_homeTrashWaits;
     const fs::path trash = m_platform.trash.homeTrashFolder();
     const bool listed = std::ranges::any_of(
         m_volumes, [&](const Volume& volume) { return volume.trashURL() == trash; });
@@ -237,23 +239,32 @@ void VolumeObserver::watchForHomeTrash()
         m_rebuiltForHomeTrash = false;
         return;
     }
-    fs::path folder = trash;
-    while (folder.has_relative_path() && !fileExists(folder))
-        folder = folder.parent_path();
-    if (folder == trash) {
-        // It came after the scan, when no watch was there to tell: the list has to show it.
-        // Once only, in case it is there but unusable (a link); then wait for a replacement.
-        if (!std::exchange(m_rebuiltForHomeTrash, true)) {
-            updateVolumes();
-            return;
-        }
-        folder = trash.parent_path();
-    }
-    const fs::path next = *std::next(trash.begin(), std::distance(folder.begin(), folder.end()));
     QPointer<VolumeObserver> self(this);
-    m_homeTrashWatch = m_platform.folderWatcher.watchEntry(folder, next.native(), [self] {
-        if (self)
-            self->rebuildForChange();
+    m_platform.workQueue.async([self, wait, trash, &watcher = m_platform.folderWatcher,
+                                &mainQueue = m_platform.mainQueue] {
+        fs::path folder = trash;
+        while (folder.has_relative_path() && !fileExists(folder))
+            folder = folder.parent_path();
+        const bool appeared = folder == trash;
+        if (appeared) // there, but not listed: should it be replaced, that is the change
+            folder = trash.parent_path();
+        const fs::path next =
+            *std::next(trash.begin(), std::distance(folder.begin(), folder.end()));
+        std::shared_ptr<FolderWatch> watch = watcher.watchEntry(folder, next.native(), [self] {
+            if (self)
+                self->rebuildForChange();
+        });
+        mainQueue.post([self, wait, appeared, watch = std::move(watch)] {
+            if (!self || wait != self->m_homeTrashWaits)
+                return;
+            // It came after the scan, when no watch was there to tell: the list has to show
+            // it. Once only, in case it is there but unusable (a link).
+            if (appeared && !std::exchange(self->m_rebuiltForHomeTrash, true)) {
+                self->updateVolumes();
+                return;
+            }
+            self->m_homeTrashWatch = watch;
+        });
     });
 }
 

@@ -151,7 +151,8 @@ private:
     bool m_fdaGranted = false;
     std::vector<std::filesystem::path> m_unmounted;
     std::vector<std::shared_ptr<FolderMonitor>> m_monitorEvents;
-    std::unique_ptr<FolderWatch> m_homeTrashWatch;
+    std::shared_ptr<FolderWatch> m_homeTrashWatch;
+    std::uint64_t m_homeTrashWaits = 0; // the number of the newest wait for the home trash
     bool m_rebuiltForHomeTrash = false; // since the last list that showed the home trash
     // The number of the newest rebuild; its scan reads it to know it has been replaced.
     std::shared_ptr<std::atomic<std::uint64_t>> m_scanGeneration =

@@ -16,8 +16,9 @@ public:
 };
 
 // Reports additions, removals and moves of the entries directly inside a folder (not deeper),
-// on the main thread. A watch never keeps a volume from being unmounted. When the folder
-// itself goes (deleted, moved away, its volume unmounted), that is reported as its last change.
+// on the main thread. Watches may be asked for and dropped on any thread. A watch never keeps a
+// volume from being unmounted. When the folder itself goes (deleted, moved away, its volume
+// unmounted), that is reported as its last change.
 class FolderWatcher
 {
 public:

@@ -12,6 +12,31 @@ using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 using MountRow = std::tuple<std::string, std::string, std::string>;
 
+namespace
+{
+
+// A work queue that runs its tasks when told: what is queued there has not run on the main
+// thread.
+class HeldWorkQueue final : public WorkQueue
+{
+public:
+    void async(Task task) override { m_tasks.push_back(std::move(task)); }
+    std::size_t size() const { return m_tasks.size(); }
+    void runAll()
+    {
+        while (!m_tasks.empty()) {
+            const Task task = std::move(m_tasks.front());
+            m_tasks.erase(m_tasks.begin());
+            task();
+        }
+    }
+
+private:
+    std::vector<Task> m_tasks;
+};
+
+} // namespace
+
 class TestVolumeObserver : public QObject
 {
     Q_OBJECT
@@ -219,6 +244,40 @@ private Q_SLOTS:
                        : 1;
         });
         QCOMPARE(exitCode, 0);
+    }
+
+    // The home may be on a network mount that stops answering: the access check and the
+    // watches are left to the work queue, and the main thread only takes their results.
+    void accessCheckAndWatchesLeaveTheMainThread()
+    {
+        test::ModelHarness model;
+        model.setMounts({{"/", "ext4", "rw"}});
+        model.makeHomeTrash();
+        HeldWorkQueue held;
+        Platform platform = model.platform();
+        Platform offMain{platform.mainQueue,     held,
+                         platform.removalQueue,  platform.trash,
+                         platform.mounts,        platform.mountWatcher,
+                         platform.folderWatcher, platform.defaults,
+                         platform.volumeNames,   platform.home};
+        VolumeObserver observer(offMain);
+        model.scheduler.runPending();
+        QVERIFY(!observer.fdaGranted());
+        QVERIFY(held.size() >= 2); // the access check, then the scan
+
+        held.runAll();
+        model.settle();
+        QVERIFY(observer.fdaGranted());
+        QCOMPARE(observer.volumes().size(), std::size_t(1));
+        QCOMPARE(observer.monitorEvents().size(), std::size_t(1));
+        QVERIFY(!observer.monitorEvents()[0]->isMonitoring()); // its watch is still queued
+        QVERIFY(held.size() >= 1);
+
+        held.runAll();
+        model.scheduler.runPending();
+        QVERIFY(observer.monitorEvents()[0]->isMonitoring());
+        test::writeFile(model.homeTrash() / "new");
+        QVERIFY(QTest::qWaitFor([&] { return model.scheduler.pendingCount() > 0; }, 5000));
     }
 
     void monitorsFollowTheList()

@@ -86,6 +86,7 @@ std::unique_ptr<FolderWatch> InotifyFolderWatcher::add(const std::filesystem::pa
         reportFailure(errno, folder);
         return nullptr;
     }
+    std::lock_guard lock(m_mutex);
     const std::uint64_t id = m_nextListenerId++;
     m_listeners[wd].push_back({id, std::move(onChange), std::move(name)});
     return std::make_unique<Watch>(m_self, wd, id);
@@ -93,6 +94,7 @@ std::unique_ptr<FolderWatch> InotifyFolderWatcher::add(const std::filesystem::pa
 
 void InotifyFolderWatcher::forget(int wd, std::uint64_t listenerId)
 {
+    std::lock_guard lock(m_mutex);
     const auto found = m_listeners.find(wd);
     if (found == m_listeners.end())
         return; // the kernel dropped the watch already (folder deleted, volume unmounted)
@@ -118,6 +120,7 @@ void InotifyFolderWatcher::readEvents()
             offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
             if (event->mask & IN_Q_OVERFLOW) {
                 // The kernel dropped events: any folder may have changed.
+                std::lock_guard lock(m_mutex);
                 for (const auto& watched : m_listeners)
                     changed[watched.first].insert(std::string());
             } else if (event->mask & (IN_IGNORED | IN_MOVE_SELF)) {
@@ -134,28 +137,38 @@ void InotifyFolderWatcher::readEvents()
     }
     // One call per listener for what arrived together. A callback may drop watches, its own
     // included, so each listener is looked up again just before it is called.
+    const auto stillListening = [this](int wd, std::uint64_t id) {
+        std::lock_guard lock(m_mutex);
+        const auto still = m_listeners.find(wd);
+        return still != m_listeners.end() &&
+               std::ranges::find(still->second, id, &Listener::id) != still->second.end();
+    };
     for (const auto& [wd, names] : changed) {
-        const auto found = m_listeners.find(wd);
-        if (found == m_listeners.end())
-            continue;
-        const auto listeners = found->second;
+        std::vector<Listener> listeners;
+        {
+            std::lock_guard lock(m_mutex);
+            const auto found = m_listeners.find(wd);
+            if (found == m_listeners.end())
+                continue;
+            listeners = found->second;
+        }
         for (const Listener& listener : listeners) {
             const bool hears =
                 !listener.name || names.contains(std::string()) || names.contains(*listener.name);
-            const auto still = m_listeners.find(wd);
-            if (hears && still != m_listeners.end() &&
-                std::ranges::find(still->second, listener.id, &Listener::id) != still->second.end())
+            if (hears && stillListening(wd, listener.id))
                 listener.onChange();
         }
     }
     // The kernel has dropped these watches already. It hands out watch numbers cyclically, so a
     // watch a callback above added has a number of its own.
+    std::lock_guard lock(m_mutex);
     for (const int wd : gone)
         m_listeners.erase(wd);
 }
 
 void InotifyFolderWatcher::reportFailure(int error, const std::filesystem::path& folder)
 {
+    std::lock_guard lock(m_mutex);
     // A folder that is gone or unreadable just leaves its watch idle; running out of watches
     // or instances is worth one line, because it silently stops the list from following
     // changes.
