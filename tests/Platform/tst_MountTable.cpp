@@ -2,10 +2,18 @@
 #include "Platform/linux/DiskLabels.h"
 #include "Platform/linux/MountInfoWatcher.h"
 #include "Platform/linux/ProcMountTable.h"
+#include "Platform/linux/UDisksLabels.h"
 #include "PlatformTestSupport.h"
 
+#include <QDBusConnection>
+#include <QEventLoop>
+#include <QProcess>
 #include <QTest>
 #include <QThread>
+#include <csignal>
+#include <latch>
+#include <sys/prctl.h>
+#include <sys/sysmacros.h>
 
 namespace fs = std::filesystem;
 using namespace quillane;
@@ -38,6 +46,21 @@ void row(const char* tag, const QByteArray& text, const QByteArray& expected)
 {
     QTest::newRow(tag) << text << expected;
 }
+
+// A block device object of udisks, with the one property read here.
+class FakeBlock : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.UDisks2.Block")
+    Q_PROPERTY(QString IdLabel READ idLabel)
+
+public:
+    explicit FakeBlock(QString label) : m_label(std::move(label)) {}
+    QString idLabel() const { return m_label; }
+
+private:
+    QString m_label;
+};
 
 } // namespace
 
@@ -347,6 +370,72 @@ private Q_SLOTS:
         const DiskLabels homeLabels(folder, homeTable);
         QVERIFY(homeLabels.holdsHome(point));
         QVERIFY(!homeLabels.holdsHome("/"));
+    }
+
+    // udisks stands in on a bus of our own: it does not run here, and where it runs it knows
+    // labels only through a udev that does not run here either.
+    void udisksLabels_data()
+    {
+        QTest::addColumn<QByteArray>("kernelName");
+        QTest::addColumn<QByteArray>("expected");
+        QTest::newRow("labelled") << QByteArray("sdb1") << QByteArray("Holiday Photos");
+        QTest::newRow("a name udisks escapes")
+            << QByteArray("dm-0") << QByteArray("Encrypted Data");
+        QTest::newRow("no label") << QByteArray("sdc1") << QByteArray("<none>");
+        QTest::newRow("unknown to udisks") << QByteArray("sdz9") << QByteArray("<none>");
+    }
+
+    void udisksLabels()
+    {
+        QFETCH(QByteArray, kernelName);
+        QFETCH(QByteArray, expected);
+        QProcess bus;
+        bus.setChildProcessModifier([] { prctl(PR_SET_PDEATHSIG, SIGTERM); });
+        bus.start(QStringLiteral("dbus-daemon"),
+                  {QStringLiteral("--config-file=" QUILLANE_TEST_BUS_CONFIG),
+                   QStringLiteral("--print-address"), QStringLiteral("--nofork")});
+        QVERIFY2(bus.waitForReadyRead(10000), "dbus-daemon is needed (scripts/setup)");
+        const QString address = QString::fromLatin1(bus.readLine().trimmed());
+
+        // The daemon answers on a thread of its own, since the lookup's call blocks.
+        std::latch ready(1);
+        std::unique_ptr<QThread> udisks(QThread::create([&] {
+            FakeBlock stick(QStringLiteral("Holiday Photos"));
+            FakeBlock mapped(QStringLiteral("Encrypted Data"));
+            FakeBlock bare{QString()};
+            QDBusConnection connection =
+                QDBusConnection::connectToBus(address, QStringLiteral("udisks"));
+            const QString devices = QStringLiteral("/org/freedesktop/UDisks2/block_devices/");
+            connection.registerObject(devices + QStringLiteral("sdb1"), &stick,
+                                      QDBusConnection::ExportAllProperties);
+            connection.registerObject(devices + QStringLiteral("dm_2d0"), &mapped,
+                                      QDBusConnection::ExportAllProperties);
+            connection.registerObject(devices + QStringLiteral("sdc1"), &bare,
+                                      QDBusConnection::ExportAllProperties);
+            connection.registerService(QStringLiteral("org.freedesktop.UDisks2"));
+            ready.count_down();
+            QEventLoop().exec();
+            QDBusConnection::disconnectFromBus(QStringLiteral("udisks"));
+        }));
+        udisks->start();
+        ready.wait();
+        const auto stop = qScopeGuard([&] {
+            udisks->quit();
+            udisks->wait();
+            QDBusConnection::disconnectFromBus(QStringLiteral("client"));
+            bus.terminate();
+            bus.waitForFinished();
+        });
+
+        // sysfs links each device number to the device's folder, named as the kernel names it.
+        QTemporaryDir sys;
+        const fs::path sysBlock = sys.path().toStdString();
+        fs::create_symlink("../devices/virtual/block/" + kernelName.toStdString(),
+                           sysBlock / "8:17");
+        const UDisksLabels labels(QDBusConnection::connectToBus(address, QStringLiteral("client")),
+                                  sysBlock);
+        QCOMPARE(label(labels.label(makedev(8, 17))), expected);
+        QCOMPARE(label(labels.label(makedev(8, 18))), QByteArray("<none>")); // not in sysfs
     }
 
     void sizeName_data()

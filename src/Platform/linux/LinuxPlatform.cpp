@@ -8,6 +8,7 @@
 #include "Platform/QtScheduler.h"
 #include "Platform/UserDefaults.h"
 #include "ProcMountTable.h"
+#include "UDisksLabels.h"
 
 #include <cstdlib>
 #include <pwd.h>
@@ -32,7 +33,11 @@ LinuxPlatform::LinuxPlatform()
       m_mountWatcher(std::make_unique<MountInfoWatcher>(mountinfo, *m_mounts)),
       m_folderWatcher(std::make_unique<InotifyFolderWatcher>()),
       m_defaults(std::make_unique<SettingsUserDefaults>()),
-      m_volumeNames(std::make_unique<DiskLabels>("/dev/disk/by-label", *m_mounts))
+      m_volumeNames(std::make_unique<DiskLabels>(
+          "/dev/disk/by-label", *m_mounts, "/sys/dev/block",
+          [udisks = std::make_shared<UDisksLabels>(QDBusConnection::systemBus())](dev_t device) {
+              return udisks->label(device);
+          }))
 {
 }
 
