@@ -277,6 +277,24 @@ private Q_SLOTS:
         QCOMPARE(rows.join(' '), QByteArray("/mnt/stick"));
     }
 
+    // The root of a machine whose home is elsewhere is listed only when it has a trash of the
+    // user's.
+    void rootIsListedForATrashOfTheUsers()
+    {
+        const auto table =
+            ProcMountTable::parse("28 1 8:1 / / rw shared:1 - ext4 /dev/sda1 rw\n"
+                                  "29 28 8:2 / /home rw shared:2 - ext4 /dev/sda2 rw\n");
+        QByteArrayList listed;
+        for (const bool rootTrash : {false, true}) {
+            QByteArrayList points;
+            for (const MountEntry& entry :
+                 ProcMountTable::userVisible(table, {"/home/me", "me", {}, rootTrash}))
+                points << QByteArray::fromStdString(entry.mountPoint.native());
+            listed << points.join(' ');
+        }
+        QCOMPARE(listed, (QByteArrayList{"/home", "/ /home"}));
+    }
+
     void watcherReportsMountsAndUnmounts_data()
     {
         QTest::addColumn<QByteArray>("point");

@@ -29,7 +29,8 @@ LinuxPlatform::LinuxPlatform()
       m_workQueue(std::make_unique<ThreadWorkQueue>()),
       m_removalQueue(std::make_unique<ThreadWorkQueue>()),
       m_trash(std::make_unique<FreedesktopTrash>(m_home, dataHome(m_home), getuid())),
-      m_mounts(std::make_unique<ProcMountTable>(mountinfo, m_home, "/etc/fstab", userName())),
+      m_mounts(
+          std::make_unique<ProcMountTable>(mountinfo, m_home, "/etc/fstab", userName(), getuid())),
       m_mountWatcher(std::make_unique<MountInfoWatcher>(mountinfo, *m_mounts)),
       m_folderWatcher(std::make_unique<InotifyFolderWatcher>()),
       m_defaults(std::make_unique<SettingsUserDefaults>()),

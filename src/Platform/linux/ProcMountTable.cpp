@@ -1,5 +1,7 @@
 #include "ProcMountTable.h"
 
+#include "Platform/FileSystem.h"
+
 #include <algorithm>
 #include <array>
 #include <fstream>
@@ -160,9 +162,10 @@ bool isInPlaces(const fs::path& mountPoint, const PlacesRule& rule)
 
 } // namespace
 
-ProcMountTable::ProcMountTable(fs::path mountinfo, fs::path home, fs::path fstab, std::string user)
+ProcMountTable::ProcMountTable(fs::path mountinfo, fs::path home, fs::path fstab, std::string user,
+                               std::optional<uid_t> uid)
     : m_mountinfo(std::move(mountinfo)), m_home(std::move(home)), m_fstab(std::move(fstab)),
-      m_user(std::move(user))
+      m_user(std::move(user)), m_uid(uid)
 {
 }
 
@@ -247,6 +250,10 @@ std::vector<MountEntry> ProcMountTable::userVisible(const std::vector<MountEntry
             shown.back().holdsHome = true;
             continue;
         }
+        if (entry.mountPoint == "/" && rule.rootTrash) {
+            shown.push_back(entry);
+            continue;
+        }
         const auto marked = mark(entry.mountPoint);
         const bool inPlaces =
             isInPlaces(entry.mountPoint, rule) && !isSystemFilesystemType(entry.fsType);
@@ -284,6 +291,11 @@ std::optional<std::vector<MountEntry>> ProcMountTable::mounts() const
     std::ostringstream text;
     text << file.rdbuf();
     PlacesRule rule{m_home, m_user, {}};
+    if (m_uid) {
+        // The root is a local disk: looking at it cannot hang.
+        const std::string uid = std::to_string(*m_uid);
+        rule.rootTrash = fileExists(fs::path("/.Trash") / uid) || fileExists("/.Trash-" + uid);
+    }
     if (!m_fstab.empty()) {
         std::ifstream fstab(m_fstab, std::ios::binary);
         std::ostringstream fstabText;

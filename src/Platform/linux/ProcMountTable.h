@@ -3,6 +3,7 @@
 #include "Platform/MountTable.h"
 
 #include <string_view>
+#include <sys/types.h>
 
 namespace quillane
 {
@@ -12,6 +13,7 @@ struct PlacesRule {
     std::filesystem::path home; // the user's home folder
     std::string user;           // the login name, for /run/media/<user>
     std::string fstab;          // the text of /etc/fstab, for its x-gvfs-show and x-gvfs-hide
+    bool rootTrash = false;     // the root filesystem has a trash of the user's
 };
 
 // The mount table of /proc/self/mountinfo, less what a desktop file manager leaves out of its
@@ -20,7 +22,8 @@ struct PlacesRule {
 //   SMB, FUSE); it is marked holdsHome;
 // - below /media, /run/media/<user>, /mnt or the home folder, and not of a pseudo filesystem
 //   type (proc, tmpfs, overlay, squashfs, the desktop's own gvfs mount, ...);
-// - marked x-gvfs-show in fstab.
+// - marked x-gvfs-show in fstab;
+// - the root filesystem, when it has a trash of the user's (/.Trash/<uid> or /.Trash-<uid>).
 // fstab's x-gvfs-hide hides any but the home's mount. Everything else (the root filesystem
 // unless it holds home, /var, /srv, /opt, /boot/efi, /.snapshots, subvolumes and datasets the
 // system mounts, /run/user/<uid>/gvfs) is left out.
@@ -32,9 +35,11 @@ struct PlacesRule {
 class ProcMountTable final : public MountTable
 {
 public:
-    // fstab may be empty: then no mount is shown or hidden by it.
+    // fstab may be empty: then no mount is shown or hidden by it. Without a uid, the root's
+    // trash folders are not looked for.
     ProcMountTable(std::filesystem::path mountinfo, std::filesystem::path home,
-                   std::filesystem::path fstab = {}, std::string user = {});
+                   std::filesystem::path fstab = {}, std::string user = {},
+                   std::optional<uid_t> uid = std::nullopt);
 
     std::optional<std::vector<MountEntry>> mounts() const override;
 
@@ -55,6 +60,7 @@ private:
     std::filesystem::path m_home;
     std::filesystem::path m_fstab;
     std::string m_user;
+    std::optional<uid_t> m_uid;
 };
 
 } // namespace quillane
