@@ -3,7 +3,6 @@
 #include "Platform/FileSystem.h"
 
 #include <algorithm>
-#include <array>
 #include <fstream>
 #include <sstream>
 
