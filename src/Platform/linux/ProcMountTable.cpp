@@ -133,7 +133,7 @@ std::vector<std::pair<fs::path, bool>> fstabMarks(std::string_view fstab)
         const auto stop = end == std::string_view::npos ? fstab.size() : end;
         const auto fields = splitFields(fstab.substr(start, stop - start));
         start = stop + 1;
-        // spec mount-point type options [dump [pass]]
+        // source mount-point type options [dump [pass]]
         if (fields.size() < 4 || fields[0].starts_with('#'))
             continue;
         fs::path point = decodeOctalEscapes(fields[1]);
