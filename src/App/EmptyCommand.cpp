@@ -121,7 +121,6 @@ QString helperProblem()
 
 int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
 {
-    Console::toStandardError();
     LinuxPlatform linux;
     const Platform platform = linux.platform();
     TerminalAlerts alerts;

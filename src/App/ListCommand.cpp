@@ -1,7 +1,6 @@
 #include "ListCommand.h"
 
 #include "Model/VolumeObserver.h"
-#include "Platform/Console.h"
 #include "Platform/linux/LinuxPlatform.h"
 #include "Shell/Display.h"
 
@@ -105,8 +104,6 @@ void whenFirstListed(VolumeObserver& observer, std::function<void()> ready)
 
 int runListCommand(bool json)
 {
-    // Diagnostics go to standard error, so that what is printed here stays machine-readable.
-    Console::toStandardError();
     LinuxPlatform linux;
     const Platform platform = linux.platform();
     VolumeObserver observer(platform);

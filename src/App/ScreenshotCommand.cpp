@@ -47,7 +47,7 @@ struct StagedLocation {
 };
 
 const std::vector<StagedLocation> threeLocations = {
-    {"Computer", 24, 180'000}, {"Backup Disk", 312, 2'400'000}, {"USB Stick", 3, 12'000}};
+    {"Home", 24, 180'000}, {"Backup Disk", 312, 2'400'000}, {"16 GB Volume", 3, 12'000}};
 
 std::vector<StagedLocation> twelveLocations()
 {
@@ -58,18 +58,22 @@ std::vector<StagedLocation> twelveLocations()
     return locations;
 }
 
-// Each staged location is a folder with its own trash, standing for a mounted volume; the
-// first one stands for the computer's own disk and holds the home folder.
+// Each staged location is a folder with its own trash, standing for a volume mounted under
+// /media; the first one stands for the computer's own disk and holds the home folder.
 class StagedTrash final : public TrashLocator
 {
 public:
-    explicit StagedTrash(fs::path homeTrash) : m_homeTrash(std::move(homeTrash)) {}
+    StagedTrash(fs::path homeTrash, fs::path volumes)
+        : m_homeTrash(std::move(homeTrash)), m_volumes(std::move(volumes))
+    {
+    }
 
     Result<fs::path> trashFolder(const fs::path& location) const override
     {
         if (location == "/")
             return Result<fs::path>::success(m_homeTrash);
-        const fs::path trash = location / (".Trash-" + std::to_string(getuid())) / "files";
+        const fs::path trash =
+            m_volumes / location.filename() / (".Trash-" + std::to_string(getuid())) / "files";
         if (fs::is_directory(trash))
             return Result<fs::path>::success(trash);
         return Result<fs::path>::failure("no trash at " + location.native());
@@ -78,6 +82,7 @@ public:
 
 private:
     fs::path m_homeTrash;
+    fs::path m_volumes; // the folders standing for the volumes, by name
 };
 
 class StagedNames final : public VolumeNames
@@ -88,6 +93,7 @@ public:
         const auto found = names.find(path);
         return found == names.end() ? std::nullopt : std::optional(found->second);
     }
+    bool holdsHome(const fs::path& path) const override { return path == "/"; }
 
     std::map<fs::path, std::string> names;
 };
@@ -110,7 +116,7 @@ public:
     Scene(const QString& folder, const std::vector<StagedLocation>& locations)
         : m_root(folder + QStringLiteral("/quillane-scene-XXXXXX")),
           m_home(m_root.path().toStdString() + "/home"),
-          m_trash(m_home / ".local/share/Trash/files"),
+          m_trash(m_home / ".local/share/Trash/files", m_root.path().toStdString() + "/volumes"),
           m_mounts(m_root.path().toStdString() + "/mountinfo", m_home),
           m_defaults(m_root.filePath(QStringLiteral("settings.ini"))), m_alerts(), m_workspace()
     {
@@ -125,9 +131,10 @@ public:
             if (id == 20) {
                 fillTrash(m_trash.homeTrashFolder(), location.items, location.bytesPerItem);
             } else {
-                point = fs::path(m_root.path().toStdString()) / "volumes" / location.name;
-                fillTrash(point / (".Trash-" + std::to_string(getuid())) / "files", location.items,
-                          location.bytesPerItem);
+                point = fs::path("/media") / location.name;
+                fillTrash(fs::path(m_root.path().toStdString()) / "volumes" / location.name /
+                              (".Trash-" + std::to_string(getuid())) / "files",
+                          location.items, location.bytesPerItem);
             }
             m_names.names[point] = location.name;
             std::string escaped;
@@ -240,8 +247,7 @@ int runScreenshotCommand(const QString& view, const QString& file)
                      qPrintable(screenshotViews().join(QStringLiteral(", "))));
         return 2;
     }
-    // The scene lives in the user's cache folder: mount points below /tmp are left out of the
-    // list, as scratch space.
+    // The scene lives in the user's cache folder.
     const QString cache = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);
     if (cache.isEmpty() || !QDir().mkpath(cache)) {
         std::fprintf(stderr, "quillane: no cache folder to stage the screenshot in\n");

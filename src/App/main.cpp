@@ -141,6 +141,11 @@ int runCommandLine(int argc, char* argv[])
     const QCommandLineOption yesOption(QStringLiteral("yes"),
                                        QStringLiteral("With empty: do not ask first."));
     parser.addOption(yesOption);
+    const QCommandLineOption verboseOption(
+        QStringLiteral("verbose"),
+        QStringLiteral("Also print the diagnostic lines of the tray application, on standard "
+                       "error."));
+    parser.addOption(verboseOption);
     // For the benchmarks: with empty, the longest main-thread stall on standard error at the end.
     QCommandLineOption stallsOption(QStringLiteral("report-stalls"),
                                     QStringLiteral("With empty: report the longest stall."));
@@ -149,6 +154,13 @@ int runCommandLine(int argc, char* argv[])
     parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list or empty"),
                                  QStringLiteral("[command]"));
     parser.process(app);
+
+    // The command line prints its output and real errors; the diagnostic lines the tray
+    // application writes only when asked for, on standard error so that --json stays clean.
+    if (parser.isSet(verboseOption))
+        quillane::Console::toStandardError();
+    else
+        quillane::Console::discard();
 
     const QStringList arguments = parser.positionalArguments();
     if (arguments.size() == 1 && arguments.first() == QStringLiteral("list"))

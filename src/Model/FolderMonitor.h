@@ -13,9 +13,9 @@ namespace quillane
 class FolderWatch;
 
 // Watches one folder for entries added, removed or moved directly inside it, and calls
-// folderDidChange on the main thread. Only trash folders, mounted volumes' top folders and
-// the iCloud Drive folder are watched; a monitor for anything else stays idle, and so does
-// one whose folder cannot be watched.
+// folderDidChange on the main thread. Only trash folders and mounted volumes' top folders are
+// watched; a monitor for anything else stays idle, and so does one whose folder cannot be
+// watched.
 class FolderMonitor
 {
 public:
@@ -26,6 +26,7 @@ public:
 
     void startMonitoring();
     void stopMonitoring();
+    // Once its watch has been added, which happens off the main thread.
     bool isMonitoring() const { return m_watch != nullptr; }
 
     const std::optional<std::filesystem::path>& url() const { return m_url; }
@@ -42,7 +43,10 @@ private:
 
     std::optional<std::filesystem::path> m_url;
     Platform m_platform;
-    std::unique_ptr<FolderWatch> m_watch;
+    std::shared_ptr<FolderWatch> m_watch;
+    bool m_starting = false; // its watch is being added on the work queue
+    // Tells the work queue and the watch whether the monitor still exists.
+    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
 };
 
 } // namespace quillane

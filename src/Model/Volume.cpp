@@ -13,9 +13,10 @@ namespace quillane
 {
 
 Volume::Volume(std::optional<std::filesystem::path> volPath,
-               std::optional<std::filesystem::path> trashURL, double progress)
+               std::optional<std::filesystem::path> trashURL, double progress,
+               std::string cloudProvider)
     : m_id(QUuid::createUuid()), m_volPath(std::move(volPath)), m_trashURL(std::move(trashURL)),
-      m_progress(progress)
+      m_progress(progress), m_cloudProvider(std::move(cloudProvider))
 {
 }
 
@@ -23,6 +24,8 @@ Volume::Kind Volume::kind() const
 {
     if (!m_volPath)
         return Kind::None;
+    if (!m_cloudProvider.empty())
+        return Kind::CloudStorage;
     if (pathContains(*m_volPath, "Mobile Documents"))
         return Kind::ICloud;
     if (pathContains(*m_volPath, "CloudStorage"))
@@ -50,16 +53,19 @@ std::string Volume::name(const VolumeNames& volumeNames) const
     case Kind::ICloud:
         return "iCloud Drive";
     case Kind::CloudStorage:
-        return providerName(*m_volPath);
+        // A cloud client's mount is named by its folder, as the file manager shows it.
+        return m_cloudProvider.empty() ? providerName(*m_volPath) : lastPathComponent(*m_volPath);
     case Kind::Volume:
         break;
     }
+    if (volumeNames.holdsHome(*m_volPath))
+        return "Home";
     if (auto label = volumeNames.volumeName(*m_volPath); label && !label->empty())
         return *label;
     return lastPathComponent(*m_volPath);
 }
 
-Picture Volume::image() const
+Picture Volume::image(const VolumeNames& volumeNames) const
 {
     switch (kind()) {
     case Kind::None:
@@ -67,10 +73,14 @@ Picture Volume::image() const
     case Kind::ICloud:
         return Picture::asset("iCloud");
     case Kind::CloudStorage:
-        if (const std::string provider = providerName(*m_volPath); hasProviderAsset(provider))
+        if (const std::string provider =
+                m_cloudProvider.empty() ? providerName(*m_volPath) : m_cloudProvider;
+            hasProviderAsset(provider))
             return Picture::asset(provider);
         break;
     case Kind::Volume:
+        if (volumeNames.holdsHome(*m_volPath))
+            return Picture::symbol("user-home");
         break;
     }
     return Picture::fileIcon(*m_volPath);

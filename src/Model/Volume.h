@@ -23,19 +23,23 @@ class Volume
 public:
     enum class Kind { None, Volume, ICloud, CloudStorage };
 
+    // cloudProvider names the cloud client behind a mounted cloud folder (its provider, such
+    // as "GoogleDrive", where the mount tells it); such a volume is of kind CloudStorage.
     explicit Volume(std::optional<std::filesystem::path> volPath = std::nullopt,
                     std::optional<std::filesystem::path> trashURL = std::nullopt,
-                    double progress = 0);
+                    double progress = 0, std::string cloudProvider = {});
 
     const QUuid& id() const { return m_id; }
     const std::optional<std::filesystem::path>& volPath() const { return m_volPath; }
     const std::optional<std::filesystem::path>& trashURL() const { return m_trashURL; }
     double progress() const { return m_progress; }
+    const std::string& cloudProvider() const { return m_cloudProvider; }
 
     Kind kind() const;
     bool isiCloud() const { return kind() == Kind::ICloud; }
     std::string name(const VolumeNames& volumeNames) const;
-    Picture image() const;
+    // The volume that holds the home folder is "Home", with the desktop's home-folder picture.
+    Picture image(const VolumeNames& volumeNames) const;
 
     // Both read the file system and may take long on a large trash: call them off the main
     // thread. The size is 0 when the trash cannot be walked, with one "Size Error: " line.
@@ -52,6 +56,7 @@ private:
     std::optional<std::filesystem::path> m_volPath;
     std::optional<std::filesystem::path> m_trashURL;
     double m_progress;
+    std::string m_cloudProvider;
 };
 
 // The pictures our resources hold for cloud-storage providers, by provider name.

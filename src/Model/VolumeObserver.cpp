@@ -38,40 +38,53 @@ constexpr std::string_view systemVolumeNames[] = {"VM",         "Preboot",  "Upd
 
 bool isDropped(const MountEntry& mount)
 {
+    // The home's filesystem holds the home trash wherever it comes from, and a cloud client's
+    // mount is a place of the user's although its files live elsewhere.
+    if (mount.holdsHome)
+        return false;
     const fs::path& path = mount.mountPoint;
     return std::ranges::find(systemVolumeNames, lastPathComponent(path)) !=
                std::end(systemVolumeNames) ||
            pathContains(path, "CoreSimulator") || pathContains(path, "/tmp") ||
-           path.native().ends_with("Data/home") || mount.readOnly || !mount.local ||
-           pathContains(path, "/.timemachine");
+           path.native().ends_with("Data/home") || mount.readOnly ||
+           (!mount.local && mount.cloudProvider.empty()) || pathContains(path, "/.timemachine");
 }
 
-// The part of a rebuild that reads the file system; runs on the work queue.
-std::vector<Volume> scanVolumes(const Platform& platform, const std::vector<fs::path>& unmounted,
-                                bool showDropbox)
+// The mount table less what never holds a user's trash, in mount order.
+std::vector<MountEntry> keptMounts(const MountTable& mounts)
+{
+    std::vector<MountEntry> kept;
+    for (MountEntry& mount : mounts.mounts().value_or(std::vector<MountEntry>{})) {
+        if (!isDropped(mount))
+            kept.push_back(std::move(mount));
+    }
+    return kept;
+}
+
+// The part of a rebuild that reads the file system; runs on the work queue. Linux has no
+// iCloud Drive folder and no CloudStorage folder: cloud clients either keep their folders in
+// the home folder, which shares the home trash, or mount them, which makes them rows here.
+// A scan that a newer rebuild replaced stops at the next location and gives nothing.
+std::optional<std::vector<Volume>> scanVolumes(const Platform& platform,
+                                               const std::vector<fs::path>& unmounted,
+                                               bool showDropbox,
+                                               const std::function<bool()>& replaced)
 {
     std::vector<Volume> volumes;
-    for (const fs::path& mountPoint : VolumeObserver::mountedVolumes(platform.mounts)) {
-        if (std::ranges::find(unmounted, mountPoint) != unmounted.end())
+    for (const MountEntry& mount : keptMounts(platform.mounts)) {
+        if (replaced())
+            return std::nullopt;
+        if (std::ranges::find(unmounted, mount.mountPoint) != unmounted.end())
+            continue;
+        if (mount.cloudProvider == "Dropbox" && !showDropbox)
             continue;
         std::optional<fs::path> trashURL;
-        if (auto found = platform.trash.trashFolder(mountPoint))
+        if (auto found = platform.trash.trashFolder(mount.mountPoint))
             trashURL = *found;
         else
             Console::writeLine("Error Getting Trash URL: ", found.error());
-        volumes.emplace_back(mountPoint, trashURL);
+        volumes.emplace_back(mount.mountPoint, trashURL, 0, mount.cloudProvider);
     }
-
-    const fs::path iCloud = VolumeObserver::iCloudDriveFolder(platform.home);
-    if (auto found = platform.trash.trashFolder(iCloud))
-        volumes.emplace_back(iCloud, *found);
-    else
-        Console::writeLine("iCloud Drive trash not found: ", found.error());
-
-    auto providers =
-        VolumeObserver::gatherCloudTrash(volumes, showDropbox, platform.home, platform.trash);
-    volumes.insert(volumes.end(), std::make_move_iterator(providers.begin()),
-                   std::make_move_iterator(providers.end()));
     return volumes;
 }
 
@@ -107,27 +120,28 @@ VolumeObserver::~VolumeObserver()
         monitor->stopMonitoring();
 }
 
-fs::path VolumeObserver::iCloudDriveFolder(const fs::path& home)
-{
-    return withoutTrailingSlash(home.native() + "/Library/Mobile Documents/com~apple~CloudDocs/");
-}
-
-fs::path VolumeObserver::cloudStorageFolder(const fs::path& home)
-{
-    return withoutTrailingSlash(home.native() + "/Library/CloudStorage/");
-}
-
 void VolumeObserver::checkFDA()
 {
-    // Listing the user's own trash is the probe. A trash that does not exist yet belongs to a
-    // user who never trashed anything; only a refusal means we may not read it.
-    const auto listing = listDirectory(m_platform.trash.homeTrashFolder());
-    if (!listing && (listing.errorCode() == EACCES || listing.errorCode() == EPERM)) {
-        Console::writeLine("fdaGranted Error:", listing.error());
-        return;
-    }
-    m_fdaGranted = true;
-    Q_EMIT fdaGrantedChanged();
+    // Opening the user's own trash and reading one entry is the probe, on the work queue, as
+    // the home may be on a network that does not answer. A trash that does not exist yet
+    // belongs to a user who never trashed anything; only a refusal means we may not read it.
+    // The scans come after it on the same queue, so the first list is published after it.
+    QPointer<VolumeObserver> self(this);
+    m_platform.workQueue.async(
+        [self, trash = m_platform.trash.homeTrashFolder(), &mainQueue = m_platform.mainQueue] {
+            const auto read = readFirstEntry(trash);
+            const bool refused = !read && (read.errorCode() == EACCES || read.errorCode() == EPERM);
+            mainQueue.post([self, refused, error = read.error()] {
+                if (!self)
+                    return;
+                if (refused) {
+                    Console::writeLine("fdaGranted Error:", error);
+                    return;
+                }
+                self->m_fdaGranted = true;
+                Q_EMIT self->fdaGrantedChanged();
+            });
+        });
 }
 
 void VolumeObserver::setVolumes(std::vector<Volume> volumes)
@@ -147,69 +161,33 @@ void VolumeObserver::updateVolumes()
     // What the scan needs from the main thread is read here and handed over as copies.
     m_platform.defaults.synchronize();
     const bool showDropbox = m_platform.defaults.boolValue(Constant::showDropboxKey);
-    m_platform.workQueue.async([self, platform = m_platform, unmounted = m_unmounted, showDropbox] {
-        auto volumes = scanVolumes(platform, unmounted, showDropbox);
-        platform.mainQueue.postAfter(publicationDelay,
-                                     [self, volumes = std::move(volumes)]() mutable {
-                                         if (!self)
-                                             return;
-                                         self->setVolumes(std::move(volumes));
-                                         self->updateMonitors();
-                                         Q_EMIT self->listPublished();
-                                     });
-    });
+    // Only the newest rebuild's scan runs to its end and publishes.
+    const std::uint64_t generation = ++*m_scanGeneration;
+    const auto replaced = [latest = m_scanGeneration, generation] {
+        return latest->load() != generation;
+    };
+    m_platform.workQueue.async(
+        [self, platform = m_platform, unmounted = m_unmounted, showDropbox, replaced] {
+            auto volumes = scanVolumes(platform, unmounted, showDropbox, replaced);
+            if (!volumes)
+                return;
+            platform.mainQueue.postAfter(publicationDelay,
+                                         [self, replaced, volumes = std::move(*volumes)]() mutable {
+                                             if (!self || replaced())
+                                                 return;
+                                             self->setVolumes(std::move(volumes));
+                                             self->updateMonitors();
+                                             Q_EMIT self->listPublished();
+                                         });
+        });
 }
 
 std::vector<fs::path> VolumeObserver::mountedVolumes(const MountTable& mounts)
 {
     std::vector<fs::path> kept;
-    for (const MountEntry& mount : mounts.mounts().value_or(std::vector<MountEntry>{})) {
-        if (!isDropped(mount))
-            kept.push_back(mount.mountPoint);
-    }
+    for (const MountEntry& mount : keptMounts(mounts))
+        kept.push_back(mount.mountPoint);
     return kept;
-}
-
-std::vector<Volume> VolumeObserver::gatherCloudTrash(std::vector<Volume> known, bool showDropbox,
-                                                     const fs::path& home,
-                                                     const TrashLocator& trash)
-{
-    std::vector<Volume> found;
-    const fs::path storage = cloudStorageFolder(home);
-    const auto providers = listDirectory(storage);
-    if (!providers)
-        return found;
-
-    for (const std::string& provider : *providers) {
-        if (provider.find(".DS_Store") != std::string::npos)
-            continue;
-        const fs::path providerFolder = storage / provider;
-        const auto entries = listDirectory(providerFolder);
-        if (!entries)
-            continue;
-        for (const std::string& entry : *entries) {
-            if (entry.starts_with('.'))
-                continue;
-            const auto trashFolder = trash.trashFolder(providerFolder / entry);
-            if (!trashFolder) {
-                Console::writeLine("Cloud Storage trash not found: ", trashFolder.error());
-                continue;
-            }
-            if (pathContains(*trashFolder, "/Dropbox") && !showDropbox)
-                break;
-            const bool alreadyKnown = std::ranges::any_of(
-                known, [&](const Volume& volume) { return volume.trashURL() == *trashFolder; });
-            if (alreadyKnown)
-                continue;
-            Volume record(providerFolder, fileExists(*trashFolder)
-                                              ? std::optional<fs::path>(*trashFolder)
-                                              : std::nullopt);
-            known.push_back(record);
-            found.push_back(std::move(record));
-            break;
-        }
-    }
-    return found;
 }
 
 void VolumeObserver::updateMonitors()
@@ -248,18 +226,45 @@ void VolumeObserver::updateMonitors()
 void VolumeObserver::watchForHomeTrash()
 {
     // A user who never trashed anything has no home trash yet, and the first trashing makes
-    // it several folders below any watched one. Until it exists, the deepest folder of its
-    // path that does exist is watched, one level at a time.
+    // it several folders below any watched one; a user may also remove it. While the list
+    // has no home trash, the deepest folder of its path that exists is watched for the next
+    // folder of that path, and for nothing else there (other programs write beside it).
+    // The folders are looked at on the work queue: the home may be on a network mount.
     m_homeTrashWatch.reset();
-    fs::path folder = m_platform.trash.homeTrashFolder();
-    if (fileExists(folder))
+    const std::uint64_t wait = ++m_homeTrashWaits;
+    const fs::path trash = m_platform.trash.homeTrashFolder();
+    const bool listed = std::ranges::any_of(
+        m_volumes, [&](const Volume& volume) { return volume.trashURL() == trash; });
+    if (listed) {
+        m_rebuiltForHomeTrash = false;
         return;
-    while (folder.has_relative_path() && !fileExists(folder))
-        folder = folder.parent_path();
+    }
     QPointer<VolumeObserver> self(this);
-    m_homeTrashWatch = m_platform.folderWatcher.watch(folder, [self] {
-        if (self)
-            self->updateVolumes();
+    m_platform.workQueue.async([self, wait, trash, &watcher = m_platform.folderWatcher,
+                                &mainQueue = m_platform.mainQueue] {
+        fs::path folder = trash;
+        while (folder.has_relative_path() && !fileExists(folder))
+            folder = folder.parent_path();
+        const bool appeared = folder == trash;
+        if (appeared) // there, but not listed: should it be replaced, that is the change
+            folder = trash.parent_path();
+        const fs::path next =
+            *std::next(trash.begin(), std::distance(folder.begin(), folder.end()));
+        std::shared_ptr<FolderWatch> watch = watcher.watchEntry(folder, next.native(), [self] {
+            if (self)
+                self->rebuildForChange();
+        });
+        mainQueue.post([self, wait, appeared, watch = std::move(watch)] {
+            if (!self || wait != self->m_homeTrashWaits)
+                return;
+            // It came after the scan, when no watch was there to tell: the list has to show
+            // it. Once only, in case it is there but unusable (a link).
+            if (appeared && !std::exchange(self->m_rebuiltForHomeTrash, true)) {
+                self->updateVolumes();
+                return;
+            }
+            self->m_homeTrashWatch = watch;
+        });
     });
 }
 

@@ -5,10 +5,11 @@
 #include "Volume.h"
 
 #include <QObject>
+#include <atomic>
 #include <chrono>
-#include <map>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -53,12 +54,13 @@ struct EmptyingResult {
     QStringList problems;
 };
 
-// The model of the panel: every trash location in display order (mounted volumes in mount
-// order, then iCloud Drive, then cloud-storage providers), rebuilt at start-up, on every mount
+// The model of the panel: every trash location in display order (mounted volumes, cloud
+// folders among them, in mount order), rebuilt at start-up, on every mount
 // and unmount, on every change of a watched folder and after an emptying.
 //
 // A rebuild clears the published list at once, scans on the work queue, and publishes the new
-// list 0.5 s after the scan, on the main thread; then it rebuilds the folder monitors. Every
+// list 0.5 s after the scan, on the main thread; then it rebuilds the folder monitors. A newer
+// rebuild replaces an older one: the older scan stops, and its list is not published. Every
 // published field is assigned on the main thread only.
 class VolumeObserver : public QObject
 {
@@ -111,15 +113,8 @@ public:
     void didUnmount(const std::filesystem::path& path);
 
     // The mount table less what never holds a user's trash (system parts, read-only and
-    // network volumes, scratch space), in mount order.
+    // network volumes other than the home's and cloud folders, scratch space), in mount order.
     static std::vector<std::filesystem::path> mountedVolumes(const MountTable& mounts);
-    // The records of the cloud-storage providers below home/Library/CloudStorage, each
-    // with a trash folder none of the known records has. Runs on any thread.
-    static std::vector<Volume> gatherCloudTrash(std::vector<Volume> known, bool showDropbox,
-                                                const std::filesystem::path& home,
-                                                const TrashLocator& trash);
-    static std::filesystem::path iCloudDriveFolder(const std::filesystem::path& home);
-    static std::filesystem::path cloudStorageFolder(const std::filesystem::path& home);
 
 Q_SIGNALS:
     void volumesChanged();
@@ -156,7 +151,12 @@ private:
     bool m_fdaGranted = false;
     std::vector<std::filesystem::path> m_unmounted;
     std::vector<std::shared_ptr<FolderMonitor>> m_monitorEvents;
-    std::unique_ptr<FolderWatch> m_homeTrashWatch;
+    std::shared_ptr<FolderWatch> m_homeTrashWatch;
+    std::uint64_t m_homeTrashWaits = 0; // the number of the newest wait for the home trash
+    bool m_rebuiltForHomeTrash = false; // since the last list that showed the home trash
+    // The number of the newest rebuild; its scan reads it to know it has been replaced.
+    std::shared_ptr<std::atomic<std::uint64_t>> m_scanGeneration =
+        std::make_shared<std::atomic<std::uint64_t>>(0);
     EmptyingServices m_emptying;
     // The emptying under way, the context of all its queued steps; null when none is.
     TrashEmptier* m_emptier = nullptr;

@@ -59,6 +59,11 @@ void Console::toStandardError()
     replaceSink([](std::string_view line) { writeTo(stderr, line); });
 }
 
+void Console::discard()
+{
+    replaceSink([](std::string_view) {});
+}
+
 Console::Sink Console::replaceSink(Sink sink)
 {
     std::lock_guard lock(sinkMutex());

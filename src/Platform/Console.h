@@ -22,10 +22,11 @@ public:
     static void writeLine(std::string_view line);
     static void writeLine(std::string_view text, std::string_view detail);
 
-    // Where lines go: standard output by default. The command line sends them to standard
-    // error, so that what it prints for scripts stays clean.
+    // Where lines go: standard output by default. The command line drops them, or with
+    // --verbose sends them to standard error, so that what it prints for scripts stays clean.
     static void toStandardOutput();
     static void toStandardError();
+    static void discard();
     static Sink replaceSink(Sink sink);
 };
 

@@ -17,6 +17,10 @@ namespace quillane
 // left out), in the order the file system gives them.
 Result<std::vector<std::string>> listDirectory(const std::filesystem::path& folder);
 
+// Opens a folder and reads its first entry: whether it may be read, without listing it all.
+// Fails with the errno of the open or the read.
+Result<bool> readFirstEntry(const std::filesystem::path& folder);
+
 // Whether anything (a link included, dangling or not) exists at the path.
 bool fileExists(const std::filesystem::path& path);
 

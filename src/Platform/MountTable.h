@@ -13,8 +13,12 @@ struct MountEntry {
     std::filesystem::path mountPoint; // no trailing slash, "/" for the root
     std::string fsType;
     std::string source;
+    std::string device;         // the filesystem's "major:minor", the same for all its mounts
+    std::filesystem::path root; // the folder of that filesystem mounted here, "/" for all of it
     bool readOnly = false;
     bool local = true;
+    bool holdsHome = false;    // the filesystem of the user's home folder, mounted there
+    std::string cloudProvider; // the cloud client behind a FUSE mount, empty for other mounts
 
     friend bool operator==(const MountEntry&, const MountEntry&) = default;
 };

@@ -61,7 +61,9 @@ ListItem::ListItem(const Volume& item, const ViewServices& services, QWidget* pa
     m_iconLabel = new QLabel(this);
     m_iconLabel->setObjectName(QStringLiteral("icon"));
     m_iconLabel->setFixedSize(iconSide, iconSide);
-    m_iconLabel->setPixmap(iconFor(m_item.image(), services.bundle).pixmap(iconSide, iconSide));
+    m_iconLabel->setPixmap(
+        iconFor(m_item.image(services.observer.platform().volumeNames), services.bundle)
+            .pixmap(iconSide, iconSide));
 
     m_nameLabel = new QLabel(m_name, this);
     m_nameLabel->setObjectName(QStringLiteral("name"));

@@ -17,8 +17,9 @@ namespace
 {
 
 // The symbols the views draw, by the names the model and the views use for them.
-constexpr std::array<std::pair<std::string_view, const char*>, 4> symbolNames = {{
+constexpr std::array<std::pair<std::string_view, const char*>, 5> symbolNames = {{
     {"externaldrive", "drive-harddisk"},
+    {"user-home", "user-home"},
     {"ellipsis.circle", "view-more-symbolic"},
     {"trash", "user-trash-symbolic"},
     {"rectangle.portrait.and.arrow.right", "folder-open-symbolic"},

@@ -31,33 +31,38 @@ private Q_SLOTS:
         QTest::addColumn<QString>("name");
         QTest::addColumn<Picture>("image");
         QTest::addColumn<bool>("isiCloud");
+        QTest::addColumn<QString>("cloudProvider"); // of a mounted cloud folder
 
         const fs::path cloud = "/home/me/Library/CloudStorage";
-        QTest::newRow("no location")
-            << std::optional<fs::path>() << QString() << Picture::symbol("externaldrive") << false;
+        QTest::newRow("no location") << std::optional<fs::path>() << QString()
+                                     << Picture::symbol("externaldrive") << false << QString();
         QTest::newRow("iCloud Drive")
             << std::optional<fs::path>("/home/me/Library/Mobile Documents/com~apple~CloudDocs")
-            << QStringLiteral("iCloud Drive") << Picture::asset("iCloud") << true;
+            << QStringLiteral("iCloud Drive") << Picture::asset("iCloud") << true << QString();
         QTest::newRow("iCloud wins over cloud storage")
             << std::optional<fs::path>("/x/CloudStorage/Mobile Documents/y")
-            << QStringLiteral("iCloud Drive") << Picture::asset("iCloud") << true;
+            << QStringLiteral("iCloud Drive") << Picture::asset("iCloud") << true << QString();
         QTest::newRow("provider with an account")
             << std::optional<fs::path>(cloud / "GoogleDrive-someone")
-            << QStringLiteral("GoogleDrive") << Picture::asset("GoogleDrive") << false;
+            << QStringLiteral("GoogleDrive") << Picture::asset("GoogleDrive") << false << QString();
         QTest::newRow("provider with a plan")
             << std::optional<fs::path>(cloud / "OneDrive-Personal") << QStringLiteral("OneDrive")
-            << Picture::asset("OneDrive") << false;
+            << Picture::asset("OneDrive") << false << QString();
         QTest::newRow("provider without a dash")
             << std::optional<fs::path>(cloud / "Dropbox") << QStringLiteral("Dropbox")
-            << Picture::asset("Dropbox") << false;
+            << Picture::asset("Dropbox") << false << QString();
         QTest::newRow("provider without a picture of ours")
             << std::optional<fs::path>(cloud / "Box-Box") << QStringLiteral("Box")
-            << Picture::fileIcon(cloud / "Box-Box") << false;
+            << Picture::fileIcon(cloud / "Box-Box") << false << QString();
         QTest::newRow("unlabelled volume")
             << std::optional<fs::path>("/media/usb") << QStringLiteral("usb")
-            << Picture::fileIcon("/media/usb") << false;
-        QTest::newRow("unlabelled root") << std::optional<fs::path>("/") << QStringLiteral("/")
-                                         << Picture::fileIcon("/") << false;
+            << Picture::fileIcon("/media/usb") << false << QString();
+        QTest::newRow("mounted cloud folder")
+            << std::optional<fs::path>("/home/me/GoogleDrive") << QStringLiteral("GoogleDrive")
+            << Picture::asset("GoogleDrive") << false << QStringLiteral("GoogleDrive");
+        QTest::newRow("mounted cloud folder of a client for many providers")
+            << std::optional<fs::path>("/mnt/my-drive") << QStringLiteral("my-drive")
+            << Picture::fileIcon("/mnt/my-drive") << false << QStringLiteral("rclone");
     }
 
     void derivedReads()
@@ -69,9 +74,10 @@ private Q_SLOTS:
 
         ProcMountTable noMounts(m_root / "no-mountinfo", "/home/me");
         DiskLabels labels(m_root / "no-labels", noMounts);
-        const Volume volume(volPath, std::nullopt);
+        QFETCH(QString, cloudProvider);
+        const Volume volume(volPath, std::nullopt, 0, cloudProvider.toStdString());
         QCOMPARE(QString::fromStdString(volume.name(labels)), name);
-        QCOMPARE(volume.image(), image);
+        QCOMPARE(volume.image(labels), image);
         QCOMPARE(volume.isiCloud(), isiCloud);
     }
 

@@ -80,6 +80,55 @@ private Q_SLOTS:
         }
     }
 
+    // A folder that goes ends its watch: the listener hears of it once, with whatever changed
+    // in it just before, even when the kernel reports both in one read.
+    void folderThatGoesIsALastChange_data()
+    {
+        QTest::addColumn<QByteArray>("change");
+        QTest::newRow("emptied and removed in one go")
+            << QByteArray("touch watched/new; rm -r watched");
+        QTest::newRow("removed while empty") << QByteArray("rm watched/file; rmdir watched");
+        QTest::newRow("moved away") << QByteArray("mv watched elsewhere");
+    }
+
+    void folderThatGoesIsALastChange()
+    {
+        QFETCH(QByteArray, change);
+        QTemporaryDir root;
+        const fs::path folder = pathOf(root) / "watched";
+        test::writeFile(folder / "file");
+        test::makeFolder(pathOf(root) / "probe");
+        InotifyFolderWatcher watcher;
+        Counted watched(watcher, folder);
+        Counted probe(watcher, pathOf(root) / "probe");
+        QVERIFY(watched.watch && probe.watch);
+
+        QVERIFY(test::shell(pathOf(root), change + "; touch probe/marker"));
+        QTRY_VERIFY(probe.calls > 0);
+        QCOMPARE(watched.calls, 1);
+    }
+
+    // A watch for one entry hears of that name only, so writes beside it cost nothing.
+    void entryWatchHearsOfItsNameOnly()
+    {
+        QTemporaryDir root;
+        const fs::path share = pathOf(root);
+        InotifyFolderWatcher watcher;
+        int calls = 0;
+        const auto watch = watcher.watchEntry(share, "Trash", [&calls] { ++calls; });
+        Counted probe(watcher, share);
+        QVERIFY(watch && probe.watch);
+
+        QVERIFY(test::shell(share, "touch recently-used.xbel.X1; mv recently-used.xbel.X1 "
+                                   "recently-used.xbel; mkdir Trashy"));
+        QTRY_VERIFY(probe.calls > 0);
+        QCOMPARE(calls, 0);
+        QVERIFY(test::shell(share, "mkdir Trash"));
+        QTRY_COMPARE(calls, 1);
+        QVERIFY(test::shell(share, "rmdir Trash; touch other"));
+        QTRY_COMPARE(calls, 2);
+    }
+
     void twoWatchesOnOneFolder()
     {
         QTemporaryDir root;

@@ -1,10 +1,19 @@
+#include "Platform/FileSystem.h"
 #include "Platform/linux/DiskLabels.h"
 #include "Platform/linux/MountInfoWatcher.h"
 #include "Platform/linux/ProcMountTable.h"
+#include "Platform/linux/UDisksLabels.h"
 #include "PlatformTestSupport.h"
 
+#include <QDBusConnection>
+#include <QEventLoop>
+#include <QProcess>
 #include <QTest>
 #include <QThread>
+#include <csignal>
+#include <latch>
+#include <sys/prctl.h>
+#include <sys/sysmacros.h>
 
 namespace fs = std::filesystem;
 using namespace quillane;
@@ -37,6 +46,21 @@ void row(const char* tag, const QByteArray& text, const QByteArray& expected)
 {
     QTest::newRow(tag) << text << expected;
 }
+
+// A block device object of udisks, with the one property read here.
+class FakeBlock : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.UDisks2.Block")
+    Q_PROPERTY(QString IdLabel READ idLabel)
+
+public:
+    explicit FakeBlock(QString label) : m_label(std::move(label)) {}
+    QString idLabel() const { return m_label; }
+
+private:
+    QString m_label;
+};
 
 } // namespace
 
@@ -82,49 +106,193 @@ private Q_SLOTS:
 
     void userVisible_data()
     {
-        QTest::addColumn<QByteArray>("mounts"); // point=type, in the kernel's order
+        // Whole machines, as their mountinfo and fstab read; the user is "me".
+        QTest::addColumn<QByteArray>("mountinfo");
+        QTest::addColumn<QByteArray>("fstab");
         QTest::addColumn<QByteArray>("home");
         QTest::addColumn<QByteArray>("expected");
-        const auto visible = [](const char* tag, const char* mounts, const char* home,
-                                const char* expected) {
-            QTest::newRow(tag) << QByteArray(mounts) << QByteArray(home) << QByteArray(expected);
-        };
-        visible("pseudo filesystems dropped",
-                "/=ext4 /proc=proc /sys/fs/cgroup=cgroup2 /tmp=tmpfs /var/lib/docker/x=overlay "
-                "/mnt/data=xfs",
-                "/home/me", "/=ext4 /mnt/data=xfs");
-        visible("system mount points dropped",
-                "/=ext4 /boot=ext4 /boot/efi=vfat /snap/x=ext4 /dev/shm=ext4 /proc/fs=ext4 "
-                "/sys/kernel=ext4 /run/user/1000=ext4 /run/media/me/USB=vfat",
-                "/home/me", "/=ext4 /run/media/me/USB=vfat");
-        visible("look-alike names kept",
-                "/running=ext4 /devices=ext4 /snapshots=btrfs /bootleg=ext4", "/home/me",
-                "/running=ext4 /devices=ext4 /snapshots=btrfs /bootleg=ext4");
-        visible("root and home kept whatever their type",
-                "/=overlay /home=tmpfs /home/me/.cache=tmpfs", "/home/me", "/=overlay /home=tmpfs");
-        visible("home is a whole component", "/=ext4 /home/me=tmpfs", "/home/me2", "/=ext4");
-        visible("kernel order kept", "/mnt/b=ext4 /media/c=ext4 /mnt/a=ext4", "/home/me",
-                "/mnt/b=ext4 /media/c=ext4 /mnt/a=ext4");
-        visible("over-mounted point listed once, as the topmost mount",
-                "/media/usb=ext4 /mnt/x=ext4 /media/usb=vfat", "/home/me",
-                "/media/usb=vfat /mnt/x=ext4");
-        visible("a volume hidden by a pseudo filesystem mounted over it is gone",
-                "/=ext4 /media/usb=ext4 /media/usb=tmpfs", "/home/me", "/=ext4");
+        const QByteArray pseudo = "22 28 0:20 / /sys rw,nosuid shared:7 - sysfs sysfs rw\n"
+                                  "23 28 0:21 / /proc rw,nosuid shared:12 - proc proc rw\n"
+                                  "24 28 0:5 / /dev rw,nosuid shared:2 - devtmpfs udev rw\n"
+                                  "25 24 0:22 / /dev/pts rw shared:3 - devpts devpts rw\n"
+                                  "26 28 0:23 / /run rw,nosuid shared:5 - tmpfs tmpfs rw\n"
+                                  "27 26 0:45 / /run/user/1000 rw shared:9 - tmpfs tmpfs rw\n"
+                                  "29 27 0:46 / /run/user/1000/gvfs rw shared:420 - "
+                                  "fuse.gvfsd-fuse gvfsd-fuse rw,user_id=1000\n"
+                                  "30 27 0:47 / /run/user/1000/doc rw - fuse.portal portal rw\n"
+                                  "31 28 0:25 / /tmp rw shared:4 - tmpfs tmpfs rw\n"
+                                  "32 28 7:0 / /snap/core22/1380 ro shared:8 - squashfs "
+                                  "/dev/loop0 ro\n";
+        QTest::newRow("Debian, ext4")
+            << pseudo +
+                   "28 1 8:2 / / rw,relatime shared:1 - ext4 /dev/sda2 rw\n"
+                   "40 28 8:1 / /boot/efi rw shared:30 - vfat /dev/sda1 rw\n"
+                   "41 28 8:3 / /var/lib/x rw shared:31 - ext4 /dev/sda3 rw\n"
+                   "42 28 8:4 / /srv/y rw shared:32 - ext4 /dev/sda4 rw\n"
+                   "43 28 8:5 / /data rw shared:33 - ext4 /dev/sda5 rw\n"
+                   "44 28 8:6 / /mnt/backup rw shared:34 - ext4 /dev/sda6 rw\n"
+                   "45 28 8:7 / /opt rw shared:35 - xfs /dev/sda7 rw\n"
+                   "60 26 8:17 / /media/me/STICK rw,nosuid shared:440 - vfat /dev/sdb1 rw\n"
+                   "61 26 8:33 / /run/media/me/My\\040Data rw shared:441 - ext4 /dev/sdc1 rw\n"
+                   "62 26 8:49 / /run/media/other/THEIRS rw shared:442 - ext4 /dev/sdd1 rw\n"
+                   "63 28 8:2 /home/me/Projects /mnt/projects rw shared:1 - ext4 /dev/sda2 rw\n"
+            << QByteArray("# <file system> <mount point> <type> <options> <dump> <pass>\n"
+                          "UUID=1 /               ext4    errors=remount-ro 0       1\n"
+                          "UUID=2 /boot/efi       vfat    umask=0077      0       1\n"
+                          "/dev/sda5\t/data/\text4\tdefaults,x-gvfs-show\t0 2\n"
+                          "/dev/sda6 /mnt/backup ext4 defaults,x-gvfs-hide 0 2\n"
+                          "#/dev/sda7 /opt xfs x-gvfs-show 0 2\n")
+            << QByteArray("/home/me")
+            << QByteArray("/ home, /data, /media/me/STICK, /run/media/me/My Data");
+        QTest::newRow("Fedora, btrfs subvolumes")
+            << pseudo + "28 1 0:32 /root / rw,relatime shared:1 - btrfs /dev/nvme0n1p3 "
+                        "rw,subvolid=257,subvol=/root\n"
+                        "90 28 0:32 /home /home rw,relatime shared:45 - btrfs /dev/nvme0n1p3 "
+                        "rw,subvolid=256,subvol=/home\n"
+                        "92 28 259:2 / /boot rw shared:47 - ext4 /dev/nvme0n1p2 rw\n"
+                        "95 92 259:1 / /boot/efi rw shared:49 - vfat /dev/nvme0n1p1 rw\n"
+                        "96 28 0:32 /.snapshots /.snapshots rw shared:50 - btrfs /dev/nvme0n1p3 "
+                        "rw,subvol=/.snapshots\n"
+                        "97 28 0:32 /var/lib/machines /var/lib/machines rw shared:51 - btrfs "
+                        "/dev/nvme0n1p3 rw\n"
+                        "98 90 0:32 /data /home/me/Data rw shared:52 - btrfs /dev/nvme0n1p3 "
+                        "rw,subvol=/data\n"
+                        "99 26 8:17 / /run/media/me/Fedora-Stick rw,nosuid shared:53 - vfat "
+                        "/dev/sdb1 rw\n"
+            << QByteArray() << QByteArray("/home/me")
+            << QByteArray("/home home, /run/media/me/Fedora-Stick");
+        QTest::newRow("Ubuntu, ZFS datasets")
+            << pseudo +
+                   "28 1 0:24 / / rw,relatime shared:1 - zfs rpool/ROOT/ubuntu_abc rw\n"
+                   "33 28 0:30 / /boot rw shared:10 - zfs bpool/BOOT/ubuntu_abc rw\n"
+                   "34 33 8:1 / /boot/efi rw shared:11 - vfat /dev/sda1 rw\n"
+                   "40 28 0:41 / /home/me rw shared:20 - zfs rpool/USERDATA/me_abc rw\n"
+                   "41 28 0:42 / /root rw shared:21 - zfs rpool/USERDATA/root_abc rw\n"
+                   "42 28 0:43 / /srv rw shared:22 - zfs rpool/ROOT/ubuntu_abc/srv rw\n"
+                   "43 28 0:44 / /var/lib rw shared:23 - zfs rpool/ROOT/ubuntu_abc/var/lib "
+                   "rw\n"
+                   "44 28 0:45 / /usr/local rw shared:24 - zfs rpool/ROOT/ubuntu_abc/usr/local "
+                   "rw\n"
+                   "45 28 0:46 / /var/snap rw shared:25 - zfs rpool/ROOT/ubuntu_abc/var/snap "
+                   "rw\n"
+                   "49 26 8:17 / /media/me/USB rw,nosuid shared:26 - exfat /dev/sdb1 rw\n"
+                   "50 40 0:51 / /home/me/GoogleDrive rw,nosuid shared:27 - "
+                   "fuse.google-drive-ocamlfuse google-drive-ocamlfuse rw,user_id=1000\n"
+            << QByteArray() << QByteArray("/home/me")
+            << QByteArray("/home/me home, /media/me/USB, /home/me/GoogleDrive cloud=GoogleDrive "
+                          "remote");
+        QTest::newRow("NFS home")
+            << pseudo + "28 1 8:1 / / rw,relatime shared:1 - ext4 /dev/vda1 rw\n"
+                        "50 28 0:52 / /home rw,relatime shared:60 - nfs4 fileserver:/export/home "
+                        "rw,vers=4.2\n"
+                        "51 28 0:53 / /mnt/share rw shared:61 - cifs //nas/share rw\n"
+                        "52 28 0:54 / /mnt/cloud rw,nosuid shared:62 - fuse.rclone gdrive: rw\n"
+                        "53 28 0:55 / /var/cache/fscache rw shared:63 - ext4 /dev/vdb1 rw\n"
+            << QByteArray("fileserver:/export/home /home nfs4 defaults,x-gvfs-hide 0 0\n")
+            << QByteArray("/home/me")
+            << QByteArray("/home home remote, /mnt/share remote, /mnt/cloud cloud=rclone remote");
+        QTest::newRow("SMB home mounted on the home folder")
+            << pseudo + "28 1 8:1 / / rw,relatime shared:1 - ext4 /dev/vda1 rw\n"
+                        "50 28 0:52 / /home/me rw shared:60 - cifs //server/me rw\n"
+            << QByteArray() << QByteArray("/home/me") << QByteArray("/home/me home remote");
+        QTest::newRow("bind mounts")
+            << pseudo + "28 1 8:1 / / rw,relatime shared:1 - ext4 /dev/sda1 rw\n"
+                        "60 26 8:17 / /media/me/Stick rw shared:70 - ext4 /dev/sdb1 rw\n"
+                        "61 28 8:17 /photos /mnt/photos rw shared:70 - ext4 /dev/sdb1 rw\n"
+                        "62 28 8:1 /home/me/music /srv/music rw shared:1 - ext4 /dev/sda1 rw\n"
+                        "63 28 8:1 /home/me/music /mnt/music rw shared:1 - ext4 /dev/sda1 rw\n"
+                        "64 28 8:33 /data /mnt/data rw shared:71 - ext4 /dev/sdc1 rw\n"
+                        "65 26 8:33 / /media/me/Disk rw shared:71 - ext4 /dev/sdc1 rw\n"
+                        "66 28 8:1 /home/me /home/me/mirror rw shared:1 - ext4 /dev/sda1 rw\n"
+            << QByteArray() << QByteArray("/home/me")
+            << QByteArray("/ home, /media/me/Stick, /media/me/Disk");
+        QTest::newRow("a mount point mounted over is judged by its topmost mount")
+            << QByteArray("28 1 8:1 / / rw shared:1 - ext4 /dev/sda1 rw\n"
+                          "60 28 8:17 / /media/usb rw shared:2 - ext4 /dev/sdb1 rw\n"
+                          "61 28 8:33 / /mnt/x rw shared:3 - ext4 /dev/sdc1 rw\n"
+                          "62 60 8:49 / /media/usb rw shared:4 - vfat /dev/sdd1 rw\n"
+                          "63 61 0:60 / /mnt/x rw shared:5 - tmpfs tmpfs rw\n")
+            << QByteArray() << QByteArray("/home/me") << QByteArray("/ home, /media/usb");
     }
 
     void userVisible()
     {
-        QFETCH(QByteArray, mounts);
+        QFETCH(QByteArray, mountinfo);
+        QFETCH(QByteArray, fstab);
         QFETCH(QByteArray, home);
         QFETCH(QByteArray, expected);
-        QByteArray text;
-        for (const QByteArray& mount : mounts.split(' '))
-            text += line(mount.split('=')[0], mount.split('=')[1]);
         QByteArrayList kept;
-        for (const MountEntry& entry : ProcMountTable::userVisible(
-                 ProcMountTable::parse(text.toStdString()), home.toStdString()))
-            kept << QByteArray::fromStdString(entry.mountPoint.native() + '=' + entry.fsType);
-        QCOMPARE(kept.join(' '), expected);
+        for (const MountEntry& entry :
+             ProcMountTable::userVisible(ProcMountTable::parse(mountinfo.toStdString()),
+                                         {home.toStdString(), "me", fstab.toStdString()})) {
+            QByteArray text = QByteArray::fromStdString(entry.mountPoint.native());
+            if (entry.holdsHome)
+                text += " home";
+            if (!entry.cloudProvider.empty())
+                text += " cloud=" + QByteArray::fromStdString(entry.cloudProvider);
+            if (!entry.local)
+                text += " remote";
+            kept << text;
+        }
+        QCOMPARE(kept.join(", "), expected);
+    }
+
+    // The same rule on the kernel's own table: a stick, a bind mount of a folder on it, a bind
+    // mount of a folder on the home's filesystem and a tmpfs make one row, the stick.
+    void kernelTableGivesOneRowPerFilesystem()
+    {
+        if (!test::canMount())
+            QSKIP("needs root in a private mount namespace");
+        QTemporaryDir homeDir;
+        const fs::path home = homeDir.path().toStdString();
+        test::ScratchVolume stick("/mnt/stick");
+        QVERIFY(stick.isMounted());
+        test::makeFolder(stick.path() / "photos");
+        test::makeFolder(home / "music");
+        const auto mount = [](const QStringList& arguments, const fs::path& point) {
+            fs::create_directories(point);
+            return test::run(QStringLiteral("mount"),
+                             arguments + QStringList{QString::fromStdString(point.native())});
+        };
+        QVERIFY(mount(
+            {QStringLiteral("--bind"), QString::fromStdString((stick.path() / "photos").native())},
+            "/mnt/photos"));
+        QVERIFY(mount({QStringLiteral("--bind"), QString::fromStdString((home / "music").native())},
+                      "/mnt/music"));
+        QVERIFY(mount({QStringLiteral("-t"), QStringLiteral("tmpfs"), QStringLiteral("ram")},
+                      "/mnt/ram"));
+
+        QByteArrayList rows;
+        const auto table = ProcMountTable(mountinfo, home).mounts();
+        QVERIFY(table);
+        for (const MountEntry& entry : *table) {
+            if (entry.holdsHome)
+                QVERIFY(isMountPoint(entry.mountPoint) &&
+                        entry.mountPoint.native().size() <= home.native().size());
+            else
+                rows << QByteArray::fromStdString(entry.mountPoint.native());
+        }
+        for (const char* point : {"/mnt/photos", "/mnt/music", "/mnt/ram"})
+            QVERIFY(test::unmount(point));
+        QCOMPARE(rows.join(' '), QByteArray("/mnt/stick"));
+    }
+
+    // The root of a machine whose home is elsewhere is listed only when it has a trash of the
+    // user's.
+    void rootIsListedForATrashOfTheUsers()
+    {
+        const auto table =
+            ProcMountTable::parse("28 1 8:1 / / rw shared:1 - ext4 /dev/sda1 rw\n"
+                                  "29 28 8:2 / /home rw shared:2 - ext4 /dev/sda2 rw\n");
+        QByteArrayList listed;
+        for (const bool rootTrash : {false, true}) {
+            QByteArrayList points;
+            for (const MountEntry& entry :
+                 ProcMountTable::userVisible(table, {"/home/me", "me", {}, rootTrash}))
+                points << QByteArray::fromStdString(entry.mountPoint.native());
+            listed << points.join(' ');
+        }
+        QCOMPARE(listed, (QByteArrayList{"/home", "/ /home"}));
     }
 
     void watcherReportsMountsAndUnmounts_data()
@@ -205,8 +373,106 @@ private Q_SLOTS:
         QCOMPARE(label(labels.volumeName("/mnt/Labelled Volume/")), QByteArray("Holiday Photos"));
         QCOMPARE(label(labels.volumeName(point / "lost+found")), QByteArray("<none>"));
         QCOMPARE(label(labels.volumeName("/mnt")), QByteArray("<none>"));
+        QVERIFY(!labels.holdsHome(point));
+
+        // Without a label the desktop names a volume by its size, rounded as file managers do.
         fs::remove(folder / "Holiday\\x20Photos");
-        QCOMPARE(label(labels.volumeName(point)), QByteArray("<none>"));
+        QCOMPARE(label(labels.volumeName(point)), QByteArray("134 MB Volume"));
+        // A label source that knows the device comes first.
+        const DiskLabels asked(folder, table, "/sys/dev/block",
+                               [](dev_t) { return std::optional<std::string>("From udisks"); });
+        QCOMPARE(label(asked.volumeName(point)), QByteArray("From udisks"));
+
+        // The volume that holds the home folder is where the desktop's home is.
+        const ProcMountTable homeTable(mountinfo, point / "me");
+        const DiskLabels homeLabels(folder, homeTable);
+        QVERIFY(homeLabels.holdsHome(point));
+        QVERIFY(!homeLabels.holdsHome("/"));
+    }
+
+    // udisks stands in on a bus of our own: it does not run here, and where it runs it knows
+    // labels only through a udev that does not run here either.
+    void udisksLabels_data()
+    {
+        QTest::addColumn<QByteArray>("kernelName");
+        QTest::addColumn<QByteArray>("expected");
+        QTest::newRow("labelled") << QByteArray("sdb1") << QByteArray("Holiday Photos");
+        QTest::newRow("a name udisks escapes")
+            << QByteArray("dm-0") << QByteArray("Encrypted Data");
+        QTest::newRow("no label") << QByteArray("sdc1") << QByteArray("<none>");
+        QTest::newRow("unknown to udisks") << QByteArray("sdz9") << QByteArray("<none>");
+    }
+
+    void udisksLabels()
+    {
+        QFETCH(QByteArray, kernelName);
+        QFETCH(QByteArray, expected);
+        QProcess bus;
+        bus.setChildProcessModifier([] { prctl(PR_SET_PDEATHSIG, SIGTERM); });
+        bus.start(QStringLiteral("dbus-daemon"),
+                  {QStringLiteral("--config-file=" QUILLANE_TEST_BUS_CONFIG),
+                   QStringLiteral("--print-address"), QStringLiteral("--nofork")});
+        QVERIFY2(bus.waitForReadyRead(10000), "dbus-daemon is needed (scripts/setup)");
+        const QString address = QString::fromLatin1(bus.readLine().trimmed());
+
+        // The daemon answers on a thread of its own, since the lookup's call blocks.
+        std::latch ready(1);
+        std::unique_ptr<QThread> udisks(QThread::create([&] {
+            FakeBlock stick(QStringLiteral("Holiday Photos"));
+            FakeBlock mapped(QStringLiteral("Encrypted Data"));
+            FakeBlock bare{QString()};
+            QDBusConnection connection =
+                QDBusConnection::connectToBus(address, QStringLiteral("udisks"));
+            const QString devices = QStringLiteral("/org/freedesktop/UDisks2/block_devices/");
+            connection.registerObject(devices + QStringLiteral("sdb1"), &stick,
+                                      QDBusConnection::ExportAllProperties);
+            connection.registerObject(devices + QStringLiteral("dm_2d0"), &mapped,
+                                      QDBusConnection::ExportAllProperties);
+            connection.registerObject(devices + QStringLiteral("sdc1"), &bare,
+                                      QDBusConnection::ExportAllProperties);
+            connection.registerService(QStringLiteral("org.freedesktop.UDisks2"));
+            ready.count_down();
+            QEventLoop().exec();
+            QDBusConnection::disconnectFromBus(QStringLiteral("udisks"));
+        }));
+        udisks->start();
+        ready.wait();
+        const auto stop = qScopeGuard([&] {
+            udisks->quit();
+            udisks->wait();
+            QDBusConnection::disconnectFromBus(QStringLiteral("client"));
+            bus.terminate();
+            bus.waitForFinished();
+        });
+
+        // sysfs links each device number to the device's folder, named as the kernel names it.
+        QTemporaryDir sys;
+        const fs::path sysBlock = sys.path().toStdString();
+        fs::create_symlink("../devices/virtual/block/" + kernelName.toStdString(),
+                           sysBlock / "8:17");
+        const UDisksLabels labels(QDBusConnection::connectToBus(address, QStringLiteral("client")),
+                                  sysBlock);
+        QCOMPARE(label(labels.label(makedev(8, 17))), expected);
+        QCOMPARE(label(labels.label(makedev(8, 18))), QByteArray("<none>")); // not in sysfs
+    }
+
+    void sizeName_data()
+    {
+        QTest::addColumn<qulonglong>("bytes");
+        QTest::addColumn<QByteArray>("expected");
+        QTest::newRow("16 GB stick") << 15'518'924'800ULL << QByteArray("16 GB Volume");
+        QTest::newRow("below ten, one decimal") << 8'388'608ULL << QByteArray("8.4 MB Volume");
+        QTest::newRow("rounds up into the next unit")
+            << 999'600'000'000ULL << QByteArray("1.0 TB Volume");
+        QTest::newRow("9.96 is 10") << 9'960'000'000ULL << QByteArray("10 GB Volume");
+        QTest::newRow("bytes") << 512ULL << QByteArray("512 bytes Volume");
+    }
+
+    void sizeName()
+    {
+        QFETCH(qulonglong, bytes);
+        QFETCH(QByteArray, expected);
+        QCOMPARE(QByteArray::fromStdString(DiskLabels::sizeName(bytes)), expected);
     }
 };
 

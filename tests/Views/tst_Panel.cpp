@@ -303,27 +303,23 @@ private Q_SLOTS:
 
     void revealButton_data()
     {
-        QTest::addColumn<bool>("iCloud");
         QTest::addColumn<bool>("hasTrash");
-        QTest::newRow("trash folder") << false << true;
-        QTest::newRow("iCloud Drive") << true << true;
-        QTest::newRow("no trash folder") << false << false;
+        QTest::newRow("trash folder") << true;
+        QTest::newRow("no trash folder") << false;
     }
 
     void revealButton()
     {
-        QFETCH(bool, iCloud);
         QFETCH(bool, hasTrash);
         test::ViewHarness harness;
         const ViewServices services = harness.services();
         const fs::path trash = makeLocation(harness, "with space", 1).trashURL().value();
-        const fs::path place = iCloud ? VolumeObserver::iCloudDriveFolder(harness.model.home)
-                                      : fs::path("/media/stick");
-        ListItem row(Volume(place, hasTrash ? std::optional(trash) : std::nullopt), services);
+        ListItem row(Volume("/media/stick", hasTrash ? std::optional(trash) : std::nullopt),
+                     services);
         row.show();
         QAbstractButton* reveal = button(row, "reveal");
         QCOMPARE(reveal->toolTip(), QStringLiteral("Open Trash folder in the file manager"));
-        const bool opens = hasTrash && !iCloud;
+        const bool opens = hasTrash;
         QCOMPARE(reveal->isEnabled(), opens);
         QTest::mouseClick(reveal, Qt::LeftButton);
         row.revealTrash();

@@ -38,6 +38,21 @@ Result<std::vector<std::string>> listDirectory(const std::filesystem::path& fold
     return Result<std::vector<std::string>>::success(std::move(names));
 }
 
+Result<bool> readFirstEntry(const std::filesystem::path& folder)
+{
+    DirHandle dir(opendir(folder.c_str()));
+    if (!dir) {
+        const int error = errno;
+        return Result<bool>::failure(describeErrno(folder.native(), error), error);
+    }
+    errno = 0;
+    if (!readdir(dir.get()) && errno != 0) {
+        const int error = errno;
+        return Result<bool>::failure(describeErrno(folder.native(), error), error);
+    }
+    return Result<bool>::success(true);
+}
+
 bool fileExists(const std::filesystem::path& path)
 {
     struct stat info {

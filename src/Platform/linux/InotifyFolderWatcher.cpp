@@ -16,9 +16,10 @@ namespace quillane
 namespace
 {
 
-// Entries added, removed or moved in or out; changes inside them are not reported.
+// Entries added, removed or moved in or out, and the folder moved away; changes inside the
+// entries are not reported. The folder's removal ends the watch (IN_IGNORED).
 constexpr std::uint32_t watchedEvents =
-    IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ONLYDIR;
+    IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_MOVE_SELF | IN_ONLYDIR;
 
 } // namespace
 
@@ -64,6 +65,20 @@ InotifyFolderWatcher::~InotifyFolderWatcher()
 std::unique_ptr<FolderWatch> InotifyFolderWatcher::watch(const std::filesystem::path& folder,
                                                          std::function<void()> onChange)
 {
+    return add(folder, std::nullopt, std::move(onChange));
+}
+
+std::unique_ptr<FolderWatch> InotifyFolderWatcher::watchEntry(const std::filesystem::path& folder,
+                                                              const std::string& name,
+                                                              std::function<void()> onChange)
+{
+    return add(folder, name, std::move(onChange));
+}
+
+std::unique_ptr<FolderWatch> InotifyFolderWatcher::add(const std::filesystem::path& folder,
+                                                       std::optional<std::string> name,
+                                                       std::function<void()> onChange)
+{
     if (m_fd < 0)
         return nullptr;
     const int wd = inotify_add_watch(m_fd, folder.c_str(), watchedEvents);
@@ -71,13 +86,15 @@ std::unique_ptr<FolderWatch> InotifyFolderWatcher::watch(const std::filesystem::
         reportFailure(errno, folder);
         return nullptr;
     }
+    std::lock_guard lock(m_mutex);
     const std::uint64_t id = m_nextListenerId++;
-    m_listeners[wd].push_back({id, std::move(onChange)});
+    m_listeners[wd].push_back({id, std::move(onChange), std::move(name)});
     return std::make_unique<Watch>(m_self, wd, id);
 }
 
 void InotifyFolderWatcher::forget(int wd, std::uint64_t listenerId)
 {
+    std::lock_guard lock(m_mutex);
     const auto found = m_listeners.find(wd);
     if (found == m_listeners.end())
         return; // the kernel dropped the watch already (folder deleted, volume unmounted)
@@ -91,7 +108,9 @@ void InotifyFolderWatcher::forget(int wd, std::uint64_t listenerId)
 void InotifyFolderWatcher::readEvents()
 {
     alignas(inotify_event) char buffer[16 * 1024];
-    std::set<int> changed;
+    // For each folder, the names of the entries that changed; an empty name stands for any.
+    std::map<int, std::set<std::string>> changed;
+    std::vector<int> gone;
     for (;;) {
         const ssize_t length = read(m_fd, buffer, sizeof buffer);
         if (length <= 0)
@@ -101,32 +120,55 @@ void InotifyFolderWatcher::readEvents()
             offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
             if (event->mask & IN_Q_OVERFLOW) {
                 // The kernel dropped events: any folder may have changed.
+                std::lock_guard lock(m_mutex);
                 for (const auto& watched : m_listeners)
-                    changed.insert(watched.first);
-            } else if (event->mask & IN_IGNORED)
-                m_listeners.erase(event->wd); // gone with its folder or its filesystem
-            else if (event->mask & (IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO))
-                changed.insert(event->wd);
+                    changed[watched.first].insert(std::string());
+            } else if (event->mask & (IN_IGNORED | IN_MOVE_SELF)) {
+                // Gone with its folder or its filesystem, or moved away from where it was
+                // asked for: a change for every listener.
+                changed[event->wd].insert(std::string());
+                if (event->mask & IN_IGNORED)
+                    gone.push_back(event->wd);
+            } else if (event->mask & (IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO)) {
+                changed[event->wd].insert(event->len > 0 ? std::string(event->name)
+                                                         : std::string());
+            }
         }
     }
-    // One call per folder for what arrived together. A callback may drop watches, its own
+    // One call per listener for what arrived together. A callback may drop watches, its own
     // included, so each listener is looked up again just before it is called.
-    for (const int wd : changed) {
-        const auto found = m_listeners.find(wd);
-        if (found == m_listeners.end())
-            continue;
-        const auto listeners = found->second;
+    const auto stillListening = [this](int wd, std::uint64_t id) {
+        std::lock_guard lock(m_mutex);
+        const auto still = m_listeners.find(wd);
+        return still != m_listeners.end() &&
+               std::ranges::find(still->second, id, &Listener::id) != still->second.end();
+    };
+    for (const auto& [wd, names] : changed) {
+        std::vector<Listener> listeners;
+        {
+            std::lock_guard lock(m_mutex);
+            const auto found = m_listeners.find(wd);
+            if (found == m_listeners.end())
+                continue;
+            listeners = found->second;
+        }
         for (const Listener& listener : listeners) {
-            const auto still = m_listeners.find(wd);
-            if (still != m_listeners.end() &&
-                std::ranges::find(still->second, listener.id, &Listener::id) != still->second.end())
+            const bool hears =
+                !listener.name || names.contains(std::string()) || names.contains(*listener.name);
+            if (hears && stillListening(wd, listener.id))
                 listener.onChange();
         }
     }
+    // The kernel has dropped these watches already. It hands out watch numbers cyclically, so a
+    // watch a callback above added has a number of its own.
+    std::lock_guard lock(m_mutex);
+    for (const int wd : gone)
+        m_listeners.erase(wd);
 }
 
 void InotifyFolderWatcher::reportFailure(int error, const std::filesystem::path& folder)
 {
+    std::lock_guard lock(m_mutex);
     // A folder that is gone or unreadable just leaves its watch idle; running out of watches
     // or instances is worth one line, because it silently stops the list from following
     // changes.

@@ -8,6 +8,7 @@
 #include "Platform/QtScheduler.h"
 #include "Platform/UserDefaults.h"
 #include "ProcMountTable.h"
+#include "UDisksLabels.h"
 
 #include <QThread>
 #include <algorithm>
@@ -31,11 +32,16 @@ LinuxPlatform::LinuxPlatform()
       // Removal is bound by the filesystem's metadata work, which several threads share well.
       m_removalQueue(std::make_unique<ThreadWorkQueue>(std::max(2, QThread::idealThreadCount()))),
       m_trash(std::make_unique<FreedesktopTrash>(m_home, dataHome(m_home), getuid())),
-      m_mounts(std::make_unique<ProcMountTable>(mountinfo, m_home)),
+      m_mounts(
+          std::make_unique<ProcMountTable>(mountinfo, m_home, "/etc/fstab", userName(), getuid())),
       m_mountWatcher(std::make_unique<MountInfoWatcher>(mountinfo, *m_mounts)),
       m_folderWatcher(std::make_unique<InotifyFolderWatcher>()),
       m_defaults(std::make_unique<SettingsUserDefaults>()),
-      m_volumeNames(std::make_unique<DiskLabels>("/dev/disk/by-label", *m_mounts))
+      m_volumeNames(std::make_unique<DiskLabels>(
+          "/dev/disk/by-label", *m_mounts, "/sys/dev/block",
+          [udisks = std::make_shared<UDisksLabels>(QDBusConnection::systemBus())](dev_t device) {
+              return udisks->label(device);
+          }))
 {
 }
 
@@ -60,6 +66,14 @@ fs::path LinuxPlatform::homeFolder()
     if (const passwd* entry = getpwuid(getuid()); entry && entry->pw_dir)
         return withoutTrailingSlash(fs::path(entry->pw_dir).lexically_normal());
     return "/";
+}
+
+std::string LinuxPlatform::userName()
+{
+    if (const passwd* entry = getpwuid(getuid()); entry && entry->pw_name)
+        return entry->pw_name;
+    const char* user = std::getenv("USER");
+    return user ? user : "";
 }
 
 fs::path LinuxPlatform::dataHome(const fs::path& home)

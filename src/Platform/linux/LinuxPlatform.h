@@ -3,6 +3,7 @@
 #include "Platform/Platform.h"
 
 #include <memory>
+#include <string>
 
 namespace quillane
 {
@@ -28,6 +29,8 @@ public:
 
     // $HOME, or the password database's home when it is unset.
     static std::filesystem::path homeFolder();
+    // The login name of the user, as the password database gives it.
+    static std::string userName();
     // $XDG_DATA_HOME when it is an absolute path, else home/.local/share.
     static std::filesystem::path dataHome(const std::filesystem::path& home);
 

@@ -1,7 +1,8 @@
 #include "ProcMountTable.h"
 
+#include "Platform/FileSystem.h"
+
 #include <algorithm>
-#include <array>
 #include <fstream>
 #include <sstream>
 
@@ -58,6 +59,14 @@ constexpr std::string_view networkTypes[] = {
     "ncpfs",       "nfs",       "nfs4",       "smb3",      "smbfs",          "sshfs",
 };
 
+// FUSE filesystem types of cloud clients, with the provider each stands for.
+constexpr std::pair<std::string_view, std::string_view> cloudTypes[] = {
+    {"fuse.dbxfs", "Dropbox"},
+    {"fuse.google-drive-ocamlfuse", "GoogleDrive"},
+    {"fuse.onedriver", "OneDrive"},
+    {"fuse.rclone", "rclone"},
+};
+
 // Mountinfo writes space, tab, newline and backslash in paths as \ooo octal escapes.
 std::string decodeOctalEscapes(std::string_view field)
 {
@@ -83,7 +92,7 @@ std::vector<std::string_view> splitFields(std::string_view line)
     std::vector<std::string_view> fields;
     std::size_t start = 0;
     while (start < line.size()) {
-        const auto end = line.find(' ', start);
+        const auto end = line.find_first_of(" \t", start);
         const auto stop = end == std::string_view::npos ? line.size() : end;
         if (stop > start)
             fields.push_back(line.substr(start, stop - start));
@@ -114,19 +123,56 @@ bool isAtOrBelow(const fs::path& path, std::string_view folder)
     return text.starts_with(folder) && (text.size() == folder.size() || text[folder.size()] == '/');
 }
 
-bool isSystemMountPoint(const fs::path& mountPoint)
+// Mount points that fstab marks to be shown (true) or hidden (false) in the sidebar.
+std::vector<std::pair<fs::path, bool>> fstabMarks(std::string_view fstab)
 {
-    if (isAtOrBelow(mountPoint, "/run"))
-        return !isAtOrBelow(mountPoint, "/run/media");
-    return std::ranges::any_of(std::array{"/proc", "/sys", "/dev", "/boot", "/snap"},
-                               [&](const char* folder) { return isAtOrBelow(mountPoint, folder); });
+    std::vector<std::pair<fs::path, bool>> marks;
+    std::size_t start = 0;
+    while (start < fstab.size()) {
+        const auto end = fstab.find('\n', start);
+        const auto stop = end == std::string_view::npos ? fstab.size() : end;
+        const auto fields = splitFields(fstab.substr(start, stop - start));
+        start = stop + 1;
+        // source mount-point type options [dump [pass]]
+        if (fields.size() < 4 || fields[0].starts_with('#'))
+            continue;
+        fs::path point = decodeOctalEscapes(fields[1]);
+        if (point.native().size() > 1 && point.native().ends_with('/'))
+            point = point.parent_path();
+        if (hasOption(fields[3], "x-gvfs-hide"))
+            marks.emplace_back(std::move(point), false);
+        else if (hasOption(fields[3], "x-gvfs-show"))
+            marks.emplace_back(std::move(point), true);
+    }
+    return marks;
+}
+
+bool isInPlaces(const fs::path& mountPoint, const PlacesRule& rule)
+{
+    if (mountPoint == "/")
+        return false;
+    if (isAtOrBelow(mountPoint, "/media") || isAtOrBelow(mountPoint, "/mnt"))
+        return mountPoint != "/media" && mountPoint != "/mnt";
+    if (!rule.user.empty() && isAtOrBelow(mountPoint, "/run/media/" + rule.user))
+        return true;
+    return rule.home != "/" && isAtOrBelow(mountPoint, rule.home.native()) &&
+           mountPoint != rule.home;
 }
 
 } // namespace
 
-ProcMountTable::ProcMountTable(fs::path mountinfo, fs::path home)
-    : m_mountinfo(std::move(mountinfo)), m_home(std::move(home))
+ProcMountTable::ProcMountTable(fs::path mountinfo, fs::path home, fs::path fstab, std::string user,
+                               std::optional<uid_t> uid)
+    : m_mountinfo(std::move(mountinfo)), m_home(std::move(home)), m_fstab(std::move(fstab)),
+      m_user(std::move(user)), m_uid(uid)
 {
+}
+
+std::string ProcMountTable::cloudProvider(std::string_view type)
+{
+    const auto found =
+        std::ranges::find(cloudTypes, type, &std::pair<std::string_view, std::string_view>::first);
+    return found == std::end(cloudTypes) ? std::string() : std::string(found->second);
 }
 
 bool ProcMountTable::isSystemFilesystemType(std::string_view type)
@@ -154,28 +200,22 @@ std::vector<MountEntry> ProcMountTable::parse(std::string_view mountinfo)
         if (fields.size() < 6 || separator == fields.end() || fields.end() - separator < 3)
             continue;
         MountEntry entry;
+        entry.device = std::string(fields[2]);
+        entry.root = decodeOctalEscapes(fields[3]);
         entry.mountPoint = decodeOctalEscapes(fields[4]);
         entry.readOnly = hasOption(fields[5], "ro");
         entry.fsType = decodeOctalEscapes(*(separator + 1));
         entry.source = decodeOctalEscapes(*(separator + 2));
-        entry.local = !isNetworkFilesystemType(entry.fsType);
+        entry.cloudProvider = cloudProvider(entry.fsType);
+        entry.local = !isNetworkFilesystemType(entry.fsType) && entry.cloudProvider.empty();
         entries.push_back(std::move(entry));
     }
     return entries;
 }
 
 std::vector<MountEntry> ProcMountTable::userVisible(const std::vector<MountEntry>& all,
-                                                    const fs::path& home)
+                                                    const PlacesRule& rule)
 {
-    // The mount that holds the home folder: the last (topmost) one whose point is home or an
-    // ancestor of it, the longest such point winning.
-    fs::path homeMount;
-    for (const MountEntry& entry : all) {
-        if (isAtOrBelow(home, entry.mountPoint.native()) &&
-            entry.mountPoint.native().size() >= homeMount.native().size())
-            homeMount = entry.mountPoint;
-    }
-
     // A folder mounted over shows the topmost mount, so that one is judged, in the place
     // where the folder first appears.
     std::vector<MountEntry> topmost;
@@ -187,12 +227,57 @@ std::vector<MountEntry> ProcMountTable::userVisible(const std::vector<MountEntry
             topmost.push_back(entry);
     }
 
-    std::vector<MountEntry> visible;
+    // The mount that holds the home folder: the one whose point is home or its nearest
+    // ancestor.
+    const MountEntry* homeMount = nullptr;
     for (const MountEntry& entry : topmost) {
-        const bool alwaysKept = entry.mountPoint == "/" || entry.mountPoint == homeMount;
-        if (alwaysKept ||
-            !(isSystemFilesystemType(entry.fsType) || isSystemMountPoint(entry.mountPoint)))
-            visible.push_back(entry);
+        if (isAtOrBelow(rule.home, entry.mountPoint.native()) &&
+            (!homeMount ||
+             entry.mountPoint.native().size() > homeMount->mountPoint.native().size()))
+            homeMount = &entry;
+    }
+
+    const auto marks = fstabMarks(rule.fstab);
+    const auto mark = [&](const fs::path& point) -> std::optional<bool> {
+        const auto found = std::ranges::find(marks, point, &std::pair<fs::path, bool>::first);
+        return found == marks.end() ? std::nullopt : std::optional(found->second);
+    };
+    std::vector<MountEntry> shown;
+    for (const MountEntry& entry : topmost) {
+        if (&entry == homeMount) {
+            shown.push_back(entry);
+            shown.back().holdsHome = true;
+            continue;
+        }
+        if (entry.mountPoint == "/" && rule.rootTrash) {
+            shown.push_back(entry);
+            continue;
+        }
+        const auto marked = mark(entry.mountPoint);
+        const bool inPlaces =
+            isInPlaces(entry.mountPoint, rule) && !isSystemFilesystemType(entry.fsType);
+        if (marked.value_or(inPlaces))
+            shown.push_back(entry);
+    }
+
+    // One entry per filesystem: home's mount, else the one of the whole filesystem, else the
+    // first.
+    std::vector<MountEntry> visible;
+    for (const MountEntry& entry : shown) {
+        const auto sameFilesystem = [&](const MountEntry& other) {
+            return !entry.device.empty() && other.device == entry.device;
+        };
+        const auto better = [&](const MountEntry& other) {
+            return other.holdsHome || (!entry.holdsHome && other.root == "/" && entry.root != "/");
+        };
+        const auto kept = std::ranges::find_if(visible, sameFilesystem);
+        if (kept == visible.end()) {
+            const bool beaten = std::ranges::any_of(shown, [&](const MountEntry& other) {
+                return &other != &entry && sameFilesystem(other) && better(other);
+            });
+            if (!beaten)
+                visible.push_back(entry);
+        }
     }
     return visible;
 }
@@ -204,7 +289,19 @@ std::optional<std::vector<MountEntry>> ProcMountTable::mounts() const
         return std::nullopt;
     std::ostringstream text;
     text << file.rdbuf();
-    return userVisible(parse(text.str()), m_home);
+    PlacesRule rule{m_home, m_user, {}};
+    if (m_uid) {
+        // The root is a local disk: looking at it cannot hang.
+        const std::string uid = std::to_string(*m_uid);
+        rule.rootTrash = fileExists(fs::path("/.Trash") / uid) || fileExists("/.Trash-" + uid);
+    }
+    if (!m_fstab.empty()) {
+        std::ifstream fstab(m_fstab, std::ios::binary);
+        std::ostringstream fstabText;
+        fstabText << fstab.rdbuf();
+        rule.fstab = fstabText.str();
+    }
+    return userVisible(parse(text.str()), rule);
 }
 
 } // namespace quillane
