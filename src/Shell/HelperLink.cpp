@@ -22,7 +22,7 @@ HelperLink::HelperLink(Scheduler& mainQueue, UserDefaults& defaults, Alerts& ale
         std::make_unique<SystemdUnitService>(bus),
         std::make_unique<AutostartEntry>(AutostartEntry::configHomeFromEnvironment(),
                                          bundle.executablePath.value_or("quillane")),
-        *m_loginItemsSettings, *m_registrationQueue);
+        *m_loginItemsSettings, *m_registrationQueue, mainQueue);
     m_client = std::make_unique<XPCClient>(
         XPCClient::Services{bus, mainQueue, *m_appService, defaults, alerts, application, bundle});
 }

@@ -17,8 +17,8 @@ class UserDefaults;
 class VLAppService;
 class XPCClient;
 
-// The helper link as the application runs it: the daemon's systemd unit and the autostart
-// entry as registrations, and the client on the system bus.
+// The helper link as the application runs it: the daemon as installed on this system and the
+// autostart entry as registrations, and the client on the system bus.
 class HelperLink
 {
 public:
