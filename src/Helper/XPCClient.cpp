@@ -7,6 +7,7 @@
 #include "Platform/Console.h"
 #include "Platform/Constant.h"
 #include "Platform/NotificationCenter.h"
+#include "Platform/PackageManager.h"
 #include "Platform/Scheduler.h"
 #include "Platform/ServiceManager.h"
 #include "Platform/SystemLog.h"
@@ -420,6 +421,11 @@ void XPCClient::receivedVersion(const Notification& notification)
 
 void XPCClient::uninstallQuillane()
 {
+    // The package manager owns a packaged installation's files: it removes them, never the daemon.
+    if (m_services.package) {
+        removePackage(*m_services.package);
+        return;
+    }
     connect();
     if (!m_services.bundle.executablePath) {
         SystemLog::write("Uninstall Failed");
@@ -445,6 +451,40 @@ void XPCClient::uninstallQuillane()
             }
         },
         [] { Console::writeLine("Uninstall Failed"); });
+}
+
+void XPCClient::removePackage(const QString& package)
+{
+    if (!m_services.packageManager) {
+        showRemovalCommand(package, "no package manager service runs here");
+        return;
+    }
+    QPointer<XPCClient> self(this);
+    m_services.packageManager->removePackage(package, [self, package](const Result<bool>& removed) {
+        if (!self)
+            return;
+        self->m_uninstallerReplied = true;
+        if (!removed) {
+            self->showRemovalCommand(package, removed.error());
+            return;
+        }
+        self->m_services.appService.removeLoginItem();
+        self->runSoon([self] { self->m_services.application.terminate(); });
+    });
+}
+
+void XPCClient::showRemovalCommand(const QString& package, const std::string& why)
+{
+    Console::writeLine("Uninstall Failed: ", why);
+    m_services.alerts.runModal(
+        {QStringLiteral("Uninstall Failed"),
+         QStringLiteral("Quillane came with the package %1, which only the package manager "
+                        "removes. Run this command in a terminal: sudo apt remove %1")
+             .arg(package),
+         {QStringLiteral("OK")},
+         false,
+         {},
+         /*cancelButton=*/0});
 }
 
 void XPCClient::repairHomeTrash(std::function<void(std::optional<QString>)> done)

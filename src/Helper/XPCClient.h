@@ -20,6 +20,7 @@ class Alerts;
 class ApplicationControl;
 class HelperClientImpl;
 class HelperConnection;
+class PackageManager;
 class RepeatingTimer;
 class Scheduler;
 class UserDefaults;
@@ -52,6 +53,10 @@ public:
         Alerts& alerts;
         ApplicationControl& application;
         BundleInfo bundle;
+        // The package the application came from, if it did, and the package manager that
+        // removes it: such an installation is uninstalled by its package manager, not the daemon.
+        std::optional<QString> package = std::nullopt;
+        PackageManager* packageManager = nullptr;
     };
 
     explicit XPCClient(Services services, QObject* parent = nullptr);
@@ -122,6 +127,8 @@ private:
     void runSoon(std::function<void()> task);
     void runAfter(std::chrono::milliseconds delay, std::function<void()> task);
     void showTimeoutAlert(const QString& title, std::function<void()> keepTrying);
+    void removePackage(const QString& package);
+    void showRemovalCommand(const QString& package, const std::string& why);
 
     Services m_services;
     std::unique_ptr<HelperClientImpl> m_exported;

@@ -10,6 +10,7 @@ class Alerts;
 class ApplicationControl;
 class AutostartEntry;
 class DesktopLoginItemsSettings;
+class PackageKitManager;
 class Scheduler;
 class SystemdUnitService;
 class ThreadWorkQueue;
@@ -33,6 +34,7 @@ private:
     std::unique_ptr<ThreadWorkQueue> m_registrationQueue;
     std::unique_ptr<DesktopLoginItemsSettings> m_loginItemsSettings;
     std::unique_ptr<VLAppService> m_appService;
+    std::unique_ptr<PackageKitManager> m_packageManager;
     std::unique_ptr<XPCClient> m_client;
 };
 

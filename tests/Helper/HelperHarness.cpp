@@ -93,8 +93,9 @@ XPCClient& HelperHarness::client(std::optional<QString> buildVersion)
     bundle.buildVersion = std::move(buildVersion);
     bundle.shortVersion = QStringLiteral("1.0");
     bundle.executablePath = "/usr/bin/quillane";
-    m_client = std::make_unique<XPCClient>(XPCClient::Services{
-        m_bus, scheduler, *appService, *m_defaults, alerts, application, bundle});
+    m_client = std::make_unique<XPCClient>(XPCClient::Services{m_bus, scheduler, *appService,
+                                                               *m_defaults, alerts, application,
+                                                               bundle, package, packageManager});
     return *m_client;
 }
 

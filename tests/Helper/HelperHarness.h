@@ -4,6 +4,7 @@
 #include "Helper/XPCClient.h"
 #include "Platform/Alerts.h"
 #include "Platform/ApplicationControl.h"
+#include "Platform/PackageManager.h"
 #include "Platform/ServiceManager.h"
 #include "Platform/UserDefaults.h"
 #include "Platform/VirtualScheduler.h"
@@ -78,6 +79,19 @@ public:
     std::vector<Task> held;
 };
 
+// PackageKit cannot run here: a package manager that answers as told.
+class ScriptedPackageManager final : public PackageManager
+{
+public:
+    void removePackage(const QString& name, std::function<void(Result<bool>)> done) override
+    {
+        removals << name;
+        done(refusal.empty() ? Result<bool>::success(true) : Result<bool>::failure(refusal));
+    }
+    std::string refusal;
+    QStringList removals;
+};
+
 class CountingApplication final : public ApplicationControl
 {
 public:
@@ -123,6 +137,9 @@ public:
     std::unique_ptr<VLAppService> appService;
     ScriptedAlerts alerts;
     CountingApplication application;
+    // For the next client(): the package the application came from, and who removes it.
+    std::optional<QString> package;
+    PackageManager* packageManager = nullptr;
 
 private:
     QString m_connectionName;

@@ -203,6 +203,49 @@ private Q_SLOTS:
         QCOMPARE(console.count("Uninstall Failed"), accepted ? 0 : 1);
     }
 
+    // A packaged installation is the package manager's to remove: the daemon is never asked, and
+    // where the package manager cannot, the user is given the command.
+    void uninstallFromAPackage_data()
+    {
+        QTest::addColumn<bool>("hasManager");
+        QTest::addColumn<QString>("refusal");
+        QTest::addColumn<int>("terminations");
+        QTest::newRow("removed") << true << QString() << 1;
+        QTest::newRow("refused") << true << QStringLiteral("Not authorized") << 0;
+        QTest::newRow("no package manager") << false << QString() << 0;
+    }
+    void uninstallFromAPackage()
+    {
+        QFETCH(bool, hasManager);
+        QFETCH(QString, refusal);
+        QFETCH(int, terminations);
+        test::HelperHarness helper;
+        QVERIFY(helper.startDaemon(
+            {QStringLiteral("--uninstall-reply"), QStringLiteral("Uninstalling")}));
+        test::ScriptedPackageManager manager;
+        manager.refusal = refusal.toStdString();
+        helper.package = QStringLiteral("quillane");
+        helper.packageManager = hasManager ? &manager : nullptr;
+        test::ConsoleCapture console;
+        XPCClient& client = helper.client();
+        client.uninstallQuillane();
+        helper.scheduler.runPending();
+        QCOMPARE(manager.removals,
+                 hasManager ? QStringList{QStringLiteral("quillane")} : QStringList());
+        QCOMPARE(helper.application.terminations, terminations);
+        QCOMPARE(helper.loginService->unregisters, terminations);
+        QCOMPARE(helper.alerts.shown.size(), std::size_t(terminations ? 0 : 1));
+        if (!terminations) {
+            QVERIFY(helper.alerts.shown[0].informativeText.contains(
+                QStringLiteral("sudo apt remove quillane")));
+            QCOMPARE(console.count("Uninstall Failed: "), 1);
+        }
+        // A call on the same connection after it: the daemon answers in order.
+        client.updateBuild();
+        QTRY_COMPARE(helper.calls(version), 1);
+        QCOMPARE(helper.calls(QStringLiteral("uninstall")), 0);
+    }
+
     void deleteReports_data()
     {
         QTest::addColumn<QStringList>("script");
