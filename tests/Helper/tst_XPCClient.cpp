@@ -4,6 +4,9 @@
 #include "Platform/SystemLog.h"
 #include "TestSupport.h"
 
+#include <QDBusContext>
+#include <QDBusMessage>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -27,6 +30,31 @@ bool startEnabledDaemon(test::HelperHarness& helper, const QStringList& script)
     helper.scheduler.runPending();
     return helper.startDaemon(script);
 }
+
+// The daemon's method that gives the caller's trash back, as the client calls it: it answers as
+// told and notes whether polkit may ask the user.
+class RepairingDaemon : public QObject, protected QDBusContext
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "com.velmoric.QuillaneDaemon.TrashHelper")
+
+public:
+    QStringList answer;
+    QString failure; // a D-Bus error instead of an answer
+    int calls = 0;
+    bool interactive = false;
+
+public Q_SLOTS:
+    Q_SCRIPTABLE QStringList repairHomeTrash()
+    {
+        ++calls;
+        interactive = message().isInteractiveAuthorizationAllowed();
+        if (!failure.isEmpty())
+            sendErrorReply(QStringLiteral("com.velmoric.QuillaneDaemon.Error.NotAuthorized"),
+                           failure);
+        return answer;
+    }
+};
 
 } // namespace
 
@@ -244,6 +272,45 @@ private Q_SLOTS:
         client.updateBuild();
         QTRY_COMPARE(helper.calls(version), 1);
         QCOMPARE(helper.calls(QStringLiteral("uninstall")), 0);
+    }
+
+    // The access page's fix: the daemon's answer comes back as done (nothing) or why not; polkit
+    // may ask the user, since an administrator approves it.
+    void repairHomeTrash_data()
+    {
+        QTest::addColumn<QStringList>("answer");
+        QTest::addColumn<QString>("failure");
+        QTest::addColumn<std::optional<QString>>("error");
+        QTest::newRow("done") << QStringList() << QString() << std::optional<QString>();
+        QTest::newRow("refused with a reason")
+            << QStringList{QStringLiteral("not your trash")} << QString()
+            << std::optional<QString>(QStringLiteral("not your trash"));
+        QTest::newRow("not authorised") << QStringList() << QStringLiteral("Not authorized")
+                                        << std::optional<QString>(QStringLiteral("Not authorized"));
+    }
+    void repairHomeTrash()
+    {
+        QFETCH(QStringList, answer);
+        QFETCH(QString, failure);
+        test::HelperHarness helper;
+        QDBusConnection daemonBus = QDBusConnection::connectToBus(
+            QString::fromLatin1(qgetenv("DBUS_SYSTEM_BUS_ADDRESS")), QStringLiteral("repairing"));
+        const auto release =
+            qScopeGuard([] { QDBusConnection::disconnectFromBus(QStringLiteral("repairing")); });
+        RepairingDaemon daemon;
+        daemon.answer = answer;
+        daemon.failure = failure;
+        QVERIFY(daemonBus.registerObject(Constant::helperObjectPath, &daemon,
+                                         QDBusConnection::ExportScriptableSlots));
+        QVERIFY(daemonBus.registerService(Constant::helperMachLabel));
+
+        XPCClient& client = helper.client();
+        std::optional<std::optional<QString>> outcome;
+        client.repairHomeTrash([&](std::optional<QString> error) { outcome = error; });
+        QTRY_VERIFY(outcome.has_value());
+        QTEST(*outcome, "error");
+        QCOMPARE(daemon.calls, 1);
+        QVERIFY(daemon.interactive);
     }
 
     void deleteReports_data()
