@@ -25,6 +25,7 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QLabel>
+#include <QScopeGuard>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <cstdio>
@@ -157,6 +158,7 @@ public:
     }
 
     bool isValid() const { return m_root.isValid() && m_observer; }
+    fs::path homeTrashFolder() const { return m_trash.homeTrashFolder(); }
 
     ViewServices services()
     {
@@ -261,6 +263,19 @@ int runScreenshotCommand(const QString& view, const QString& file)
     const ViewServices services = scene.services();
 
     QWidget* content = nullptr;
+    // The access page explains a trash its owner may not open, as a careless chmod leaves it;
+    // the scene's folder is opened again before it is cleaned up.
+    const fs::path trashFiles = scene.homeTrashFolder();
+    const auto reopen = qScopeGuard([&] {
+        std::error_code ignored;
+        fs::permissions(trashFiles, fs::perms::owner_all, fs::perm_options::add, ignored);
+    });
+    if (view == QStringLiteral("setup-fda")) {
+        std::error_code ignored;
+        fs::permissions(trashFiles, fs::perms::owner_read | fs::perms::owner_exec,
+                        fs::perm_options::replace, ignored);
+    }
+
     if (view.startsWith(QStringLiteral("panel")) || view == QStringLiteral("emptying"))
         content = new MenuView(services);
     else if (view == QStringLiteral("setup-fda"))

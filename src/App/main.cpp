@@ -1,4 +1,5 @@
 #include "App/EmptyCommand.h"
+#include "App/LaunchArguments.h"
 #include "App/ListCommand.h"
 #include "App/RunningInstance.h"
 #include "App/ScreenshotCommand.h"
@@ -24,11 +25,15 @@ void nameApplication()
     QCoreApplication::setApplicationVersion(QString::fromLatin1(quillane::BuildInfo::versionText));
 }
 
-// With no command, quillane is the tray application; a command or a request for help runs on
-// the command line, where no display is needed.
-bool wantsCommandLine(int argc)
+// With no command, quillane is the tray application (a desktop restoring its session starts it
+// with arguments of its own and Qt's); a command or a request for help runs on the command line,
+// where no display is needed.
+bool wantsCommandLine(int argc, char* argv[])
 {
-    return argc > 1;
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i)
+        arguments << QString::fromLocal8Bit(argv[i]);
+    return !quillane::isTrayLaunch(arguments);
 }
 
 bool wantsScreenshot(int argc, char* argv[])
@@ -181,7 +186,7 @@ int main(int argc, char* argv[])
 {
     if (wantsScreenshot(argc, argv))
         return runScreenshot(argc, argv);
-    if (wantsCommandLine(argc))
+    if (wantsCommandLine(argc, argv))
         return runCommandLine(argc, argv);
     return runTrayApplication(argc, argv);
 }

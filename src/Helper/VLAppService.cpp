@@ -22,14 +22,21 @@ struct VLAppService::Shared {
 
 VLAppService::VLAppService(std::unique_ptr<ServiceHandle> daemon,
                            std::unique_ptr<ServiceHandle> loginItem,
-                           LoginItemsSettings& loginItemsSettings, WorkQueue& registrationQueue)
+                           LoginItemsSettings& loginItemsSettings, WorkQueue& registrationQueue,
+                           Scheduler& mainQueue)
     : m_shared(std::make_shared<Shared>(std::move(daemon))), m_loginItem(std::move(loginItem)),
-      m_loginItemsSettings(loginItemsSettings), m_registrationQueue(registrationQueue)
+      m_loginItemsSettings(loginItemsSettings), m_registrationQueue(registrationQueue),
+      m_mainQueue(mainQueue), m_self(std::make_shared<VLAppService*>(this))
 {
     updateStatus();
 }
 
 VLAppService::~VLAppService() = default;
+
+void VLAppService::setDaemonStatusListener(std::function<void()> listener)
+{
+    m_listener = std::move(listener);
+}
 
 bool VLAppService::shouldGrantPrivilege() const
 {
@@ -53,25 +60,48 @@ bool VLAppService::shouldOpenLoginItems() const
 
 void VLAppService::updateStatus()
 {
-    m_serviceStatus.reset();
-    if (m_shared->daemon)
-        m_serviceStatus = m_shared->daemon->status();
-    m_loginStatus.reset();
-    if (m_loginItem)
-        m_loginStatus = m_loginItem->status();
+    readDaemonStatus();
+    readLoginStatus();
+}
 
-    // Flags only ever go up here: a registration that once needed approval keeps asking for it
-    // until the user has been shown where to give it.
-    if (!m_serviceStatus) {
-        Console::writeLine("uh oh");
+void VLAppService::readDaemonStatus()
+{
+    // However often it is asked, one read at a time: the answer it brings is as new as any.
+    if (m_readInFlight)
+        return;
+    m_readInFlight = true;
+    m_registrationQueue.async(
+        [shared = m_shared, self = std::weak_ptr<VLAppService*>(m_self), &queue = m_mainQueue] {
+            std::optional<int> status;
+            if (shared->daemon)
+                status = shared->daemon->status();
+            queue.post([self, status] {
+                if (const auto service = self.lock())
+                    (*service)->applyDaemonStatus(status);
+            });
+        });
+}
+
+void VLAppService::applyDaemonStatus(std::optional<int> status)
+{
+    m_readInFlight = false;
+    // A status is said when it changes, not at every read: a missing daemon is one line.
+    const bool changed = !m_daemonStatusRead || status != m_serviceStatus;
+    m_daemonStatusRead = true;
+    m_serviceStatus = status;
+
+    // Flags only ever go up here, except the wish to register, which an enabled daemon has met.
+    if (!status) {
+        if (changed)
+            Console::writeLine("uh oh");
     } else {
-        switch (*m_serviceStatus) {
+        switch (*status) {
         case ServiceHandle::NotRegistered:
             m_shared->shouldGrantPrivilege = true;
             break;
         case ServiceHandle::Enabled:
-            m_shared->shouldGrantPrivilege = true;
             m_shared->isRegistered = true;
+            m_shared->shouldGrantPrivilege = false;
             break;
         case ServiceHandle::RequiresApproval:
             m_shared->shouldGrantPrivilege = true;
@@ -79,59 +109,65 @@ void VLAppService::updateStatus()
             break;
         case ServiceHandle::NotFound:
             m_shared->shouldGrantPrivilege = true;
-            Console::writeLine("notFound");
+            if (changed)
+                Console::writeLine("notFound");
             break;
         default:
-            Console::writeLine("unsupported case");
+            if (changed)
+                Console::writeLine("unsupported case");
         }
     }
+    if (m_listener)
+        m_listener();
+}
 
-    if (!m_loginStatus) {
-        Console::writeLine("uh oh");
-    } else {
-        switch (*m_loginStatus) {
-        case ServiceHandle::NotRegistered:
-            Console::writeLine("login item not registered");
-            break;
-        case ServiceHandle::Enabled:
-            m_shared->loginAdded = true;
-            break;
-        case ServiceHandle::RequiresApproval:
-            Console::writeLine("login item requires approval??");
-            break;
-        case ServiceHandle::NotFound:
-            Console::writeLine("login item notFound");
-            break;
-        default:
-            Console::writeLine("unsupported case");
-        }
+void VLAppService::readLoginStatus()
+{
+    std::optional<int> status;
+    if (m_loginItem)
+        status = m_loginItem->status();
+    const bool changed = !m_loginStatusRead || status != m_loginStatus;
+    m_loginStatusRead = true;
+    m_loginStatus = status;
+
+    const auto say = [changed](const char* line) {
+        if (changed)
+            Console::writeLine(line);
+    };
+    if (!status) {
+        say("uh oh");
+        return;
+    }
+    switch (*status) {
+    case ServiceHandle::NotRegistered:
+        say("login item not registered");
+        break;
+    case ServiceHandle::Enabled:
+        m_shared->loginAdded = true;
+        break;
+    case ServiceHandle::RequiresApproval:
+        say("login item requires approval??");
+        break;
+    case ServiceHandle::NotFound:
+        say("login item notFound");
+        break;
+    default:
+        say("unsupported case");
     }
 }
 
 void VLAppService::registerDaemon()
 {
-    if (!m_shared->shouldGrantPrivilege)
-        return;
-    // Registering may wait for an administrator; the work item owns what it touches.
-    m_registrationQueue.async([shared = m_shared] {
-        if (!shared->daemon) {
-            Console::writeLine("AppService status: -1");
-        } else if (!shared->daemon->registerService()) {
-            // Refused or failed: the next status update decides what to ask for.
-            return;
-        }
-        Console::writeLine("did register");
-        shared->isRegistered = true;
-        shared->shouldGrantPrivilege = false;
-    });
+    // Installing the daemon registered it; there is nothing to ask an administrator for.
+    if (m_shared->shouldGrantPrivilege)
+        readDaemonStatus();
 }
 
 void VLAppService::unregisterDaemon()
 {
-    if (!m_shared->daemon)
-        return;
-    if (const Result<bool> result = m_shared->daemon->unregisterService(); !result)
-        Console::writeLine(result.error());
+    // An older daemon leaves by itself when idle, and the bus starts the installed one; removing
+    // the daemon is the package manager's work.
+    readDaemonStatus();
 }
 
 bool VLAppService::addToLoginItems()

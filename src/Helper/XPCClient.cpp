@@ -7,7 +7,9 @@
 #include "Platform/Console.h"
 #include "Platform/Constant.h"
 #include "Platform/NotificationCenter.h"
+#include "Platform/PackageManager.h"
 #include "Platform/Scheduler.h"
+#include "Platform/ServiceManager.h"
 #include "Platform/SystemLog.h"
 #include "Platform/UserDefaults.h"
 #include "TrashHelperProxy.h"
@@ -38,7 +40,7 @@ constexpr auto refreshBuildDelay = 1000ms;
 const QString uninstallAccepted = QStringLiteral("Uninstalling");
 constexpr int uninstallTimeoutMs = 6 * 60 * 1000;
 const QString timeoutText = QStringLiteral(
-    "The Quillane helper is required for Quillane to function correctly. Restarting your Mac "
+    "The Quillane helper is required for Quillane to function correctly. Restarting your computer "
     "and relaunching Quillane may address the issue.");
 
 std::optional<QString> firstOf(const QStringList& values)
@@ -103,6 +105,10 @@ XPCClient::XPCClient(Services services, QObject* parent)
                     self->receivedVersion(n);
             });
         });
+    m_services.appService.setDaemonStatusListener([self] {
+        if (self)
+            self->daemonStatusRead();
+    });
     m_helperRegistered = m_services.appService.isRegistered();
     m_loginItemActive = m_services.appService.loginAdded();
     if (m_services.defaults.boolValue(Constant::loginItemSupressedKey) || m_loginItemActive)
@@ -111,6 +117,7 @@ XPCClient::XPCClient(Services services, QObject* parent)
 
 XPCClient::~XPCClient()
 {
+    m_services.appService.setDaemonStatusListener({});
     if (m_exported)
         m_services.bus.unregisterObject(Constant::clientObjectPath);
     NotificationCenter::defaultCenter().removeObserver(m_versionObserver);
@@ -182,6 +189,9 @@ void whenReplied(QDBusPendingCall call, QObject* context, std::function<void()> 
 
 void XPCClient::start()
 {
+    // A daemon that is not installed was said once; trying again is the user's call.
+    if (m_daemonSettled)
+        return;
     if (!m_helperRegistered)
         authorize();
     connect();
@@ -259,6 +269,9 @@ void XPCClient::handleVersionReply(const std::optional<QString>& reply)
     if (!appBuild || !helperBuild)
         return;
     runSoon([this, build = *helperBuild] {
+        // An answer is the surest sign that the daemon is there.
+        if (!m_helperRegistered)
+            setHelperRegistered(true);
         setHelperBuildNumber(build);
         updateBuild();
     });
@@ -270,19 +283,28 @@ void XPCClient::handleVersionReply(const std::optional<QString>& reply)
 
 void XPCClient::authorize()
 {
+    if (m_daemonSettled)
+        return;
     if (m_shouldUpdate)
         m_services.appService.unregisterDaemon();
     runAfter(registerDelay, [this] {
+        if (m_daemonSettled)
+            return;
         m_services.appService.registerDaemon();
         runSoon([this] { setHelperRegistered(m_services.appService.isRegistered()); });
         if (m_shouldUpdate)
             m_shouldUpdate = false;
     });
-    runAfter(refreshBuildDelay, [this] { updateBuild(); });
+    runAfter(refreshBuildDelay, [this] {
+        if (!m_daemonSettled)
+            updateBuild();
+    });
 }
 
 void XPCClient::waitAndStart()
 {
+    // The user (or the launch) asks again: the next tick reads the status once more.
+    m_daemonSettled = false;
     auto ticks = std::make_shared<int>(0);
     m_waitTimer = m_services.mainQueue.repeat(registrationWaitInterval, [this, ticks] {
         m_services.appService.updateStatus();
@@ -303,6 +325,9 @@ void XPCClient::xpcStatus()
 {
     if (m_services.appService.serviceStatus() == 1)
         setHelperRegistered(true);
+    // The status is read off the main thread; once it is in, a registered daemon is started.
+    else if (m_services.appService.daemonStatusPending())
+        m_startWhenRegistered = true;
     m_helperStatus = QStringLiteral("checking");
     if (TrashHelperProxy* helper = proxy()) {
         whenReplied(
@@ -312,6 +337,26 @@ void XPCClient::xpcStatus()
                     m_helperStatus = *reply;
             });
     }
+}
+
+void XPCClient::daemonStatusRead()
+{
+    const VLAppService& service = m_services.appService;
+    if (service.isRegistered() && !m_helperRegistered)
+        setHelperRegistered(true);
+    const bool enabled = service.serviceStatus() == ServiceHandle::Enabled;
+    setHelperMissing(!enabled);
+    if (!enabled) {
+        // Nothing here can install the daemon: every loop ends, and the page says what to do.
+        m_daemonSettled = true;
+        m_startWhenRegistered = false;
+        m_waitTimer.reset();
+        m_retryTimer.reset();
+        return;
+    }
+    m_daemonSettled = false;
+    if (std::exchange(m_startWhenRegistered, false))
+        waitAndStart();
 }
 
 void XPCClient::connetionInterruptionHandler()
@@ -376,6 +421,11 @@ void XPCClient::receivedVersion(const Notification& notification)
 
 void XPCClient::uninstallQuillane()
 {
+    // The package manager owns a packaged installation's files: it removes them, never the daemon.
+    if (m_services.package) {
+        removePackage(*m_services.package);
+        return;
+    }
     connect();
     if (!m_services.bundle.executablePath) {
         SystemLog::write("Uninstall Failed");
@@ -401,6 +451,70 @@ void XPCClient::uninstallQuillane()
             }
         },
         [] { Console::writeLine("Uninstall Failed"); });
+}
+
+void XPCClient::removePackage(const QString& package)
+{
+    if (!m_services.packageManager) {
+        showRemovalCommand(package, "no package manager service runs here");
+        return;
+    }
+    QPointer<XPCClient> self(this);
+    m_services.packageManager->removePackage(package, [self, package](const Result<bool>& removed) {
+        if (!self)
+            return;
+        self->m_uninstallerReplied = true;
+        if (!removed) {
+            self->showRemovalCommand(package, removed.error());
+            return;
+        }
+        self->m_services.appService.removeLoginItem();
+        self->runSoon([self] { self->m_services.application.terminate(); });
+    });
+}
+
+void XPCClient::showRemovalCommand(const QString& package, const std::string& why)
+{
+    Console::writeLine("Uninstall Failed: ", why);
+    m_services.alerts.runModal(
+        {QStringLiteral("Uninstall Failed"),
+         QStringLiteral("Quillane came with the package %1, which only the package manager "
+                        "removes. Run this command in a terminal: sudo apt remove %1")
+             .arg(package),
+         {QStringLiteral("OK")},
+         false,
+         {},
+         /*cancelButton=*/0});
+}
+
+void XPCClient::repairHomeTrash(std::function<void(std::optional<QString>)> done)
+{
+    // Not in the generated proxy: the daemon's method is
+    //   repairHomeTrash() -> as error    (no error: the trash is the caller's again)
+    // and the daemon finds the caller's trash from the caller's own uid, never from the client.
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(Constant::helperMachLabel, Constant::helperObjectPath,
+                                       QStringLiteral("com.velmoric.QuillaneDaemon.TrashHelper"),
+                                       QStringLiteral("repairHomeTrash"));
+    call.setInteractiveAuthorizationAllowed(true);
+    if (!m_services.bus.isConnected()) {
+        done(QStringLiteral("the system bus is not reachable"));
+        return;
+    }
+    // An administrator may take minutes to answer polkit's question.
+    auto* watcher =
+        new QDBusPendingCallWatcher(m_services.bus.asyncCall(call, uninstallTimeoutMs), this);
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, this,
+                     [watcher, done = std::move(done)] {
+                         watcher->deleteLater();
+                         const QDBusPendingReply<QStringList> reply = *watcher;
+                         if (reply.isError()) {
+                             const QDBusError error = reply.error();
+                             done(error.message().isEmpty() ? error.name() : error.message());
+                             return;
+                         }
+                         done(firstOf(reply.value()));
+                     });
 }
 
 void XPCClient::openLoginItems()
@@ -439,6 +553,14 @@ void XPCClient::setHelperRegistered(bool registered)
 {
     m_helperRegistered = registered;
     Q_EMIT helperRegisteredChanged();
+}
+
+void XPCClient::setHelperMissing(bool missing)
+{
+    if (missing == m_helperMissing)
+        return;
+    m_helperMissing = missing;
+    Q_EMIT helperMissingChanged();
 }
 
 void XPCClient::setLoginItemActive(bool active)

@@ -20,6 +20,7 @@ class Alerts;
 class ApplicationControl;
 class HelperClientImpl;
 class HelperConnection;
+class PackageManager;
 class RepeatingTimer;
 class Scheduler;
 class UserDefaults;
@@ -35,6 +36,7 @@ class XPCClient : public QObject
     Q_PROPERTY(qint64 helperBuildNumber READ helperBuildNumber NOTIFY helperBuildNumberChanged)
     Q_PROPERTY(QString helperBuildString READ helperBuildString NOTIFY helperBuildStringChanged)
     Q_PROPERTY(bool helperRegistered READ helperRegistered NOTIFY helperRegisteredChanged)
+    Q_PROPERTY(bool helperMissing READ helperMissing NOTIFY helperMissingChanged)
     Q_PROPERTY(bool loginItemActive READ loginItemActive WRITE setLoginItemActive NOTIFY
                    loginItemActiveChanged)
     Q_PROPERTY(
@@ -51,6 +53,10 @@ public:
         Alerts& alerts;
         ApplicationControl& application;
         BundleInfo bundle;
+        // The package the application came from, if it did, and the package manager that
+        // removes it: such an installation is uninstalled by its package manager, not the daemon.
+        std::optional<QString> package = std::nullopt;
+        PackageManager* packageManager = nullptr;
     };
 
     explicit XPCClient(Services services, QObject* parent = nullptr);
@@ -63,6 +69,9 @@ public:
     void deleteFile(const std::optional<std::filesystem::path>& url);
     void updateBuild();
     void uninstallQuillane();
+    // Asks the daemon to give the user's home trash back to the user (owner and permissions),
+    // which polkit has an administrator approve. done gets none once it is done, else why not.
+    void repairHomeTrash(std::function<void(std::optional<QString> error)> done);
     void openLoginItems();
     void toggleLoginItem();
     void addToLoginItems();
@@ -71,6 +80,9 @@ public:
     qint64 helperBuildNumber() const { return m_helperBuildNumber; }
     QString helperBuildString() const { return m_helperBuildString; }
     bool helperRegistered() const { return m_helperRegistered; }
+    // The last read of the daemon's status found it not installed (or forbidden). Nothing asks
+    // again until the user does (waitAndStart()) or the status changes.
+    bool helperMissing() const { return m_helperMissing; }
     bool loginItemActive() const { return m_loginItemActive; }
     void setLoginItemActive(bool active);
     bool showLoginLaunchScreen() const { return m_showLoginLaunchScreen; }
@@ -90,6 +102,7 @@ Q_SIGNALS:
     void helperBuildNumberChanged();
     void helperBuildStringChanged();
     void helperRegisteredChanged();
+    void helperMissingChanged();
     void loginItemActiveChanged();
     void showLoginLaunchScreenChanged();
     void shouldOpenLoginItemsChanged();
@@ -108,10 +121,14 @@ private:
     void connectionInvalidationHandler();
     void setHelperBuildNumber(qint64 build);
     void setHelperRegistered(bool registered);
+    void setHelperMissing(bool missing);
+    void daemonStatusRead();
     void setShowLoginLaunchScreen(bool show);
     void runSoon(std::function<void()> task);
     void runAfter(std::chrono::milliseconds delay, std::function<void()> task);
     void showTimeoutAlert(const QString& title, std::function<void()> keepTrying);
+    void removePackage(const QString& package);
+    void showRemovalCommand(const QString& package, const std::string& why);
 
     Services m_services;
     std::unique_ptr<HelperClientImpl> m_exported;
@@ -124,6 +141,11 @@ private:
     bool m_receivedReply = false;
     qint64 m_retryCount = 0;
     bool m_helperRegistered = false;
+    bool m_helperMissing = false;
+    // A status read found no daemon to start: the loops stop until the user asks again.
+    bool m_daemonSettled = false;
+    // Launch asked to start the daemon once its status, still being read, says it is there.
+    bool m_startWhenRegistered = false;
     bool m_loginItemActive = false;
     bool m_showLoginLaunchScreen = true;
     bool m_shouldOpenLoginItems = false;

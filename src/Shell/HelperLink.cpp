@@ -6,6 +6,8 @@
 #include "Platform/QtScheduler.h"
 #include "Platform/linux/AutostartEntry.h"
 #include "Platform/linux/DesktopLoginItemsSettings.h"
+#include "Platform/linux/PackageKitManager.h"
+#include "Platform/linux/PackageOrigin.h"
 #include "Platform/linux/SystemdUnitService.h"
 
 namespace quillane
@@ -22,9 +24,15 @@ HelperLink::HelperLink(Scheduler& mainQueue, UserDefaults& defaults, Alerts& ale
         std::make_unique<SystemdUnitService>(bus),
         std::make_unique<AutostartEntry>(AutostartEntry::configHomeFromEnvironment(),
                                          bundle.executablePath.value_or("quillane")),
-        *m_loginItemsSettings, *m_registrationQueue);
+        *m_loginItemsSettings, *m_registrationQueue, mainQueue);
+    std::optional<QString> package;
+    if (bundle.executablePath)
+        if (const auto name = owningPackage(*bundle.executablePath))
+            package = QString::fromStdString(*name);
+    m_packageManager = std::make_unique<PackageKitManager>(bus);
     m_client = std::make_unique<XPCClient>(
-        XPCClient::Services{bus, mainQueue, *m_appService, defaults, alerts, application, bundle});
+        XPCClient::Services{bus, mainQueue, *m_appService, defaults, alerts, application, bundle,
+                            package, m_packageManager.get()});
 }
 
 HelperLink::~HelperLink()

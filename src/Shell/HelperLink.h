@@ -10,6 +10,7 @@ class Alerts;
 class ApplicationControl;
 class AutostartEntry;
 class DesktopLoginItemsSettings;
+class PackageKitManager;
 class Scheduler;
 class SystemdUnitService;
 class ThreadWorkQueue;
@@ -17,8 +18,8 @@ class UserDefaults;
 class VLAppService;
 class XPCClient;
 
-// The helper link as the application runs it: the daemon's systemd unit and the autostart
-// entry as registrations, and the client on the system bus.
+// The helper link as the application runs it: the daemon as installed on this system and the
+// autostart entry as registrations, and the client on the system bus.
 class HelperLink
 {
 public:
@@ -33,6 +34,7 @@ private:
     std::unique_ptr<ThreadWorkQueue> m_registrationQueue;
     std::unique_ptr<DesktopLoginItemsSettings> m_loginItemsSettings;
     std::unique_ptr<VLAppService> m_appService;
+    std::unique_ptr<PackageKitManager> m_packageManager;
     std::unique_ptr<XPCClient> m_client;
 };
 

@@ -118,10 +118,12 @@ void SettingsView::setControlActiveState(ControlActiveState state)
     m_controlActiveState = state;
     switch (state) {
     case ControlActiveState::Active:
-        m_services.application.show(true);
+        m_services.application.activate(true);
         break;
     case ControlActiveState::Inactive:
-        m_services.application.hide();
+        // Only the settings go when another application takes the focus; the setup window
+        // and the panel are the user's to close.
+        window()->hide();
         break;
     case ControlActiveState::Other:
         break;

@@ -31,8 +31,8 @@ public:
     // or the window is closed).
     static ControlActiveState controlActiveState(bool windowOpen, bool windowActive,
                                                  Qt::ApplicationState applicationState);
-    // Acts on a change of standing: Active shows the application, ignoring other applications;
-    // Inactive hides it. A standing that did not change does nothing.
+    // Acts on a change of standing: Active brings the application forward, ignoring other
+    // applications; Inactive hides this window only. A standing that did not change does nothing.
     void setControlActiveState(ControlActiveState state);
 
     QCheckBox* askBeforeEmptying() const { return m_askBeforeEmptying; }

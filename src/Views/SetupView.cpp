@@ -4,17 +4,30 @@
 #include "Model/VolumeObserver.h"
 #include "Platform/Console.h"
 #include "Platform/Constant.h"
+#include "Platform/Platform.h"
+#include "Platform/TrashLocator.h"
 #include "Platform/UserDefaults.h"
 #include "Platform/Workspace.h"
+#include "Shell/Display.h"
 
+#include <QClipboard>
+#include <QFontDatabase>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPainter>
+#include <QPointer>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QShortcut>
 #include <QShowEvent>
 #include <QSvgRenderer>
 #include <QVBoxLayout>
+#include <cstring>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace quillane
 {
@@ -43,6 +56,28 @@ QLabel* makeLabel(const QString& text, int pixelSize, QWidget* parent)
     label->setFont(sizedFont(label->font(), pixelSize));
     label->setTextFormat(Qt::PlainText);
     return label;
+}
+
+QString userName(uid_t uid)
+{
+    const passwd* entry = getpwuid(uid);
+    return entry && entry->pw_name ? QString::fromLocal8Bit(entry->pw_name) : QString::number(uid);
+}
+
+// A word the shell takes as it is, whatever bytes it holds.
+QString shellQuoted(const QString& word)
+{
+    static const QRegularExpression plain(QStringLiteral("^[A-Za-z0-9_./:@%+=,-]+$"));
+    if (plain.match(word).hasMatch())
+        return word;
+    QString quoted = word;
+    quoted.replace(u'\'', QStringLiteral("'\\''"));
+    return u'\'' + quoted + u'\'';
+}
+
+QString shellQuoted(const std::filesystem::path& path)
+{
+    return shellQuoted(QString::fromLocal8Bit(path.native()));
 }
 
 } // namespace
@@ -84,13 +119,32 @@ void SetupPage::addTitle(const QString& text, int paddingBelow)
     m_column->addWidget(label, 0, Qt::AlignHCenter);
 }
 
-void SetupPage::addText(const QString& text, const QMargins& padding)
+QLabel* SetupPage::addText(const QString& text, const QMargins& padding)
 {
     QLabel* label = makeLabel(text, bodySize, this);
     label->setWordWrap(true);
     label->setAlignment(Qt::AlignLeading | Qt::AlignTop);
     label->setContentsMargins(padding);
     m_column->addWidget(label);
+    return label;
+}
+
+QLineEdit* SetupPage::addCommand(const QString& command, QPushButton** copyButton)
+{
+    auto* row = new QHBoxLayout;
+    auto* field = new QLineEdit(command, this);
+    field->setReadOnly(true);
+    field->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    field->setCursorPosition(0);
+    QPushButton* copy = makeButton(QStringLiteral("Copy"), true);
+    connect(copy, &QPushButton::clicked, field,
+            [field] { QGuiApplication::clipboard()->setText(field->text()); });
+    row->addWidget(field, 1);
+    row->addWidget(copy);
+    m_column->addLayout(row);
+    if (copyButton)
+        *copyButton = copy;
+    return field;
 }
 
 void SetupPage::addPicture(const QString& name, std::optional<QSize> frame)
@@ -157,21 +211,57 @@ FDAView::FDAView(const ViewServices& services, QWidget* parent) : SetupPage(serv
     const QMargins margins = column()->contentsMargins();
     addPicture(QStringLiteral("WelcomeExample"),
                QSize(pageSize.width() - margins.left() - margins.right(), 280));
-    addTitle(QStringLiteral("Quillane requires Full Disk Access"), 10);
-    addText(QStringLiteral(
-                "To have access to empty your trash, Quillane needs Full Disk Access. To grant "
-                "Full Disk Access, Click on the \u2018Open Security and Privacy\u2019 button below "
-                "which will launch the desktop's settings. Toggle the switch for the Quillane "
-                "application to the right to grant Full Disk access as displayed below. You will "
-                "be prompted to quit Quillane to grant Full Disk Access, click on the Quit & "
-                "Reopen button."),
-            QMargins(15, 0, 15, 15));
-    addPicture(QStringLiteral("FDAExample"));
+    addTitle(QStringLiteral("Quillane requires access to your trash"), 10);
+
+    // The trash belongs to whoever owns the home it is in.
+    const Platform& platform = m_services.observer.platform();
+    struct stat home {
+    };
+    const uid_t user = ::stat(platform.home.c_str(), &home) == 0 ? home.st_uid : getuid();
+    const Diagnosis diagnosis =
+        diagnose(findTrashAccessProblem(platform.trash.homeTrashFolder(), user), userName(user));
+    QString text = QStringLiteral("To have access to empty your trash, Quillane needs to be able "
+                                  "to list your trash folder. ") +
+                   diagnosis.problem;
+    if (!diagnosis.command.isEmpty())
+        text += QStringLiteral(" To fix it, run this command in a terminal, then quit and reopen "
+                               "Quillane:");
+    m_problem = addText(text, QMargins(15, 0, 15, 15));
+
+    QPushButton* copy = nullptr;
+    if (!diagnosis.command.isEmpty())
+        m_command = addCommand(diagnosis.command, &copy);
     column()->addStretch();
-    QPushButton* open = makeButton(QStringLiteral("Open Security and Privacy"), false);
-    column()->addWidget(open, 0, Qt::AlignHCenter);
-    setDefaultButton(open);
-    connect(open, &QPushButton::clicked, this, &FDAView::openFDA);
+
+    // The helper can do the same fix, once an administrator approves.
+    if (!diagnosis.command.isEmpty() && m_services.client.helperRegistered()) {
+        m_repair = makeButton(QStringLiteral("Fix It with the Quillane Helper"), false);
+        column()->addWidget(m_repair, 0, Qt::AlignHCenter);
+        connect(m_repair, &QPushButton::clicked, this, [this] {
+            m_repair->setEnabled(false);
+            m_outcome->setText(QStringLiteral("Waiting for an administrator's approval\u2026"));
+            QPointer<FDAView> self(this);
+            m_services.client.repairHomeTrash([self](const std::optional<QString>& error) {
+                if (!self)
+                    return;
+                self->m_repair->setEnabled(error.has_value());
+                self->m_outcome->setText(
+                    error ? QStringLiteral("The helper could not fix it: %1").arg(*error)
+                          : QStringLiteral("Your trash folder is yours again. Quit and reopen "
+                                           "Quillane to empty your trash."));
+            });
+        });
+    }
+    m_outcome = addText(QString(), QMargins(15, 0, 15, 0));
+
+    if (copy) {
+        setDefaultButton(copy);
+    } else {
+        QPushButton* close = makeButton(QStringLiteral("Close"), false);
+        column()->addWidget(close, 0, Qt::AlignHCenter);
+        setDefaultButton(close);
+        connect(close, &QPushButton::clicked, this, [this] { window()->close(); });
+    }
 }
 
 bool FDAView::stepDone() const
@@ -179,35 +269,32 @@ bool FDAView::stepDone() const
     return m_services.observer.fdaGranted() && m_services.client.helperRegistered();
 }
 
-std::optional<SettingsCommand> FDAView::privacySettings(const QString& currentDesktop)
+FDAView::Diagnosis FDAView::diagnose(const std::optional<TrashAccessProblem>& problem,
+                                     const QString& user)
 {
-    for (const QString& desktop : currentDesktop.split(u':', Qt::SkipEmptyParts)) {
-        // GNOME's privacy settings hold its file history and trash page: the place where the
-        // desktop decides what is kept of the user's files.
-        if (desktop.compare(QLatin1String("GNOME"), Qt::CaseInsensitive) == 0)
-            return SettingsCommand{QStringLiteral("gnome-control-center"),
-                                   {QStringLiteral("privacy")}};
-        // KDE has no page that grants a program access to files (its Flatpak permissions cover
-        // sandboxed applications only, which we are not). Its privacy page for files is Recent
-        // Files, the counterpart of GNOME's file history, so that is where we send the user.
-        if (desktop.compare(QLatin1String("KDE"), Qt::CaseInsensitive) == 0)
-            return SettingsCommand{QStringLiteral("systemsettings"),
-                                   {QStringLiteral("kcm_recentFiles")}};
+    if (!problem)
+        return {QStringLiteral("It can now: quit and reopen Quillane."), QString()};
+    const QString folder = displayPath(problem->folder);
+    switch (problem->kind) {
+    case TrashAccessProblem::Kind::Owner:
+        return {QStringLiteral("The folder \u2018%1\u2019 belongs to %2, not to you, as happens "
+                               "when a file manager was run with sudo.")
+                    .arg(folder, userName(problem->owner)),
+                QStringLiteral("sudo chown -R %1: %2")
+                    .arg(shellQuoted(user), shellQuoted(problem->trash))};
+    case TrashAccessProblem::Kind::Mode:
+        return {QStringLiteral("The folder \u2018%1\u2019 has the permissions %2, which keep you "
+                               "out of it.")
+                    .arg(folder, QStringLiteral("%1").arg(problem->mode, 4, 8, QLatin1Char('0'))),
+                QStringLiteral("chmod u+rwx %1").arg(shellQuoted(problem->folder))};
+    case TrashAccessProblem::Kind::Other:
+        break;
     }
-    return std::nullopt;
-}
-
-void FDAView::openFDA()
-{
-    const auto command = privacySettings(qEnvironmentVariable("XDG_CURRENT_DESKTOP"));
-    if (!command) {
-        Console::writeLine("FDA Error: ", "no privacy settings on this desktop");
-    } else if (const Result<qint64> started =
-                   m_services.workspace.launch(command->program, command->arguments);
-               !started) {
-        Console::writeLine("FDA Error: ", started.error());
-    }
-    window()->close();
+    return {QStringLiteral("The folder \u2018%1\u2019 cannot be listed (%2). A confinement "
+                           "profile, such as AppArmor's, may keep Quillane out of it: allow "
+                           "Quillane to read it there, then quit and reopen Quillane.")
+                .arg(folder, QString::fromLocal8Bit(std::strerror(problem->error))),
+            QString()};
 }
 
 HelperView::HelperView(const ViewServices& services, QWidget* parent) : SetupPage(services, parent)
@@ -215,17 +302,19 @@ HelperView::HelperView(const ViewServices& services, QWidget* parent) : SetupPag
     addLargeTitle(QStringLiteral("Quillane Needs Authorization"), 0, 20);
     addText(QStringLiteral(
         "Sometimes, your trash might contain items that require extra permission to delete. To "
-        "grant this permission, allow 'Quillane Helper' to run in the background when your "
-        "desktop asks for an administrator's password."));
-    addPicture(QStringLiteral("AllowInBackground"));
+        "grant this permission, install the Quillane helper, which comes with the Quillane "
+        "package. Install the package with this command, then click Check Again:"));
+    addCommand(installCommand(m_services.bundle.shortVersion));
     column()->addStretch();
-    QPushButton* open = makeButton(QStringLiteral("Open Login Items"), true);
-    column()->addWidget(open, 0, Qt::AlignHCenter);
-    setDefaultButton(open);
-    connect(open, &QPushButton::clicked, this, [this] {
-        m_services.client.openLoginItems();
-        m_services.client.waitAndStart();
-    });
+    QPushButton* check = makeButton(QStringLiteral("Check Again"), true);
+    column()->addWidget(check, 0, Qt::AlignHCenter);
+    setDefaultButton(check);
+    connect(check, &QPushButton::clicked, this, [this] { m_services.client.waitAndStart(); });
+}
+
+QString HelperView::installCommand(const QString& version)
+{
+    return QStringLiteral("sudo apt install ./quillane_%1_amd64.deb").arg(version);
 }
 
 bool HelperView::stepDone() const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/TrashAccess.h"
 #include "Views/ViewServices.h"
 
 #include <QMargins>
@@ -9,6 +10,8 @@
 #include <QWidget>
 #include <optional>
 
+class QLabel;
+class QLineEdit;
 class QPushButton;
 class QVBoxLayout;
 
@@ -36,10 +39,12 @@ protected:
     // The parts the pages are made of, added to the column in order.
     void addLargeTitle(const QString& text, int paddingAbove, int paddingBelow);
     void addTitle(const QString& text, int paddingBelow);
-    void addText(const QString& text, const QMargins& padding = {});
+    QLabel* addText(const QString& text, const QMargins& padding = {});
     // One of our pictures at its own size, or scaled to fit the frame keeping its proportions
     // (the frame's height is kept). A picture that cannot be read leaves its place empty.
     void addPicture(const QString& name, std::optional<QSize> frame = std::nullopt);
+    // A command the user may copy into a terminal: a read-only line and a button that copies it.
+    QLineEdit* addCommand(const QString& command, QPushButton** copyButton = nullptr);
     // A button of the large control size; with bodyText, in the body text's size.
     QPushButton* makeButton(const QString& text, bool bodyText);
     void setDefaultButton(QPushButton* button);
@@ -52,14 +57,8 @@ private:
     QPushButton* m_defaultButton = nullptr;
 };
 
-// The program that shows the desktop's settings nearest to granting file access.
-struct SettingsCommand {
-    QString program;
-    QStringList arguments;
-    bool operator==(const SettingsCommand&) const = default;
-};
-
-// Full Disk Access: what the program does, and where the user grants it access to the trash.
+// Access to the user's own trash: what the program does, what keeps it from the trash folder,
+// and how to fix that.
 class FDAView final : public SetupPage
 {
     Q_OBJECT
@@ -69,17 +68,32 @@ public:
 
     FDAView(const ViewServices& services, QWidget* parent = nullptr);
 
-    // Starts the desktop's privacy settings, then closes the window.
-    void openFDA();
-    // The settings program for XDG_CURRENT_DESKTOP (a colon-separated list of names, most
-    // specific first), or none where the desktop has nothing that fits.
-    static std::optional<SettingsCommand> privacySettings(const QString& currentDesktop);
+    // What is wrong with the trash folder, in a sentence that names it, and the command that
+    // fixes it (empty when no command can: a confinement profile is not ours to change).
+    struct Diagnosis {
+        QString problem;
+        QString command;
+    };
+    static Diagnosis diagnose(const std::optional<TrashAccessProblem>& problem,
+                              const QString& userName);
+
+    QLabel* problemLabel() const { return m_problem; }
+    QLineEdit* commandField() const { return m_command; }
+    // Shown when the helper is there to do the fix; null otherwise.
+    QPushButton* repairButton() const { return m_repair; }
+    QLabel* outcomeLabel() const { return m_outcome; }
 
 protected:
     bool stepDone() const override;
+
+private:
+    QLabel* m_problem = nullptr;
+    QLineEdit* m_command = nullptr;
+    QPushButton* m_repair = nullptr;
+    QLabel* m_outcome = nullptr;
 };
 
-// Allowing the privileged helper to run.
+// Installing the privileged helper: installing it is all the approval it needs.
 class HelperView final : public SetupPage
 {
     Q_OBJECT
@@ -88,6 +102,9 @@ public:
     static constexpr QSize pageSize{600, 500};
 
     HelperView(const ViewServices& services, QWidget* parent = nullptr);
+
+    // The command that installs the package this build makes.
+    static QString installCommand(const QString& version);
 
 protected:
     bool stepDone() const override;

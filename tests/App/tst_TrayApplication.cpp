@@ -1,5 +1,6 @@
 #include "../Helper/HelperHarness.h"
 #include "App/AppDelegate.h"
+#include "App/LaunchArguments.h"
 #include "App/PanelWindow.h"
 #include "App/RunningInstance.h"
 #include "App/TrayIcon.h"
@@ -126,6 +127,35 @@ private Q_SLOTS:
         QCOMPARE(clicks.first().first().toPoint(), QPoint(640, 12));
     }
 
+    // A session restore and Qt's own arguments start the tray application; anything else is a
+    // command for the command line.
+    void launchArguments_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<bool>("tray");
+        const auto row = [](const char* name, std::initializer_list<const char*> words, bool tray) {
+            QStringList arguments;
+            for (const char* word : words)
+                arguments << QString::fromLatin1(word);
+            QTest::newRow(name) << arguments << tray;
+        };
+        row("none", {}, true);
+        row("session restore", {"-session", "10d3f5b2a7000163"}, true);
+        row("session and name", {"-session", "10d3f", "-name", "quillane"}, true);
+        row("Qt's own, double dash", {"--platform", "xcb", "-reverse"}, true);
+        row("value after =", {"-session=10d3f"}, true);
+        row("session without its ID", {"-session"}, false);
+        row("a command", {"list"}, false);
+        row("help", {"--help"}, false);
+        row("session, then a command", {"-session", "x", "list"}, false);
+        row("unknown option", {"-sessions", "x"}, false);
+    }
+    void launchArguments()
+    {
+        QFETCH(QStringList, arguments);
+        QTEST(isTrayLaunch(arguments), "tray");
+    }
+
     void launchSequence_data()
     {
         QTest::addColumn<int>("daemonStatus");
@@ -143,7 +173,8 @@ private Q_SLOTS:
         test::HelperHarness helper;
         QVERIFY(helper.startDaemon({QStringLiteral("--version"), QStringLiteral("17")}));
         helper.daemonService->currentStatus = daemonStatus;
-        helper.appService->updateStatus(); // as read when the application starts
+        helper.scheduler.runPending();
+        helper.appService->updateStatus(); // read when the application starts, applied later
         XPCClient& client = helper.client();
         QTemporaryDir dir;
         SettingsUserDefaults defaults(dir.filePath(QStringLiteral("defaults.ini")));
@@ -153,8 +184,11 @@ private Q_SLOTS:
 
         QCOMPARE(application.calls, QStringList{QStringLiteral("activate ignoring")});
         QCOMPARE(client.helperStatus(), QStringLiteral("checking"));
+        QVERIFY(!client.helperRegistered()); // the status is not in yet
+        helper.scheduler.runPending();
         // Waiting for the helper is a repeating step on the main queue, there only when started.
         QCOMPARE(helper.scheduler.pendingCount() > 0, starts);
+        QCOMPARE(client.helperRegistered(), starts);
         if (starts) {
             helper.scheduler.advance(2s);
             QTRY_VERIFY(helper.calls(QStringLiteral("versionWithReply")) > 0);

@@ -1,11 +1,13 @@
 #include "HelperHarness.h"
 
+#include "Platform/linux/SystemdUnitService.h"
+
 #include <QTest>
 
 namespace quillane::test
 {
 
-HelperHarness::HelperHarness()
+HelperHarness::HelperHarness(std::optional<std::filesystem::path> installRoot)
     : m_connectionName(QStringLiteral("quillane-test-bus-%1").arg(quintptr(this)))
 {
     m_busDaemon.start(QStringLiteral("dbus-daemon"),
@@ -17,12 +19,21 @@ HelperHarness::HelperHarness()
     qputenv("DBUS_SYSTEM_BUS_ADDRESS", address.toLatin1()); // for the scripted daemon
     m_bus = QDBusConnection::connectToBus(address, m_connectionName);
 
-    auto daemon = std::make_unique<ScriptedService>();
+    std::unique_ptr<ServiceHandle> daemon;
+    if (installRoot) {
+        auto counted = std::make_unique<CountedService>(
+            std::make_unique<SystemdUnitService>(m_bus, *installRoot));
+        installedDaemon = counted.get();
+        daemon = std::move(counted);
+    } else {
+        auto scripted = std::make_unique<ScriptedService>();
+        daemonService = scripted.get();
+        daemon = std::move(scripted);
+    }
     auto login = std::make_unique<ScriptedService>();
-    daemonService = daemon.get();
     loginService = login.get();
     appService = std::make_unique<VLAppService>(std::move(daemon), std::move(login),
-                                                loginItemsSettings, registrationQueue);
+                                                loginItemsSettings, registrationQueue, scheduler);
     m_defaults =
         std::make_unique<SettingsUserDefaults>(m_dir.filePath(QStringLiteral("defaults.ini")));
 }
@@ -82,8 +93,9 @@ XPCClient& HelperHarness::client(std::optional<QString> buildVersion)
     bundle.buildVersion = std::move(buildVersion);
     bundle.shortVersion = QStringLiteral("1.0");
     bundle.executablePath = "/usr/bin/quillane";
-    m_client = std::make_unique<XPCClient>(XPCClient::Services{
-        m_bus, scheduler, *appService, *m_defaults, alerts, application, bundle});
+    m_client = std::make_unique<XPCClient>(XPCClient::Services{m_bus, scheduler, *appService,
+                                                               *m_defaults, alerts, application,
+                                                               bundle, package, packageManager});
     return *m_client;
 }
 

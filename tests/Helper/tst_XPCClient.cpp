@@ -4,7 +4,11 @@
 #include "Platform/SystemLog.h"
 #include "TestSupport.h"
 
+#include <QDBusContext>
+#include <QDBusMessage>
+#include <QScopeGuard>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace quillane;
@@ -20,10 +24,37 @@ const std::string invalidated =
 // A scripted daemon whose registration the service manager already reports as enabled.
 bool startEnabledDaemon(test::HelperHarness& helper, const QStringList& script)
 {
+    helper.scheduler.runPending(); // the read made at creation
     helper.daemonService->currentStatus = ServiceHandle::Enabled;
     helper.appService->updateStatus();
+    helper.scheduler.runPending();
     return helper.startDaemon(script);
 }
+
+// The daemon's method that gives the caller's trash back, as the client calls it: it answers as
+// told and notes whether polkit may ask the user.
+class RepairingDaemon : public QObject, protected QDBusContext
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "com.velmoric.QuillaneDaemon.TrashHelper")
+
+public:
+    QStringList answer;
+    QString failure; // a D-Bus error instead of an answer
+    int calls = 0;
+    bool interactive = false;
+
+public Q_SLOTS:
+    Q_SCRIPTABLE QStringList repairHomeTrash()
+    {
+        ++calls;
+        interactive = message().isInteractiveAuthorizationAllowed();
+        if (!failure.isEmpty())
+            sendErrorReply(QStringLiteral("com.velmoric.QuillaneDaemon.Error.NotAuthorized"),
+                           failure);
+        return answer;
+    }
+};
 
 } // namespace
 
@@ -111,8 +142,10 @@ private Q_SLOTS:
         QCOMPARE(helper.alerts.shown[0].title, QStringLiteral("Start Quillane Helper timed out"));
         QCOMPARE(helper.alerts.shown[0].buttons,
                  (QStringList{QStringLiteral("Keep Trying"), QStringLiteral("Quit")}));
-        QCOMPARE(client.retryCount(), qint64(0));     // "Keep Trying" starts over
-        QCOMPARE(helper.daemonService->registers, 1); // once registered, retries only ask
+        QCOMPARE(client.retryCount(), qint64(0)); // "Keep Trying" starts over
+        // An enabled daemon needs no registration: retries only ask for its version.
+        QCOMPARE(helper.daemonService->registers, 0);
+        QCOMPARE(helper.daemonService->statusReads, 2);
         QTRY_VERIFY(helper.calls(version) >= 32);
 
         helper.scheduler.advance(62s);
@@ -122,28 +155,32 @@ private Q_SLOTS:
         QCOMPARE(helper.alerts.shown.size(), std::size_t(2)); // no timer outlives the alert
     }
 
-    void olderDaemonIsRegisteredAgain()
+    // An older daemon leaves by itself when idle and the bus starts the installed one: the client
+    // only reads the status again and asks no one for anything.
+    void olderDaemonNeedsNoRegistration()
     {
         test::HelperHarness helper;
         QVERIFY(startEnabledDaemon(helper, {QStringLiteral("--version"), QStringLiteral("15")}));
         XPCClient& client = helper.client(QStringLiteral("17"));
+        const int reads = helper.daemonService->statusReads;
 
         client.start();
         QTRY_VERIFY(client.shouldUpdate());
-        QCOMPARE(helper.daemonService->unregisters, 1);
-        QCOMPARE(helper.daemonService->registers, 0);
+        QCOMPARE(helper.daemonService->statusReads, reads + 1);
         helper.scheduler.runPending(); // stores the build and reads it once more
         QCOMPARE(client.helperBuildNumber(), qint64(15));
         QCOMPARE(client.helperBuildString(), QStringLiteral("15"));
         QTRY_COMPARE(helper.calls(version), 2);
 
         helper.scheduler.advance(499ms);
-        QCOMPARE(helper.daemonService->registers, 0);
+        QVERIFY(client.shouldUpdate());
         helper.scheduler.advance(1ms);
-        QCOMPARE(helper.daemonService->registers, 1);
         QVERIFY(!client.shouldUpdate());
         helper.scheduler.advance(500ms); // the build is read again 1.0 s after the request
         QTRY_COMPARE(helper.calls(version), 3);
+        QCOMPARE(helper.daemonService->registers, 0);
+        QCOMPARE(helper.daemonService->unregisters, 0);
+        QCOMPARE(helper.daemonService->statusReads, reads + 1);
     }
 
     void statusReply_data()
@@ -190,9 +227,90 @@ private Q_SLOTS:
         helper.scheduler.runPending();
         QVERIFY(helper.daemonOutput().contains(QStringLiteral("/usr/bin/quillane")));
         QCOMPARE(helper.application.terminations, accepted ? 1 : 0);
-        QCOMPARE(helper.daemonService->unregisters, accepted ? 1 : 0);
         QCOMPARE(helper.loginService->unregisters, accepted ? 1 : 0);
         QCOMPARE(console.count("Uninstall Failed"), accepted ? 0 : 1);
+    }
+
+    // A packaged installation is the package manager's to remove: the daemon is never asked, and
+    // where the package manager cannot, the user is given the command.
+    void uninstallFromAPackage_data()
+    {
+        QTest::addColumn<bool>("hasManager");
+        QTest::addColumn<QString>("refusal");
+        QTest::addColumn<int>("terminations");
+        QTest::newRow("removed") << true << QString() << 1;
+        QTest::newRow("refused") << true << QStringLiteral("Not authorized") << 0;
+        QTest::newRow("no package manager") << false << QString() << 0;
+    }
+    void uninstallFromAPackage()
+    {
+        QFETCH(bool, hasManager);
+        QFETCH(QString, refusal);
+        QFETCH(int, terminations);
+        test::HelperHarness helper;
+        QVERIFY(helper.startDaemon(
+            {QStringLiteral("--uninstall-reply"), QStringLiteral("Uninstalling")}));
+        test::ScriptedPackageManager manager;
+        manager.refusal = refusal.toStdString();
+        helper.package = QStringLiteral("quillane");
+        helper.packageManager = hasManager ? &manager : nullptr;
+        test::ConsoleCapture console;
+        XPCClient& client = helper.client();
+        client.uninstallQuillane();
+        helper.scheduler.runPending();
+        QCOMPARE(manager.removals,
+                 hasManager ? QStringList{QStringLiteral("quillane")} : QStringList());
+        QCOMPARE(helper.application.terminations, terminations);
+        QCOMPARE(helper.loginService->unregisters, terminations);
+        QCOMPARE(helper.alerts.shown.size(), std::size_t(terminations ? 0 : 1));
+        if (!terminations) {
+            QVERIFY(helper.alerts.shown[0].informativeText.contains(
+                QStringLiteral("sudo apt remove quillane")));
+            QCOMPARE(console.count("Uninstall Failed: "), 1);
+        }
+        // A call on the same connection after it: the daemon answers in order.
+        client.updateBuild();
+        QTRY_COMPARE(helper.calls(version), 1);
+        QCOMPARE(helper.calls(QStringLiteral("uninstall")), 0);
+    }
+
+    // The access page's fix: the daemon's answer comes back as done (nothing) or why not; polkit
+    // may ask the user, since an administrator approves it.
+    void repairHomeTrash_data()
+    {
+        QTest::addColumn<QStringList>("answer");
+        QTest::addColumn<QString>("failure");
+        QTest::addColumn<std::optional<QString>>("error");
+        QTest::newRow("done") << QStringList() << QString() << std::optional<QString>();
+        QTest::newRow("refused with a reason")
+            << QStringList{QStringLiteral("not your trash")} << QString()
+            << std::optional<QString>(QStringLiteral("not your trash"));
+        QTest::newRow("not authorised") << QStringList() << QStringLiteral("Not authorized")
+                                        << std::optional<QString>(QStringLiteral("Not authorized"));
+    }
+    void repairHomeTrash()
+    {
+        QFETCH(QStringList, answer);
+        QFETCH(QString, failure);
+        test::HelperHarness helper;
+        QDBusConnection daemonBus = QDBusConnection::connectToBus(
+            QString::fromLatin1(qgetenv("DBUS_SYSTEM_BUS_ADDRESS")), QStringLiteral("repairing"));
+        const auto release =
+            qScopeGuard([] { QDBusConnection::disconnectFromBus(QStringLiteral("repairing")); });
+        RepairingDaemon daemon;
+        daemon.answer = answer;
+        daemon.failure = failure;
+        QVERIFY(daemonBus.registerObject(Constant::helperObjectPath, &daemon,
+                                         QDBusConnection::ExportScriptableSlots));
+        QVERIFY(daemonBus.registerService(Constant::helperMachLabel));
+
+        XPCClient& client = helper.client();
+        std::optional<std::optional<QString>> outcome;
+        client.repairHomeTrash([&](std::optional<QString> error) { outcome = error; });
+        QTRY_VERIFY(outcome.has_value());
+        QTEST(*outcome, "error");
+        QCOMPARE(daemon.calls, 1);
+        QVERIFY(daemon.interactive);
     }
 
     void deleteReports_data()
@@ -258,16 +376,19 @@ private Q_SLOTS:
         QVERIFY(!log.has("URL: /trash/files/x, Removed"));
     }
 
-    void missingDaemonInvalidatesAndReauthorises()
+    void missingDaemonInvalidatesOnce()
     {
-        test::HelperHarness helper; // no daemon on the bus
+        test::HelperHarness helper; // no daemon on the bus, and none installed
         test::SystemLogCapture log;
         XPCClient& client = helper.client();
-        QVERIFY(helper.appService->shouldGrantPrivilege());
+        helper.scheduler.runPending();
+        QVERIFY(client.helperMissing());
         client.updateBuild();
         QTRY_VERIFY(log.has(invalidated));
-        helper.scheduler.advance(500ms);
-        QCOMPARE(helper.daemonService->registers, 1);
+        helper.scheduler.advance(60s);
+        QCOMPARE(helper.daemonService->statusReads, 1); // read once, at creation
+        QCOMPARE(helper.daemonService->registers, 0);
+        QCOMPARE(helper.scheduler.pendingCount(), std::size_t(0));
     }
 
     void busGoingAwayInvalidatesAPendingCall()
@@ -283,12 +404,15 @@ private Q_SLOTS:
         QVERIFY(!client.receivedReply());
     }
 
+    // Only a service manager that never answers keeps the wait going; one read at a time.
     void waitingForTheDaemonTimesOutAfterSixtyTicks()
     {
         test::HelperHarness helper;
         QVERIFY(helper.startDaemon({QStringLiteral("--silent")}));
         XPCClient& client = helper.client();
         helper.alerts.answers = {AlertAnswer::firstButton, AlertAnswer::secondButton};
+        helper.scheduler.runPending();
+        helper.registrationQueue.hold = true;
 
         const auto timeouts = [&] {
             return std::ranges::count(helper.alerts.shown,
@@ -300,6 +424,8 @@ private Q_SLOTS:
         QCOMPARE(timeouts(), 0);
         helper.scheduler.advance(1s); // the 61st tick
         QCOMPARE(timeouts(), 1);
+        QCOMPARE(helper.registrationQueue.held.size(), std::size_t(1));
+        QVERIFY(!helper.alerts.shown[0].informativeText.contains(QStringLiteral("Mac")));
     }
 
     void waitingEndsOnceTheDaemonIsEnabled()
@@ -307,15 +433,52 @@ private Q_SLOTS:
         test::HelperHarness helper;
         QVERIFY(helper.startDaemon({QStringLiteral("--version"), QStringLiteral("17")}));
         XPCClient& client = helper.client();
+        helper.scheduler.runPending();
+        const int reads = helper.daemonService->statusReads;
         client.waitAndStart();
         helper.scheduler.advance(3s);
+        QVERIFY(client.helperMissing()); // read once, and then no more
+        QCOMPARE(helper.daemonService->statusReads, reads + 1);
         helper.daemonService->currentStatus = ServiceHandle::Enabled;
+        helper.scheduler.advance(60s);
+        QCOMPARE(helper.daemonService->statusReads, reads + 1);
+        QCOMPARE(helper.calls(version), 0);
+
+        client.waitAndStart(); // the user asks again
+        helper.scheduler.advance(1s);
+        QVERIFY(!client.helperMissing());
+        QVERIFY(client.helperRegistered());
         helper.scheduler.advance(1s); // this tick still starts the daemon, then waiting ends
         QTRY_VERIFY(client.receivedReply());
         const int starts = helper.calls(version);
         helper.scheduler.advance(90s);
         QVERIFY(helper.alerts.shown.empty());
         QVERIFY(helper.calls(version) <= starts + 2);
+    }
+
+    // No daemon installed (a build tree, an install under /usr/local): ten minutes of the first-run
+    // guide read the real installation once at launch and once per press of the page's button,
+    // say the daemon is missing once, and ask no one for a password.
+    void tenMinutesOfOnboardingWithoutTheDaemon()
+    {
+        QTemporaryDir root; // nothing installed under it
+        test::ConsoleCapture console;
+        test::HelperHarness helper(std::filesystem::path(root.path().toStdString()));
+        XPCClient& client = helper.client();
+        client.xpcStatus(); // the launch
+        if (client.helperRegistered())
+            client.waitAndStart();
+        for (int second = 0; second < 600; ++second) {
+            if (second == 30 || second == 300)
+                client.waitAndStart(); // the page's button
+            helper.scheduler.advance(1s);
+        }
+        QCOMPARE(helper.installedDaemon->statusReads, 3);
+        QCOMPARE(console.count("notFound"), 1);
+        QVERIFY(client.helperMissing());
+        QVERIFY(!client.helperRegistered());
+        QVERIFY(helper.alerts.shown.empty());
+        QCOMPARE(helper.scheduler.pendingCount(), std::size_t(0));
     }
 
     void loginItemFollowsTheSwitch()

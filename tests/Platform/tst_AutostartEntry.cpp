@@ -147,7 +147,8 @@ private Q_SLOTS:
         DesktopLoginItemsSettings settings(QString(), path.parent_path());
         InlineWorkQueue queue;
         test::ConsoleCapture quiet;
-        VLAppService service(nullptr, std::move(handle), settings, queue);
+        VirtualScheduler mainQueue;
+        VLAppService service(nullptr, std::move(handle), settings, queue, mainQueue);
         QVERIFY(!service.loginAdded());
         QVERIFY(service.addToLoginItems());
         QVERIFY(readAll(path).contains(u"\nExec=/usr/bin/quillane\n"));

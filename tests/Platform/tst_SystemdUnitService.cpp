@@ -3,9 +3,13 @@
 #include <QDBusConnection>
 #include <QDBusContext>
 #include <QDBusMessage>
+#include <QDir>
 #include <QEventLoop>
+#include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QScopeGuard>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
 #include <latch>
@@ -22,12 +26,11 @@ const QString systemd = QStringLiteral("org.freedesktop.systemd1");
 // What the fake manager answers and what it was asked. The test sets and reads it between calls;
 // each call's message passing orders those accesses.
 struct Script {
-    QString state;   // the daemon unit's file state; empty: no such unit file
-    QString refusal; // when set, changing unit files is refused with this message
+    QString state; // the daemon unit's file state; empty: no such unit file
     QStringList calls;
 };
 
-// systemd's manager as far as SystemdUnitService uses it. It answers only what the service reads.
+// systemd's manager as far as SystemdUnitService uses it, and a method it must never call.
 class FakeManager : public QObject, protected QDBusContext
 {
     Q_OBJECT
@@ -39,22 +42,11 @@ public:
 public Q_SLOTS:
     Q_SCRIPTABLE QString GetUnitFileState(const QString& unit)
     {
-        if (unit != u"quillane-daemon.service" || m_script.state.isEmpty())
+        record(QStringLiteral("GetUnitFileState ") + unit);
+        if (m_script.state.isEmpty())
             sendErrorReply(QStringLiteral("org.freedesktop.DBus.Error.FileNotFound"),
                            QStringLiteral("No such file or directory"));
         return m_script.state;
-    }
-    Q_SCRIPTABLE bool EnableUnitFiles(const QStringList& units, bool runtime, bool force)
-    {
-        record(
-            QStringLiteral("Enable %1 runtime=%2 force=%3")
-                .arg(units.join(u','), QVariant(runtime).toString(), QVariant(force).toString()));
-        return true;
-    }
-    Q_SCRIPTABLE void DisableUnitFiles(const QStringList& units, bool runtime)
-    {
-        record(QStringLiteral("Disable %1 runtime=%2")
-                   .arg(units.join(u','), QVariant(runtime).toString()));
     }
     Q_SCRIPTABLE void Reload() { record(QStringLiteral("Reload")); }
 
@@ -63,8 +55,6 @@ private:
     {
         const bool interactive = message().isInteractiveAuthorizationAllowed();
         m_script.calls << call + (interactive ? QStringLiteral(" (may ask)") : QString());
-        if (!m_script.refusal.isEmpty())
-            sendErrorReply(QDBusError::AccessDenied, m_script.refusal);
     }
     Script& m_script;
 };
@@ -121,44 +111,90 @@ private Q_SLOTS:
     }
     void init() { m_script = Script(); }
 
-    // Without a manager to ask, nothing is installed and nothing can be changed; the answer comes
-    // from the bus at once, not from a call running out of time.
+    // Installing is registering: the four files in the folders the system reads, and a unit
+    // that systemd can load.
+    void installedFiles_data()
+    {
+        QTest::addColumn<QStringList>("files");
+        QTest::addColumn<int>("status");
+        const QStringList all = installation();
+        const int enabled = ServiceHandle::Enabled, notFound = ServiceHandle::NotFound;
+        QTest::newRow("all installed") << all << enabled;
+        for (const QString& file : all) {
+            QStringList without = all;
+            without.removeOne(file);
+            QTest::newRow(qPrintable(QStringLiteral("without ") + file)) << without << notFound;
+        }
+        QStringList local = all;
+        local.replaceInStrings(QStringLiteral("usr/share/"), QStringLiteral("usr/local/share/"));
+        QTest::newRow("all under /usr/local") << local << notFound;
+        QStringList etc = all;
+        etc.replaceInStrings(QStringLiteral("usr/share/dbus-1/system.d"),
+                             QStringLiteral("etc/dbus-1/system.d"));
+        etc.replaceInStrings(QStringLiteral("lib/systemd/system"),
+                             QStringLiteral("etc/systemd/system"));
+        QTest::newRow("policy and unit under /etc") << etc << enabled;
+    }
+    void installedFiles()
+    {
+        QFETCH(QStringList, files);
+        QTemporaryDir root;
+        install(root.path(), files);
+        m_script.state = QStringLiteral("static");
+        QVERIFY(managerBus().registerService(systemd));
+        const auto release = qScopeGuard([this] { managerBus().unregisterService(systemd); });
+        QTEST(SystemdUnitService(bus(), root.path().toStdString()).status(), "status");
+    }
+
+    // The unit that counts is the one the activation file names.
+    void activatedUnit()
+    {
+        QTemporaryDir root;
+        install(root.path(), installation(), QStringLiteral("dbus-quillane.service"));
+        m_script.state = QStringLiteral("static");
+        QVERIFY(managerBus().registerService(systemd));
+        const auto release = qScopeGuard([this] { managerBus().unregisterService(systemd); });
+        SystemdUnitService service(bus(), root.path().toStdString());
+        QCOMPARE(service.activatedUnit(), QStringLiteral("dbus-quillane.service"));
+        QCOMPARE(service.status(), ServiceHandle::NotFound); // no such unit file
+        install(root.path(), {QStringLiteral("lib/systemd/system/dbus-quillane.service")});
+        QCOMPARE(service.status(), ServiceHandle::Enabled);
+        QCOMPARE(m_script.calls.last(), QStringLiteral("GetUnitFileState dbus-quillane.service"));
+    }
+
+    // Without a manager to ask (a container), the files are all there is; the answer comes from
+    // the bus at once, not from a call running out of time.
     void withoutSystemd_data()
     {
         QTest::addColumn<bool>("connected");
-        QTest::addColumn<QString>("named");
-        QTest::newRow("not on the bus") << true << systemd;
-        QTest::newRow("no bus") << false << "";
+        QTest::addColumn<bool>("installed");
+        QTest::addColumn<int>("status");
+        QTest::newRow("not on the bus, installed") << true << true << int(ServiceHandle::Enabled);
+        QTest::newRow("not on the bus, missing") << true << false << int(ServiceHandle::NotFound);
+        QTest::newRow("no bus, installed") << false << true << int(ServiceHandle::Enabled);
     }
     void withoutSystemd()
     {
         QFETCH(bool, connected);
-        QFETCH(QString, named);
+        QFETCH(bool, installed);
+        QTemporaryDir root;
+        if (installed)
+            install(root.path(), installation());
         const QDBusConnection connection =
             connected ? bus()
                       : QDBusConnection::connectToBus(QStringLiteral("unix:path=/nonexistent/bus"),
                                                       QStringLiteral("none"));
-        SystemdUnitService service(connection);
-        QCOMPARE(service.status(), ServiceHandle::NotFound);
-        for (const Result<bool>& result :
-             {service.registerService(), service.unregisterService()}) {
-            QVERIFY(!result.ok());
-            QVERIFY2(!result.error().empty() &&
-                         QString::fromStdString(result.error()).contains(named),
-                     result.error().c_str());
-        }
+        QTEST(SystemdUnitService(connection, root.path().toStdString()).status(), "status");
     }
 
     void unitFileStates_data()
     {
         QTest::addColumn<QString>("state");
         QTest::addColumn<int>("status");
-        const int enabled = ServiceHandle::Enabled, notRegistered = ServiceHandle::NotRegistered;
+        const int enabled = ServiceHandle::Enabled;
         for (const char* state : {"enabled", "enabled-runtime", "static", "indirect", "generated",
-                                  "transient", "alias"})
+                                  "transient", "alias", "disabled", "linked", "linked-runtime"})
             QTest::newRow(state) << state << enabled;
-        for (const char* state : {"disabled", "linked", "linked-runtime"})
-            QTest::newRow(state) << state << notRegistered;
         for (const char* state : {"masked", "masked-runtime"})
             QTest::newRow(state) << state << int(ServiceHandle::RequiresApproval);
         for (const char* state : {"bad", "not-found", ""})
@@ -168,41 +204,53 @@ private Q_SLOTS:
     void unitFileStates()
     {
         QFETCH(QString, state);
+        QTemporaryDir root;
+        install(root.path(), installation());
         m_script.state = state;
         QVERIFY(managerBus().registerService(systemd));
         const auto release = qScopeGuard([this] { managerBus().unregisterService(systemd); });
-        QTEST(SystemdUnitService(bus()).status(), "status");
+        QTEST(SystemdUnitService(bus(), root.path().toStdString()).status(), "status");
     }
 
-    // Each change lets polkit ask an administrator, then reloads the manager; a refusal stops it.
-    void changesEnableOrDisableTheUnit_data()
+    // Registering and unregistering change nothing and ask no one; reading never lets polkit ask.
+    void nothingAsksAnAdministrator()
     {
-        QTest::addColumn<bool>("registering");
-        QTest::addColumn<QString>("refusal");
-        QTest::addColumn<QStringList>("calls");
-        const QString enable =
-            QStringLiteral("Enable quillane-daemon.service runtime=false force=false (may ask)");
-        const QString disable =
-            QStringLiteral("Disable quillane-daemon.service runtime=false (may ask)");
-        const QString reload = QStringLiteral("Reload (may ask)");
-        QTest::newRow("register") << true << "" << QStringList{enable, reload};
-        QTest::newRow("unregister") << false << "" << QStringList{disable, reload};
-        QTest::newRow("register refused") << true << "Not authorized" << QStringList{enable};
-        QTest::newRow("unregister refused") << false << "Not authorized" << QStringList{disable};
-    }
-    void changesEnableOrDisableTheUnit()
-    {
-        QFETCH(bool, registering);
-        QFETCH(QString, refusal);
-        m_script.refusal = refusal;
+        QTemporaryDir root;
+        install(root.path(), installation());
+        m_script.state = QStringLiteral("static");
         QVERIFY(managerBus().registerService(systemd));
         const auto release = qScopeGuard([this] { managerBus().unregisterService(systemd); });
-        SystemdUnitService service(bus());
-        const Result<bool> result =
-            registering ? service.registerService() : service.unregisterService();
-        QTEST(m_script.calls, "calls");
-        QCOMPARE(result.ok(), refusal.isEmpty());
-        QCOMPARE(QString::fromStdString(result.error()), refusal);
+        SystemdUnitService service(bus(), root.path().toStdString());
+        QVERIFY(service.registerService().ok());
+        QVERIFY(service.unregisterService().ok());
+        QCOMPARE(service.status(), ServiceHandle::Enabled);
+        QCOMPARE(m_script.calls,
+                 QStringList{QStringLiteral("GetUnitFileState quillane-daemon.service")});
+    }
+
+private:
+    // The files an installation to /usr puts where the system reads them.
+    static QStringList installation()
+    {
+        return {
+            QStringLiteral("usr/share/dbus-1/system-services/com.velmoric.QuillaneDaemon.service"),
+            QStringLiteral("usr/share/dbus-1/system.d/com.velmoric.QuillaneDaemon.conf"),
+            QStringLiteral("usr/share/polkit-1/actions/com.velmoric.quillane.policy"),
+            QStringLiteral("lib/systemd/system/quillane-daemon.service")};
+    }
+    static void install(const QString& root, const QStringList& files,
+                        const QString& unit = QStringLiteral("quillane-daemon.service"))
+    {
+        for (const QString& file : files) {
+            const QString path = root + u'/' + file;
+            QDir().mkpath(QFileInfo(path).path());
+            QFile out(path);
+            QVERIFY(out.open(QIODevice::WriteOnly));
+            if (file.contains(u"system-services"))
+                out.write("[D-BUS Service]\nName=com.velmoric.QuillaneDaemon\nExec=/bin/false\n"
+                          "User=root\nSystemdService=" +
+                          unit.toUtf8() + "\n");
+        }
     }
 };
 

@@ -353,6 +353,9 @@ private Q_SLOTS:
         const QString list = QStringLiteral("quillane.list");
         const QByteArray before = "/.\n/usr\n/usr/share/doc/quillane/copyright\n";
         QTest::newRow("listed") << list << QByteArray(before + "@ROOT@/usr/bin/quillane\n") << true;
+        QTest::newRow("listed, with an architecture")
+            << QStringLiteral("quillane:amd64.list")
+            << QByteArray(before + "@ROOT@/usr/bin/quillane\n") << true;
         QTest::newRow("listed under another name of its folder")
             << list << QByteArray(before + "@ROOT@/bin/quillane\n") << true;
         QTest::newRow("another file of that name")
@@ -380,6 +383,10 @@ private Q_SLOTS:
                 lines.replace("@ROOT@", QByteArray::fromStdString(root.native())).toStdString());
         }
         QTEST(installedFromPackage(root / "usr/bin/quillane", info), "fromPackage");
+        // The package, by the name its package manager knows it by.
+        QFETCH(bool, fromPackage);
+        QCOMPARE(owningPackage(root / "usr/bin/quillane", info),
+                 fromPackage ? std::optional<std::string>("quillane") : std::nullopt);
     }
 };
 

@@ -2,9 +2,14 @@
 #include "ViewHarness.h"
 #include "Views/SetupView.h"
 
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QLabel>
 #include <QLayout>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QTest>
+#include <cstdlib>
 #include <sys/fsuid.h>
 #include <sys/stat.h>
 
@@ -37,11 +42,13 @@ ViewServices servicesIn(test::ViewHarness& harness, State state)
         if (asRoot)
             setfsuid(0);
     }
+    harness.helper.scheduler.runPending(); // the status read when the link was made
     if (state.helperRegistered)
         harness.helper.daemonService->currentStatus = ServiceHandle::Enabled;
     if (state.loginItemActive)
         harness.helper.loginService->currentStatus = ServiceHandle::Enabled;
     harness.helper.appService->updateStatus();
+    harness.helper.scheduler.runPending();
     return harness.services();
 }
 
@@ -148,6 +155,7 @@ private Q_SLOTS:
 
         harness.helper.daemonService->currentStatus = ServiceHandle::Enabled;
         harness.helper.appService->updateStatus();
+        harness.helper.scheduler.runPending();
         services.client.xpcStatus();
         QCOMPARE(setup.page(), page);
         if (activatedOnTheHelperPage) {
@@ -194,82 +202,131 @@ private Q_SLOTS:
     void returnPressesTheDefaultButton_data()
     {
         QTest::addColumn<Page>("page");
-        QTest::addColumn<int>("launched");
-        QTest::addColumn<int>("loginItemsOpened");
+        QTest::addColumn<bool>("copies");
+        QTest::addColumn<int>("waits");
         QTest::addColumn<int>("registered");
-        QTest::newRow("access") << Page::FullDiskAccess << 1 << 0 << 0;
-        QTest::newRow("helper") << Page::Helper << 0 << 1 << 0;
-        QTest::newRow("login item") << Page::LoginItem << 0 << 0 << 1;
+        QTest::newRow("access") << Page::FullDiskAccess << true << 0 << 0;
+        QTest::newRow("helper") << Page::Helper << false << 1 << 0;
+        QTest::newRow("login item") << Page::LoginItem << false << 0 << 1;
     }
     void returnPressesTheDefaultButton()
     {
         QFETCH(Page, page);
-        QFETCH(int, launched);
-        QFETCH(int, loginItemsOpened);
+        QFETCH(bool, copies);
+        QFETCH(int, waits);
         QFETCH(int, registered);
-        qputenv("XDG_CURRENT_DESKTOP", "GNOME");
         test::ViewHarness harness;
-        const ViewServices services = servicesIn(harness, {});
+        const ViewServices services = servicesIn(harness, {false});
         const auto view = makePage(page, services);
         view->show();
         view->activateWindow();
         QVERIFY(QTest::qWaitForWindowActive(view.get()));
+        QGuiApplication::clipboard()->clear();
         // Return is the default button's wherever the focus is.
         if (const auto buttons = view->findChildren<QPushButton*>(); buttons.size() > 1)
             buttons.last()->setFocus();
         const std::size_t pendingBefore = harness.helper.scheduler.pendingCount();
 
         QTest::keyClick(view.get(), Qt::Key_Return);
-        QCOMPARE(harness.workspace.launched.size(), launched);
-        QCOMPARE(harness.helper.loginItemsSettings.opened, loginItemsOpened);
-        // Opening the login items begins waiting for the helper's approval.
-        QCOMPARE(harness.helper.scheduler.pendingCount(), pendingBefore + loginItemsOpened);
+        // The access page copies its command; the helper page's asks again whether the helper
+        // is there, and waits for it.
+        const auto* command = view->findChild<QLineEdit*>();
+        QCOMPARE(QGuiApplication::clipboard()->text(), copies ? command->text() : QString());
+        QCOMPARE(harness.helper.scheduler.pendingCount(), pendingBefore + waits);
+        QVERIFY(harness.workspace.launched.isEmpty()); // no page opens the desktop's settings
+        QCOMPARE(harness.helper.loginItemsSettings.opened, 0);
         QCOMPARE(harness.helper.loginService->registers, registered);
         QCOMPARE(services.client.loginItemActive(), registered > 0);
         QVERIFY(!services.defaults.boolValue(Constant::loginItemSupressedKey));
-        if (page == Page::FullDiskAccess)
-            QTRY_VERIFY(!view->isVisible());
         QTest::keyClick(view.get(), Qt::Key_Enter);
         QCOMPARE(harness.helper.loginService->registers, 2 * registered);
     }
 
-    void openFDAStartsThePrivacySettings_data()
+    // A home trash that a file manager run with sudo left to root: the access page names the
+    // folder, says what is wrong and gives the command that fixes it, and offers the helper's fix
+    // only when the helper is there.
+    void accessPageExplainsAForeignTrash_data()
     {
-        QTest::addColumn<QString>("desktop");
-        QTest::addColumn<QString>("launchError");
-        QTest::addColumn<QStringList>("launched");
-        QTest::addColumn<QString>("line");
-        const QStringList gnome{QStringLiteral("gnome-control-center"), QStringLiteral("privacy")};
-        const QStringList kde{QStringLiteral("systemsettings"), QStringLiteral("kcm_recentFiles")};
-        QTest::newRow("GNOME") << "GNOME" << QString() << gnome << QString();
-        QTest::newRow("GNOME, most specific first")
-            << "ubuntu:gnome" << QString() << gnome << QString();
-        QTest::newRow("KDE, not installed")
-            << "KDE"
-            << "systemsettings: not found" << kde << "FDA Error: systemsettings: not found";
-        QTest::newRow("XFCE") << "XFCE" << QString() << QStringList()
-                              << "FDA Error: no privacy settings on this desktop";
-        QTest::newRow("unset") << "" << QString() << QStringList()
-                               << "FDA Error: no privacy settings on this desktop";
+        QTest::addColumn<QString>("folder"); // the trash's folder at fault, below the home
+        QTest::addColumn<uid_t>("owner");
+        QTest::addColumn<mode_t>("mode");
+        QTest::addColumn<bool>("helperRegistered");
+        QTest::addColumn<QString>("problem");
+        QTest::addColumn<QString>("command");
+        const QString owned = QStringLiteral("belongs to root, not to you");
+        const QString chown = QStringLiteral("sudo chown -R nobody: %1/.local/share/Trash");
+        QTest::newRow("trash of root")
+            << "Trash" << uid_t(0) << mode_t(0755) << false << owned << chown;
+        QTest::newRow("files of root, helper there")
+            << "Trash/files" << uid_t(0) << mode_t(0700) << true << owned << chown;
+        QTest::newRow("info of root")
+            << "Trash/info" << uid_t(0) << mode_t(0755) << false << owned << chown;
+        QTest::newRow("own files, no way in")
+            << "Trash/files" << test::nobody << mode_t(0500) << false
+            << QStringLiteral("has the permissions 0500")
+            << QStringLiteral("chmod u+rwx %1/.local/share/Trash/files");
     }
-    void openFDAStartsThePrivacySettings()
+    void accessPageExplainsAForeignTrash()
     {
-        QFETCH(QString, desktop);
-        QFETCH(QString, launchError);
-        QFETCH(QStringList, launched);
-        QFETCH(QString, line);
-        qputenv("XDG_CURRENT_DESKTOP", desktop.toUtf8());
+        QFETCH(QString, folder);
+        QFETCH(uid_t, owner);
+        QFETCH(mode_t, mode);
+        QFETCH(bool, helperRegistered);
+        QFETCH(QString, problem);
+        QFETCH(QString, command);
+        if (geteuid() != 0)
+            QSKIP("giving a folder to root and the home to another user needs root");
         test::ViewHarness harness;
-        harness.workspace.launchError = launchError;
-        FDAView view(servicesIn(harness, {}));
-        view.show();
-        test::ConsoleCapture console;
-        view.defaultButton()->click();
-        QCOMPARE(harness.workspace.launched,
-                 launched.isEmpty() ? QList<QStringList>() : QList<QStringList>{launched});
-        QCOMPARE(console.count("FDA Error: "), line.isEmpty() ? 0 : 1);
-        QVERIFY(line.isEmpty() || console.has(line.toStdString()));
-        QVERIFY(!view.isVisible()); // closed in every case
+        harness.model.makeHomeTrash();
+        const std::filesystem::path trash = harness.model.home / ".local/share";
+        std::filesystem::create_directories(trash / "Trash/info");
+        // The home and all in it are the user's, but for the one folder.
+        QCOMPARE(std::system(("chown -R nobody: '" + harness.model.home.native() + "'").c_str()),
+                 0);
+        const std::filesystem::path wrong = trash / folder.toStdString();
+        QCOMPARE(chown(wrong.c_str(), owner, owner), 0);
+        QCOMPARE(chmod(wrong.c_str(), mode), 0);
+        const ViewServices services = servicesIn(harness, {true, helperRegistered});
+
+        FDAView view(services);
+        const QString home = QString::fromStdString(harness.model.home.native());
+        QVERIFY2(view.problemLabel()->text().contains(
+                     QStringLiteral("\u2018%1\u2019").arg(QString::fromStdString(wrong.native()))),
+                 qPrintable(view.problemLabel()->text()));
+        QVERIFY2(view.problemLabel()->text().contains(problem),
+                 qPrintable(view.problemLabel()->text()));
+        QVERIFY(!view.problemLabel()->text().contains(QStringLiteral("Mac")));
+        QVERIFY(view.commandField());
+        QCOMPARE(view.commandField()->text(), command.arg(home));
+        QVERIFY(view.commandField()->isReadOnly());
+        QCOMPARE(view.repairButton() != nullptr, helperRegistered);
+        if (!helperRegistered)
+            return;
+        // No daemon answers on the test bus: the page says the fix did not happen.
+        view.repairButton()->click();
+        QVERIFY(!view.repairButton()->isEnabled());
+        QTRY_VERIFY(view.outcomeLabel()->text().startsWith(
+            QStringLiteral("The helper could not fix it: ")));
+        QVERIFY(view.repairButton()->isEnabled());
+    }
+
+    // Shell words are quoted only when they need it, so the command reads as one would type it.
+    void diagnosisQuotesTheFolder()
+    {
+        TrashAccessProblem problem{TrashAccessProblem::Kind::Owner,
+                                   "/home/o'neil/.local/share/Trash",
+                                   "/home/o'neil/.local/share/Trash",
+                                   0,
+                                   0755,
+                                   0};
+        const FDAView::Diagnosis diagnosis = FDAView::diagnose(problem, QStringLiteral("oneil"));
+        QCOMPARE(diagnosis.command,
+                 QStringLiteral("sudo chown -R oneil: '/home/o'\\''neil/.local/share/Trash'"));
+        problem.kind = TrashAccessProblem::Kind::Other;
+        problem.error = EACCES;
+        const FDAView::Diagnosis confined = FDAView::diagnose(problem, QStringLiteral("oneil"));
+        QVERIFY(confined.command.isEmpty());
+        QVERIFY(confined.problem.contains(QStringLiteral("Permission denied")));
     }
 
     void noThanksIsRemembered()

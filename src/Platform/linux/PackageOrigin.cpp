@@ -30,20 +30,27 @@ bool listsFile(const fs::path& list, const fs::path& executable)
 
 } // namespace
 
-bool installedFromPackage(const fs::path& executable, const fs::path& infoFolder)
+std::optional<std::string> owningPackage(const fs::path& executable, const fs::path& infoFolder)
 {
     if (executable.empty() || !executable.has_filename())
-        return false;
+        return std::nullopt;
     std::error_code error;
     for (fs::directory_iterator entry(infoFolder, error), end; !error && entry != end;
          entry.increment(error)) {
         const fs::path& path = entry->path();
         std::error_code typeError;
         if (path.extension() == ".list" && entry->is_regular_file(typeError) &&
-            listsFile(path, executable))
-            return true;
+            listsFile(path, executable)) {
+            const std::string name = path.stem().native();
+            return name.substr(0, name.find(':')); // "quillane:amd64" is the package quillane
+        }
     }
-    return false;
+    return std::nullopt;
+}
+
+bool installedFromPackage(const fs::path& executable, const fs::path& infoFolder)
+{
+    return owningPackage(executable, infoFolder).has_value();
 }
 
 } // namespace quillane

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
+#include <string>
 
 namespace quillane
 {
@@ -11,5 +13,10 @@ namespace quillane
 // A database that cannot be read counts as not installed from a package.
 bool installedFromPackage(const std::filesystem::path& executable,
                           const std::filesystem::path& infoFolder = "/var/lib/dpkg/info");
+
+// The name of the package that installed the executable (without an architecture), if any.
+std::optional<std::string>
+owningPackage(const std::filesystem::path& executable,
+              const std::filesystem::path& infoFolder = "/var/lib/dpkg/info");
 
 } // namespace quillane

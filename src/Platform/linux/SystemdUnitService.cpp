@@ -1,7 +1,11 @@
 #include "SystemdUnitService.h"
 
+#include "Platform/Constant.h"
+
 #include <QDBusMessage>
+#include <QFile>
 #include <QStringList>
+#include <sys/stat.h>
 #include <utility>
 
 namespace quillane
@@ -12,92 +16,121 @@ namespace
 
 // Reading a state should take milliseconds; a manager that takes longer is treated as absent.
 constexpr int queryTimeout = 3'000;
-// Long enough for an administrator to read polkit's question and type a password.
-constexpr int approvalTimeout = 120'000;
 
-enum class Authorisation { None, MayAskAdministrator };
+const QString defaultUnit = QStringLiteral("quillane-daemon.service");
+const std::string policyFile = "com.velmoric.quillane.policy";
 
-// One call to the manager, with a time limit so that a manager that does not answer cannot hang
-// the caller.
-QDBusMessage callManager(const QDBusConnection& bus, const QString& method,
-                         const QVariantList& arguments, Authorisation authorisation = {})
+bool isFile(const std::filesystem::path& path)
 {
-    const bool interactive = authorisation == Authorisation::MayAskAdministrator;
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.systemd1"), QStringLiteral("/org/freedesktop/systemd1"),
-        QStringLiteral("org.freedesktop.systemd1.Manager"), method);
-    call.setArguments(arguments);
-    // Changing unit files needs an administrator; polkit asks one through the session's agent.
-    call.setInteractiveAuthorizationAllowed(interactive);
-    // Without a connection this answers at once with an error message; it never waits.
-    return bus.call(call, QDBus::Block, interactive ? approvalTimeout : queryTimeout);
+    struct stat status {
+    };
+    return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
-Result<bool> asResult(const QDBusMessage& reply)
+// The first of the folders, under root, that holds the file.
+std::optional<std::filesystem::path> findIn(const std::filesystem::path& root,
+                                            std::initializer_list<const char*> folders,
+                                            const std::string& name)
 {
-    if (reply.type() != QDBusMessage::ErrorMessage)
-        return Result<bool>::success(true);
-    const QString message =
-        reply.errorMessage().isEmpty() ? reply.errorName() : reply.errorMessage();
-    return Result<bool>::failure(message.toStdString());
+    for (const char* folder : folders) {
+        std::filesystem::path path = root / folder / name;
+        if (isFile(path))
+            return path;
+    }
+    return std::nullopt;
+}
+
+std::string busName()
+{
+    return Constant::helperMachLabel.toStdString();
 }
 
 } // namespace
 
-SystemdUnitService::SystemdUnitService(QDBusConnection bus, QString unit)
-    : m_bus(std::move(bus)), m_unit(std::move(unit))
+SystemdUnitService::SystemdUnitService(QDBusConnection bus, std::filesystem::path root)
+    : m_bus(std::move(bus)), m_root(std::move(root))
 {
+}
+
+std::optional<QString> SystemdUnitService::activatedUnit() const
+{
+    const auto activation = findIn(
+        m_root, {"usr/share/dbus-1/system-services", "usr/local/share/dbus-1/system-services"},
+        busName() + ".service");
+    if (!activation)
+        return std::nullopt;
+    QFile file(QString::fromStdString(activation->native()));
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    const QString key = QStringLiteral("SystemdService=");
+    for (const QByteArray& raw : file.readAll().split('\n')) {
+        const QString line = QString::fromUtf8(raw).trimmed();
+        if (line.startsWith(key))
+            return line.mid(key.size()).trimmed();
+    }
+    return defaultUnit;
 }
 
 int SystemdUnitService::status() const
 {
-    const QDBusMessage reply = callManager(m_bus, QStringLiteral("GetUnitFileState"), {m_unit});
-    // systemd answers a unit it has no file for with an error (FileNotFound or NoSuchUnit);
-    // that, no manager and no bus all read as nothing installed.
-    if (reply.type() != QDBusMessage::ReplyMessage)
+    const std::optional<QString> unit = activatedUnit();
+    if (!unit || unit->isEmpty() || unit->contains(u'/'))
         return NotFound;
-    return statusForUnitFileState(reply.arguments().value(0).toString());
+    if (!findIn(m_root, {"usr/share/dbus-1/system.d", "etc/dbus-1/system.d"}, busName() + ".conf"))
+        return NotFound;
+    if (!findIn(m_root, {"usr/share/polkit-1/actions"}, policyFile))
+        return NotFound;
+    // An alias made by enabling a unit lives beside the unit files; either is a file to stat.
+    if (!findIn(m_root,
+                {"etc/systemd/system", "run/systemd/system", "usr/local/lib/systemd/system",
+                 "lib/systemd/system", "usr/lib/systemd/system"},
+                unit->toStdString()))
+        return NotFound;
+
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.systemd1"), QStringLiteral("/org/freedesktop/systemd1"),
+        QStringLiteral("org.freedesktop.systemd1.Manager"), QStringLiteral("GetUnitFileState"));
+    call.setArguments({*unit});
+    // Only reads: never lets polkit ask anyone anything.
+    call.setInteractiveAuthorizationAllowed(false);
+    const QDBusMessage reply = m_bus.call(call, QDBus::Block, queryTimeout);
+    if (reply.type() == QDBusMessage::ReplyMessage)
+        return statusForUnitFileState(reply.arguments().value(0).toString());
+    // No systemd (or no bus): the bus runs the daemon itself, from the files.
+    const QString error = reply.errorName();
+    if (error == u"org.freedesktop.DBus.Error.ServiceUnknown" ||
+        error == u"org.freedesktop.DBus.Error.NameHasNoOwner" ||
+        error == u"org.freedesktop.DBus.Error.Disconnected" || !m_bus.isConnected())
+        return Enabled;
+    // systemd answered that it has no such unit, or did not answer in time.
+    return NotFound;
 }
 
 Result<bool> SystemdUnitService::registerService()
 {
-    const Result<bool> enabled =
-        asResult(callManager(m_bus, QStringLiteral("EnableUnitFiles"),
-                             {QStringList{m_unit}, /*runtime*/ false, /*force*/ false},
-                             Authorisation::MayAskAdministrator));
-    if (!enabled)
-        return enabled;
-    return asResult(
-        callManager(m_bus, QStringLiteral("Reload"), {}, Authorisation::MayAskAdministrator));
+    return Result<bool>::success(true);
 }
 
 Result<bool> SystemdUnitService::unregisterService()
 {
-    const Result<bool> disabled = asResult(callManager(m_bus, QStringLiteral("DisableUnitFiles"),
-                                                       {QStringList{m_unit}, /*runtime*/ false},
-                                                       Authorisation::MayAskAdministrator));
-    if (!disabled)
-        return disabled;
-    return asResult(
-        callManager(m_bus, QStringLiteral("Reload"), {}, Authorisation::MayAskAdministrator));
+    return Result<bool>::success(true);
 }
 
 int SystemdUnitService::statusForUnitFileState(const QString& state)
 {
-    static const QStringList enabled = {
-        QStringLiteral("enabled"),  QStringLiteral("enabled-runtime"), QStringLiteral("static"),
-        QStringLiteral("indirect"), QStringLiteral("generated"),       QStringLiteral("transient"),
-        QStringLiteral("alias"),
+    static const QStringList loads = {
+        QStringLiteral("enabled"),   QStringLiteral("enabled-runtime"),
+        QStringLiteral("static"),    QStringLiteral("indirect"),
+        QStringLiteral("generated"), QStringLiteral("transient"),
+        QStringLiteral("alias"),     QStringLiteral("disabled"),
+        QStringLiteral("linked"),    QStringLiteral("linked-runtime"),
     };
-    static const QStringList notRegistered = {QStringLiteral("disabled"), QStringLiteral("linked"),
-                                              QStringLiteral("linked-runtime")};
     static const QStringList masked = {QStringLiteral("masked"), QStringLiteral("masked-runtime")};
-    static const QStringList missing = {QStringLiteral("bad"), QStringLiteral("not-found")};
+    static const QStringList missing = {QStringLiteral("bad"), QStringLiteral("not-found"),
+                                        QString()};
 
-    if (enabled.contains(state))
+    if (loads.contains(state))
         return Enabled;
-    if (notRegistered.contains(state))
-        return NotRegistered;
     if (masked.contains(state))
         return RequiresApproval;
     if (missing.contains(state))

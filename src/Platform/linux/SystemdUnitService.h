@@ -4,54 +4,51 @@
 
 #include <QDBusConnection>
 #include <QString>
-#include <chrono>
+#include <filesystem>
+#include <optional>
 
 namespace quillane
 {
 
-// The helper daemon's system unit, as systemd's manager on the system bus sees it.
+// The helper daemon as this system has it installed. Installing the daemon is what registers it:
+// the package (or `cmake --install` to /usr) puts four files where the system reads them, and
+// the bus starts the daemon through systemd when a client first calls it. There is nothing to
+// enable, so registerService() and unregisterService() change nothing and never ask anyone.
 //
-// status() maps the unit file's state (GetUnitFileState) onto the four statuses:
+// status() is Enabled when all of these are there, under `root` ("/" but in tests):
 //
-//   enabled, enabled-runtime           Enabled: the unit starts with the system.
-//   static, indirect, generated,       Enabled: there is nothing for us to enable. The unit has
-//   transient, alias                   no install section of its own, or something else (a
-//                                      generator, another unit, the bus) starts it, and it is
-//                                      there whenever it is asked for.
-//   disabled, linked, linked-runtime   NotRegistered: installed and loadable, not enabled;
-//                                      registerService() is what changes that.
-//   masked, masked-runtime             RequiresApproval: an administrator has forbidden the unit.
-//                                      systemd refuses to enable a masked unit, so registering
-//                                      again can never help; only an administrator unmasking it
-//                                      can, which is this platform's approval.
-//   bad, not-found, no such unit file  NotFound: nothing usable is installed.
-//   no systemd on the bus, no bus,     NotFound: we cannot tell, and the application treats that
-//   any other error or no answer       like a missing installation rather than failing.
-//   a state this code does not know    UnrecognisedState, passed on so that the caller reports
-//                                      it as a case it does not handle.
+//   the bus activation file    {usr/share,usr/local/share}/dbus-1/system-services/NAME.service
+//   the bus policy             {usr/share,etc}/dbus-1/system.d/NAME.conf
+//   the polkit actions         usr/share/polkit-1/actions/com.velmoric.quillane.policy
+//   the systemd unit           the unit the activation file names (SystemdService=), in one of
+//                              systemd's unit folders (etc, run, usr/local/lib, lib, usr/lib)
 //
-// Every call has a time limit, so a service manager that does not answer cannot hang the caller.
-// registerService() and unregisterService() let polkit ask an administrator (interactive
-// authorisation), so their limit leaves time to type a password.
+// and systemd, asked on the bus, has the unit: its unit file state is not "not-found" or "bad".
+// A masked unit is RequiresApproval: an administrator forbade it, and only one can undo that.
+// Without systemd on the bus (a container), the files are all there is to go by. Anything
+// missing is NotFound. A state this code does not know is UnrecognisedState, passed on so that
+// the caller reports it as a case it does not handle.
+//
+// status() may wait up to a few seconds for systemd: call it off the main thread.
 class SystemdUnitService final : public ServiceHandle
 {
 public:
     static constexpr int UnrecognisedState = 4;
 
-    explicit SystemdUnitService(QDBusConnection bus,
-                                QString unit = QStringLiteral("quillane-daemon.service"));
+    explicit SystemdUnitService(QDBusConnection bus, std::filesystem::path root = "/");
 
     int status() const override;
-    // Enables the unit file and reloads the manager.
     Result<bool> registerService() override;
-    // Disables the unit file and reloads the manager.
     Result<bool> unregisterService() override;
 
+    // The unit's file state as systemd says it, read as a status (NotFound for an empty text).
     static int statusForUnitFileState(const QString& state);
+    // The unit the installed activation file names, or none when that file is missing.
+    std::optional<QString> activatedUnit() const;
 
 private:
     QDBusConnection m_bus;
-    QString m_unit;
+    std::filesystem::path m_root;
 };
 
 } // namespace quillane
