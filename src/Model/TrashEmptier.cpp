@@ -146,7 +146,14 @@ void TrashEmptier::tidy()
             for (const std::string& error : tidyTrash(job->trash.get(), job->recordsBefore))
                 errors << QString::fromStdString(printable(error));
         }
-        job->report([errors](TrashEmptier& emptier) { Q_EMIT emptier.tidied(errors); });
+        // A volume that turned read-only after the last item is the volume's fault like any
+        // other, and said once.
+        if (!errors.isEmpty() && concernsTheVolume(job->trash.get(), 0))
+            job->report([error = errors.first()](TrashEmptier& emptier) {
+                Q_EMIT emptier.volumeFailed(error);
+            });
+        else
+            job->report([errors](TrashEmptier& emptier) { Q_EMIT emptier.tidied(errors); });
     });
 }
 

@@ -56,7 +56,8 @@ Q_SIGNALS:
     void outcome(const quillane::TrashEmptier::Outcome& outcome);
     // Every entry was tried.
     void removalsFinished();
-    // The volume itself failed (read-only, gone): nothing more will be tried.
+    // The volume itself failed (read-only, gone), in the removals or the tidying: nothing more
+    // will be tried.
     void volumeFailed(const QString& error);
     void tidied(const QStringList& errors);
 

@@ -42,7 +42,8 @@ std::set<std::string> listRecords(int trashFd);
 // removed: other programs would list it as an item forever. Records that came later are left
 // alone, since a program trashing a file writes the record first. Then every directorysizes
 // line that names nothing in files/ is dropped (the file is written aside and renamed over).
-// Returns one message per record or file that could not be changed.
+// Returns one message per record or file that could not be changed, and only the first on a
+// read-only volume.
 std::vector<std::string> tidyTrash(int trashFd, const std::set<std::string>& recordsBefore);
 
 } // namespace quillane

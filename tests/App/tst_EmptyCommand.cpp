@@ -346,7 +346,8 @@ private Q_SLOTS:
         QVERIFY2(!errors.contains('\x1b'), errors.constData()); // nothing steers the terminal
         if (onAVolume) {
             QVERIFY2(errors.count("Read-only file system") == 1, errors.constData());
-            QVERIFY(itemsLeft() > 0);
+            // Stopped midway: items, or at least their records, are left for the next run.
+            QVERIFY(itemsLeft() > 0 || !fs::is_empty(trash / "info"));
             QVERIFY(test::run(QStringLiteral("mount"),
                               {QStringLiteral("-o"), QStringLiteral("remount,rw"),
                                QString::fromStdString(stick.native())}));

@@ -139,9 +139,14 @@ std::vector<std::string> tidyTrash(int trashFd, const std::set<std::string>& rec
     if (const UniqueFd info = UniqueFd::adopt(openat(trashFd, "info", folderFlags))) {
         for (const std::string& record : recordsBefore) {
             const std::string item = record.substr(0, record.size() - recordSuffix.size());
-            if (!exists(files.get(), item) && unlinkat(info.get(), record.c_str(), 0) != 0 &&
-                errno != ENOENT)
-                errors.push_back(describeErrno(record, errno));
+            // Most records went with their items; only those still there are tried, since a
+            // read-only volume refuses even the removal of what is not there.
+            if (exists(files.get(), item) || !exists(info.get(), record) ||
+                unlinkat(info.get(), record.c_str(), 0) == 0 || errno == ENOENT)
+                continue;
+            errors.push_back(describeErrno(record, errno));
+            if (errno == EROFS)
+                return errors; // every other record would say the same
         }
     }
     if (std::string error = forgetGoneSizes(trashFd, files.get()); !error.empty())
