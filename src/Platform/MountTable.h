@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -15,6 +16,7 @@ struct MountEntry {
     std::string source;
     bool readOnly = false;
     bool local = true;
+    std::uint64_t mountId = 0; // the kernel's id of the mount, as statx(STATX_MNT_ID) gives it
 
     friend bool operator==(const MountEntry&, const MountEntry&) = default;
 };

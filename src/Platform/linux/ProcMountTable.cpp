@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
@@ -154,6 +155,7 @@ std::vector<MountEntry> ProcMountTable::parse(std::string_view mountinfo)
         if (fields.size() < 6 || separator == fields.end() || fields.end() - separator < 3)
             continue;
         MountEntry entry;
+        entry.mountId = std::strtoull(std::string(fields[0]).c_str(), nullptr, 10);
         entry.mountPoint = decodeOctalEscapes(fields[4]);
         entry.readOnly = hasOption(fields[5], "ro");
         entry.fsType = decodeOctalEscapes(*(separator + 1));
