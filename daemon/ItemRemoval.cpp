@@ -128,8 +128,8 @@ std::string removeTrashItem(const fs::path& item, const Caller& caller, const fs
     // Above the anchor, links are the administrator's; from it on, nothing is followed and no
     // other mount is entered. The anchor is opened as a bare path, which asks its filesystem
     // nothing, and must lie on the very mount found local above.
-    const UniqueFd anchor = UniqueFd::adopt(
-        open(trash.anchor.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const UniqueFd anchor =
+        UniqueFd::adopt(open(trash.anchor.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!anchor)
         return describeErrno(trash.anchor.native(), errno);
     if (mountIdOf(anchor.get()) != place->mount.mountId)

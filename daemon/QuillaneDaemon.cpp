@@ -139,8 +139,7 @@ void QuillaneDaemon::deleteFile(const QByteArray& url)
         reportDeletion(caller, url, QStringLiteral("the path is too long"));
         return;
     }
-    if (const auto place = placeOfItem(url.toStdString(), *uid, m_installation.mountinfo);
-        !place) {
+    if (const auto place = placeOfItem(url.toStdString(), *uid, m_installation.mountinfo); !place) {
         reportDeletion(caller, url, QString::fromStdString(place.error()));
         return;
     }

@@ -229,7 +229,6 @@ private:
 
     bool allows(uid_t owner) const { return !m_rules.allowsOwner || m_rules.allowsOwner(owner); }
 
-
     // Reads the deepest folder: notes its sub-folders and, in the removal pass, removes
     // everything else as it comes.
     RemovalResult list()
@@ -334,8 +333,7 @@ private:
         }
         if (m_pass == Pass::remove) {
             actFor(parent.status.owner);
-            if (unlinkat(parent.fd.get(), child.name.c_str(), AT_REMOVEDIR) != 0 &&
-                errno != ENOENT)
+            if (unlinkat(parent.fd.get(), child.name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT)
                 return failure(child.name, errno);
         }
         return RemovalResult::success(true);
@@ -457,8 +455,8 @@ Result<bool> removeEntry(int parentFd, std::string_view name, const RemovalRules
 
     UniqueFd top;
     FolderStatus status;
-    if (const int error = TreeWalk(Pass::look, rules).openFolder(parentFd, parent.owner,
-                                                                  entry.c_str(), top, status)) {
+    if (const int error = TreeWalk(Pass::look, rules)
+                              .openFolder(parentFd, parent.owner, entry.c_str(), top, status)) {
         if (error == ENOENT)
             return RemovalResult::success(false);
         if (error == EXDEV)
