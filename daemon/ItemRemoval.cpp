@@ -127,12 +127,19 @@ std::string removeTrashItem(const fs::path& item, const Caller& caller, const fs
 
     // Above the anchor, links are the administrator's; from it on, nothing is followed and no
     // other mount is entered. The anchor is opened as a bare path, which asks its filesystem
-    // nothing, and must lie on the very mount found local above.
+    // nothing, and the mount it turns out to lie on must be plain local too (whatever links
+    // led there, or was mounted since); a volume's anchor must be that mount's top.
     const UniqueFd anchor =
         UniqueFd::adopt(open(trash.anchor.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!anchor)
         return describeErrno(trash.anchor.native(), errno);
-    if (mountIdOf(anchor.get()) != place->mount.mountId)
+    const auto mountId = mountIdOf(anchor.get());
+    const auto mounts = mountTable(mountinfo);
+    const auto mount = std::ranges::find_if(mounts, [&mountId](const MountEntry& entry) {
+        return mountId && entry.mountId == *mountId;
+    });
+    if (mount == mounts.end() || !isPlainLocal(*mount) ||
+        (place->mount.mountPoint == trash.anchor && mount->mountPoint != trash.anchor))
         return trash.anchor.native() + ": another filesystem is mounted here";
     const FolderCheck check = callerOwns(caller.uid, trash.sharedTrash);
     const auto trashFolder = openBeneath(anchor.get(), trash.trashFolder, check);
