@@ -31,7 +31,7 @@ void ActingIdentity::actFor(uid_t owner)
 
 bool ActingIdentity::become(uid_t uid, gid_t gid)
 {
-    // Each call answers with the identity before it; asking again with an invalid id only reads.
+    // Each call answers with the identity before it; an invalid id only reads it.
     setfsgid(gid);
     setfsuid(uid);
     const bool taken = static_cast<uid_t>(setfsuid(unchanged)) == uid &&
