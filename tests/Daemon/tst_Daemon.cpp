@@ -29,9 +29,10 @@ QStringList snapshot(const fs::path& folder)
         struct stat info {
         };
         lstat(it->path().c_str(), &info);
+        // A folder's size is its filesystem's business (tmpfs counts its entries).
         entries << QString::fromLocal8Bit(it->path().c_str()) + QLatin1Char(' ') +
                        QString::number(info.st_mode, 8) + QLatin1Char(' ') +
-                       QString::number(info.st_size);
+                       QString::number(S_ISDIR(info.st_mode) ? 0 : info.st_size);
     }
     entries.sort();
     return entries;
@@ -108,18 +109,39 @@ private Q_SLOTS:
     // The case the daemon exists for: folders of root's, read-only, inside the user's trash.
     void removesWhatTheUserCannot_data()
     {
-        QTest::addColumn<bool>("onVolume");
+        QTest::addColumn<int>("place"); // 0: home, 1: volume, 2: home linked to another volume
         QTest::addColumn<QByteArray>("name");
-        QTest::newRow("home trash, root's read-only folders") << false << QByteArray("item");
-        QTest::newRow("volume trash, a name not UTF-8") << true << QByteArray("caf\xe9\n-rf");
-        QTest::newRow("volume trash, deeper than PATH_MAX") << true << QByteArray("deep");
+        QTest::newRow("home trash, root's read-only folders") << 0 << QByteArray("item");
+        QTest::newRow("volume trash, a name not UTF-8") << 1 << QByteArray("caf\xe9\n-rf");
+        QTest::newRow("volume trash, deeper than PATH_MAX") << 1 << QByteArray("deep");
+        // The administrator's link: the home is judged by the mount it really lies on.
+        QTest::newRow("home linked to another filesystem") << 2 << QByteArray("item");
     }
 
     void removesWhatTheUserCannot()
     {
-        QFETCH(bool, onVolume);
+        QFETCH(int, place);
         QFETCH(QByteArray, name);
-        const fs::path trash = onVolume ? volumeTrash() : homeTrash();
+        const fs::path realHome = "/mnt/homes/me";
+        const fs::path aside = m_home.native() + ".aside";
+        const auto restore = qScopeGuard([&] {
+            if (fs::is_symlink(m_home)) {
+                fs::remove(m_home);
+                fs::rename(aside, m_home);
+                umount2("/mnt/homes", MNT_DETACH);
+            }
+        });
+        if (place == 2) {
+            fs::create_directories("/mnt/homes");
+            QVERIFY(mount("homes", "/mnt/homes", "tmpfs", 0, nullptr) == 0);
+            fs::rename(m_home, aside);
+            fs::create_directories(realHome);
+            fs::create_directory_symlink(realHome, m_home);
+            test::writeFile(homeTrash() / "files" / "keep", "keep");
+            test::writeFile(homeTrash() / "info" / "keep.trashinfo", "[Trash Info]\n");
+            chownTree(realHome, m_user->uid(), m_user->gid());
+        }
+        const fs::path trash = place == 1 ? volumeTrash() : homeTrash();
         const fs::path item = trash / "files" / name.toStdString();
         test::writeFile(trash / "info" / (name.toStdString() + ".trashinfo"), "[Trash Info]\n");
         if (name == "deep")
