@@ -1,25 +1,17 @@
 #include "QuillaneDaemon.h"
 
-#include "CallerTrash.h"
 #include "HelperClientProxy.h"
 #include "Platform/BuildInfo.h"
-#include "Platform/FileSystem.h"
-#include "Platform/SafeRemoval.h"
 #include "Platform/SystemLog.h"
-#include "Platform/linux/ProcMountTable.h"
 
 #include <QCoreApplication>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
-#include <QFile>
-#include <QTimer>
+#include <QFutureWatcher>
+#include <QtConcurrent/QtConcurrentRun>
 #include <cstdio>
-#include <fcntl.h>
-#include <fstream>
 #include <pwd.h>
-#include <sstream>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <vector>
 
 namespace quillane::daemon
 {
@@ -32,25 +24,6 @@ namespace
 const QString deleteAction = QStringLiteral("com.velmoric.quillane.delete-item");
 const QString uninstallAction = QStringLiteral("com.velmoric.quillane.uninstall");
 const QString clientPath = QStringLiteral("/com/velmoric/QuillaneClient");
-
-std::optional<fs::path> homeOf(uid_t uid)
-{
-    passwd entry{};
-    passwd* found = nullptr;
-    std::vector<char> buffer(16384);
-    if (getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) != 0 || !found ||
-        !found->pw_dir)
-        return std::nullopt;
-    return withoutTrailingSlash(fs::path(found->pw_dir));
-}
-
-std::vector<MountEntry> mountTable(const fs::path& mountinfo)
-{
-    std::ifstream file(mountinfo, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return ProcMountTable::parse(text.str());
-}
 
 // Log text from a caller: control bytes escaped, and not without end.
 std::string printable(const QByteArray& bytes)
@@ -69,27 +42,53 @@ std::string printable(const QByteArray& bytes)
     return bytes.size() > 512 ? text + "..." : text;
 }
 
-// Folders of the caller's part of a trash: real folders (the walk never follows a link) that
-// the caller owns; a shared .Trash must carry the sticky bit instead, as it is root's.
-FolderCheck callerOwns(uid_t uid, bool sharedTrash)
+std::optional<gid_t> primaryGroupOf(uid_t uid)
 {
-    return [uid, sharedTrash](const struct stat& folder, std::string_view component, std::size_t) {
-        if (sharedTrash && component == ".Trash")
-            return (folder.st_mode & S_ISVTX) != 0;
-        return folder.st_uid == uid;
-    };
+    passwd entry{};
+    passwd* found = nullptr;
+    std::vector<char> buffer(16384);
+    if (getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) != 0 || !found)
+        return std::nullopt;
+    return found->pw_gid;
 }
 
-QString errnoText(const std::string& error)
+QString refusalFor(RequestQueue::Admission admission)
 {
-    return QString::fromStdString(error);
+    return admission == RequestQueue::Admission::full
+               ? QStringLiteral("too many users are waiting; try again")
+               : QStringLiteral("too many requests are waiting; try again");
 }
 
 } // namespace
 
-QuillaneDaemon::QuillaneDaemon(QDBusConnection bus, Installation installation, QObject* parent)
-    : QObject(parent), m_bus(bus), m_installation(std::move(installation)), m_polkit(bus)
+QuillaneDaemon::QuillaneDaemon(QDBusConnection bus, Installation installation, DaemonLimits limits,
+                               QObject* parent)
+    : QObject(parent), m_bus(bus), m_installation(std::move(installation)), m_polkit(bus),
+      m_queue(limits.waiting)
 {
+    m_workers.setMaxThreadCount(limits.removalThreads);
+    // The bus starts the daemon again on the next call, so an idle one need not stay; nor does
+    // a replaced one, which is the new one at its next start.
+    m_idle.setSingleShot(true);
+    m_idle.setInterval(limits.idleExit);
+    connect(&m_idle, &QTimer::timeout, this, [this] {
+        if (m_queue.empty())
+            QCoreApplication::quit();
+        else
+            m_idle.start();
+    });
+    m_idle.start();
+}
+
+QuillaneDaemon::~QuillaneDaemon()
+{
+    // A removal in progress finishes before its thread and its results go.
+    m_workers.waitForDone();
+}
+
+void QuillaneDaemon::noteActivity()
+{
+    m_idle.start();
 }
 
 std::optional<uid_t> QuillaneDaemon::callerUid() const
@@ -100,12 +99,14 @@ std::optional<uid_t> QuillaneDaemon::callerUid() const
 
 void QuillaneDaemon::install()
 {
+    noteActivity();
     // Installing is the package's and the service manager's work; nothing is left to do here.
     SystemLog::write("install requested: nothing to do");
 }
 
 void QuillaneDaemon::stop()
 {
+    noteActivity();
     // Only root may stop the daemon; the bus starts it again on the next request anyway.
     if (callerUid() == 0u)
         QTimer::singleShot(0, QCoreApplication::instance(), &QCoreApplication::quit);
@@ -113,16 +114,19 @@ void QuillaneDaemon::stop()
 
 QStringList QuillaneDaemon::replyStatusWithReply()
 {
+    noteActivity();
     return {QStringLiteral("Quillane helper running, build %1").arg(BuildInfo::buildNumber)};
 }
 
 QStringList QuillaneDaemon::versionWithReply()
 {
+    noteActivity();
     return {QString::number(BuildInfo::buildNumber)};
 }
 
 void QuillaneDaemon::deleteFile(const QByteArray& url)
 {
+    noteActivity();
     const QString caller = message().service();
     const auto uid = callerUid();
     if (!uid) {
@@ -135,52 +139,107 @@ void QuillaneDaemon::deleteFile(const QByteArray& url)
         reportDeletion(caller, url, QStringLiteral("the path is too long"));
         return;
     }
-    if (const auto place = placeOf(url.toStdString(), *uid); !place) {
+    if (const auto place = placeOfItem(url.toStdString(), *uid, m_installation.mountinfo); !place) {
         reportDeletion(caller, url, QString::fromStdString(place.error()));
         return;
     }
-    // One request of a caller at a time, in order; the bus allows only so many unanswered
-    // calls, and a caller who leaves polkit's question open must not hold up everyone else.
-    auto queue = m_waiting.find(caller);
-    if (queue == m_waiting.end()) {
-        if (m_waiting.size() >= maxWaitingCallers) {
-            reportDeletion(caller, url, QStringLiteral("too many callers are waiting; try again"));
-            return;
-        }
-        queue = m_waiting.emplace(caller, std::deque<Deletion>()).first;
-    }
-    if (queue->second.size() >= maxWaitingPerCaller) {
-        reportDeletion(caller, url, QStringLiteral("too many requests are waiting; try again"));
-        return;
-    }
-    queue->second.push_back({url, *uid});
-    if (queue->second.size() == 1)
-        deleteNext(caller);
+    enqueue(*uid, {Request::Kind::deletion, caller, url, {}});
 }
 
-void QuillaneDaemon::deleteNext(const QString& caller)
+QStringList QuillaneDaemon::uninstall(const QStringList& userName, const QStringList& appPath)
 {
-    const auto queue = m_waiting.find(caller);
-    if (queue == m_waiting.end())
-        return;
-    if (queue->second.empty()) {
-        m_waiting.erase(queue);
+    noteActivity();
+    const QString path = appPath.value(0);
+    if (appPath.size() != 1 || path.toStdString() != m_installation.executable.native())
+        return {QStringLiteral("Refused: %1 is not this installation's application").arg(path)};
+    // The call is kept until polkit answers: nothing in it may be large.
+    if (userName.size() > 1 || userName.value(0).size() > maxUserNameBytes)
+        return {QStringLiteral("Refused: not a user name")};
+    const auto uid = callerUid();
+    if (!uid)
+        return {QStringLiteral("Refused: the caller could not be identified")};
+    setDelayedReply(true);
+    enqueue(*uid, {Request::Kind::uninstall, message().service(), {}, message()});
+    return {};
+}
+
+void QuillaneDaemon::enqueue(uid_t uid, Request request)
+{
+    const Request copy = request;
+    switch (m_queue.add(uid, std::move(request))) {
+    case RequestQueue::Admission::first:
+        serve(uid);
+        break;
+    case RequestQueue::Admission::waiting:
+        break;
+    case RequestQueue::Admission::userFull:
+        answer(copy, refusalFor(RequestQueue::Admission::userFull));
+        break;
+    case RequestQueue::Admission::full:
+        answer(copy, refusalFor(RequestQueue::Admission::full));
+        break;
+    }
+}
+
+void QuillaneDaemon::serve(uid_t uid)
+{
+    const Request& waiting = m_queue.current(uid);
+    const bool deletion = waiting.kind == Request::Kind::deletion;
+    m_polkit.check(waiting.caller, deletion ? deleteAction : uninstallAction, this,
+                   [this, uid](bool authorized, const QString& error) {
+                       const Request request = m_queue.current(uid);
+                       if (!authorized) {
+                           answer(request,
+                                  error.isEmpty() ? QStringLiteral("not authorized") : error);
+                           finish(uid);
+                       } else if (request.kind == Request::Kind::deletion) {
+                           removeOnWorker(uid, request);
+                       } else {
+                           // The files go in the service manager's stop step, outside this
+                           // process's sandbox, which keeps them read-only.
+                           replyToUninstall(request.call, QStringLiteral("Uninstalling"));
+                           SystemLog::write("uninstall: accepted");
+                           QTimer::singleShot(0, QCoreApplication::instance(),
+                                              [] { QCoreApplication::exit(uninstallAccepted); });
+                       }
+                   });
+}
+
+void QuillaneDaemon::removeOnWorker(uid_t uid, const Request& request)
+{
+    const auto group = primaryGroupOf(uid);
+    if (!group) {
+        answer(request, QStringLiteral("user %1 is not in the password database").arg(uid));
+        finish(uid);
         return;
     }
-    const Deletion request = queue->second.front();
-    m_polkit.check(
-        caller, deleteAction, this, [this, caller, request](bool authorized, const QString& error) {
-            if (!authorized)
-                reportDeletion(caller, request.url,
-                               error.isEmpty() ? QStringLiteral("not authorized") : error);
-            else
-                reportDeletion(caller, request.url,
-                               removeItem(request.url.toStdString(), request.uid));
-            if (const auto done = m_waiting.find(caller); done != m_waiting.end()) {
-                done->second.pop_front();
-                deleteNext(caller);
-            }
-        });
+    const Caller caller{uid, *group};
+    const fs::path item = request.path.toStdString();
+    const fs::path mountinfo = m_installation.mountinfo;
+    auto* watcher = new QFutureWatcher<std::string>(this);
+    connect(watcher, &QFutureWatcher<std::string>::finished, this, [this, watcher, uid] {
+        watcher->deleteLater();
+        answer(m_queue.current(uid), QString::fromStdString(watcher->result()));
+        finish(uid);
+    });
+    watcher->setFuture(QtConcurrent::run(&m_workers, [item, caller, mountinfo] {
+        return removeTrashItem(item, caller, mountinfo);
+    }));
+}
+
+void QuillaneDaemon::finish(uid_t uid)
+{
+    noteActivity();
+    if (m_queue.finish(uid))
+        serve(uid);
+}
+
+void QuillaneDaemon::answer(const Request& request, const QString& error)
+{
+    if (request.kind == Request::Kind::deletion)
+        reportDeletion(request.caller, request.path, error);
+    else
+        replyToUninstall(request.call, QStringLiteral("Refused: ") + error);
 }
 
 void QuillaneDaemon::reportDeletion(const QString& caller, const QByteArray& url,
@@ -192,113 +251,9 @@ void QuillaneDaemon::reportDeletion(const QString& caller, const QByteArray& url
     client.deleteResultWithUrl(url, error.isEmpty() ? QStringList() : QStringList{error});
 }
 
-Result<TrashPlace> QuillaneDaemon::placeOf(const fs::path& item, uid_t uid) const
+void QuillaneDaemon::replyToUninstall(const QDBusMessage& call, const QString& reply)
 {
-    const auto home = homeOf(uid);
-    const auto mounts = mountTable(m_installation.mountinfo);
-    std::vector<fs::path> points;
-    for (const MountEntry& mount : mounts)
-        points.push_back(mount.mountPoint);
-    auto place = findCallerTrash(item, uid, home.value_or(fs::path()), points);
-    if (!place)
-        return place;
-    // A volume whose files live elsewhere (a network share, a user's own filesystem) is no
-    // place for root to remove things: it could hang the daemon or hide what it touches.
-    const auto mount = std::ranges::find(mounts, place->anchor, &MountEntry::mountPoint);
-    if (place->anchor != home && mount != mounts.end() &&
-        (!mount->local || mount->fsType.starts_with("fuse") || mount->fsType == "autofs"))
-        return Result<TrashPlace>::failure(place->anchor.native() + ": not a local volume");
-    return place;
-}
-
-QString QuillaneDaemon::removeItem(const fs::path& item, uid_t uid) const
-{
-    // Looked up again: the mounts may have changed while the request waited on polkit.
-    const auto place = placeOf(item, uid);
-    if (!place)
-        return errnoText(place.error());
-
-    // Above the anchor, links are the administrator's; from it on, nothing is followed.
-    const UniqueFd anchor =
-        UniqueFd::adopt(open(place->anchor.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!anchor)
-        return errnoText(describeErrno(place->anchor.native(), errno));
-    const FolderCheck check = callerOwns(uid, place->sharedTrash);
-    const auto trash = openBeneath(anchor.get(), place->trashFolder, check);
-    if (!trash)
-        return errnoText(trash.error());
-    const auto files = openBeneath(trash->get(), "files", check);
-    if (!files)
-        return errnoText(files.error());
-    if (const auto removed = removeEntry(files->get(), place->itemName); !removed)
-        return errnoText(removed.error());
-
-    // The record goes only after the item: a failed removal never leaves an item without one.
-    if (const auto info = openBeneath(trash->get(), "info", check)) {
-        const std::string record = place->itemName + ".trashinfo";
-        struct stat entry {
-        };
-        if (fstatat(info->get(), record.c_str(), &entry, AT_SYMLINK_NOFOLLOW) == 0 &&
-            (S_ISREG(entry.st_mode) || S_ISLNK(entry.st_mode)) &&
-            unlinkat(info->get(), record.c_str(), 0) != 0)
-            return errnoText(describeErrno(record, errno));
-    }
-    return {};
-}
-
-QStringList QuillaneDaemon::uninstall(const QStringList& userName, const QStringList& appPath)
-{
-    Q_UNUSED(userName);
-    const QString caller = message().service();
-    const QString path = appPath.value(0);
-    if (path.toStdString() != m_installation.executable.native())
-        return {QStringLiteral("Refused: %1 is not this installation's application").arg(path)};
-    setDelayedReply(true);
-    const QDBusMessage request = message();
-    m_polkit.check(
-        caller, uninstallAction, this, [this, request](bool authorized, const QString& error) {
-            if (!authorized) {
-                m_bus.send(request.createReply(QStringList{
-                    error.isEmpty() ? QStringLiteral("Refused: not authorized") : error}));
-                return;
-            }
-            m_bus.send(request.createReply(QStringList{QStringLiteral("Uninstalling")}));
-            const QString failure = removeInstallation();
-            SystemLog::write("uninstall: " +
-                             (failure.isEmpty() ? std::string("done") : failure.toStdString()));
-            QTimer::singleShot(0, QCoreApplication::instance(), &QCoreApplication::quit);
-        });
-    return {};
-}
-
-QString QuillaneDaemon::removeInstallation() const
-{
-    // Only what the manifest lists, one file or link at a time; folders and anything else
-    // stay. The manifest goes last.
-    // The list decides what root removes, so it must be root's alone.
-    struct stat owner {
-    };
-    if (lstat(m_installation.manifest.c_str(), &owner) != 0 || !S_ISREG(owner.st_mode) ||
-        owner.st_uid != 0 || (owner.st_mode & (S_IWGRP | S_IWOTH)))
-        return QStringLiteral("no install manifest that only root can write");
-    std::ifstream manifest(m_installation.manifest);
-    if (!manifest)
-        return QStringLiteral("no install manifest");
-    QString failures;
-    std::string line;
-    while (std::getline(manifest, line)) {
-        const fs::path file = line;
-        struct stat entry {
-        };
-        if (!file.is_absolute() || lstat(file.c_str(), &entry) != 0)
-            continue;
-        if (!S_ISREG(entry.st_mode) && !S_ISLNK(entry.st_mode))
-            continue;
-        if (unlink(file.c_str()) != 0)
-            failures += QString::fromStdString(describeErrno(line, errno)) + QLatin1Char('\n');
-    }
-    unlink(m_installation.manifest.c_str());
-    return failures.trimmed();
+    m_bus.send(call.createReply(QStringList{reply}));
 }
 
 } // namespace quillane::daemon

@@ -1,16 +1,18 @@
 #pragma once
 
-#include "CallerTrash.h"
+#include "ItemRemoval.h"
 #include "PolkitAuthority.h"
+#include "RequestQueue.h"
 
 #include <QByteArray>
 #include <QDBusContext>
 #include <QObject>
 #include <QStringList>
-#include <deque>
+#include <QThreadPool>
+#include <QTimer>
+#include <chrono>
 #include <filesystem>
-#include <map>
-#include <vector>
+#include <optional>
 
 namespace quillane::daemon
 {
@@ -18,20 +20,32 @@ namespace quillane::daemon
 // What the daemon needs to know of its installation.
 struct Installation {
     std::filesystem::path executable; // the application the uninstall request must name
-    std::filesystem::path manifest;   // the files this installation put in place
     std::filesystem::path mountinfo = "/proc/self/mountinfo";
 };
 
+// How much the daemon takes on, and how long it stays without work.
+struct DaemonLimits {
+    RequestQueue::Limits waiting;
+    int removalThreads = 4;
+    std::chrono::milliseconds idleExit = std::chrono::minutes(1);
+};
+
 // The privileged helper: removes items from a caller's own trash folders that the caller's
-// account cannot remove, and uninstalls this installation. Every request is checked before
-// anything is touched: who asks (by the bus), what polkit says, and whether the path is an
-// entry of one of the caller's trash folders.
+// account cannot remove, and accepts the uninstalling of this installation. Every request is
+// checked before anything is touched: who asks (by the bus), what polkit says, and whether the
+// path is an entry of one of the caller's trash folders. The thread that reads the bus never
+// waits on a removal: removals run on worker threads, one user's at a time each.
 class QuillaneDaemon : public QObject, protected QDBusContext
 {
     Q_OBJECT
 
 public:
-    QuillaneDaemon(QDBusConnection bus, Installation installation, QObject* parent = nullptr);
+    // The exit status that tells the service manager's stop step to remove the installation.
+    static constexpr int uninstallAccepted = 3;
+
+    QuillaneDaemon(QDBusConnection bus, Installation installation, DaemonLimits limits = {},
+                   QObject* parent = nullptr);
+    ~QuillaneDaemon() override;
 
     void install();
     QStringList uninstall(const QStringList& userName, const QStringList& appPath);
@@ -41,27 +55,28 @@ public:
     void deleteFile(const QByteArray& url);
 
 private:
-    struct Deletion {
-        QByteArray url;
-        uid_t uid;
-    };
     static constexpr qsizetype maxPathBytes = 4096;
-    static constexpr std::size_t maxWaitingCallers = 32;
-    static constexpr std::size_t maxWaitingPerCaller = 10000;
+    static constexpr qsizetype maxUserNameBytes = 256;
 
-    void deleteNext(const QString& caller);
-    // The caller's trash the path is an entry of, on a local volume; or why it is none.
-    Result<TrashPlace> placeOf(const std::filesystem::path& item, uid_t uid) const;
     // The uid behind the calling connection, or nothing when the bus will not say.
     std::optional<uid_t> callerUid() const;
+    // Queues a request; false, with the request answered, when it cannot wait.
+    void enqueue(uid_t uid, Request request);
+    // Serves the user's current request: polkit first, then the work.
+    void serve(uid_t uid);
+    void removeOnWorker(uid_t uid, const Request& request);
+    void finish(uid_t uid);
+    void answer(const Request& request, const QString& error);
     void reportDeletion(const QString& caller, const QByteArray& url, const QString& error);
-    QString removeItem(const std::filesystem::path& item, uid_t uid) const;
-    QString removeInstallation() const;
+    void replyToUninstall(const QDBusMessage& call, const QString& reply);
+    void noteActivity();
 
     QDBusConnection m_bus;
     Installation m_installation;
     PolkitAuthority m_polkit;
-    std::map<QString, std::deque<Deletion>> m_waiting; // per caller; the first is in progress
+    RequestQueue m_queue;
+    QThreadPool m_workers;
+    QTimer m_idle;
 };
 
 } // namespace quillane::daemon

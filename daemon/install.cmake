@@ -42,8 +42,7 @@ install(FILES ${CMAKE_CURRENT_LIST_DIR}/polkit/com.velmoric.quillane.policy
         DESTINATION ${CMAKE_INSTALL_DATADIR}/polkit-1/actions)
 
 # The unit and the manifest come last of all install rules, whatever directory the project
-# adds after this one, so that they see every installed file: the unit makes the folders of
-# those files writable for uninstalling, and the manifest lists them.
+# adds after this one, so that the manifest sees every installed file.
 function(quillane_install_unit_and_manifest template work_dir unit_dir bin_dir libexec_dir
          data_dir)
     string(CONFIGURE [==[
@@ -71,24 +70,15 @@ set(QUILLANE_INSTALL_MANIFEST "${manifest}")
 set(installed ${CMAKE_INSTALL_MANIFEST_FILES} "${unit}" "${manifest}")
 list(REMOVE_DUPLICATES installed)
 
-set(folders)
-foreach(file IN LISTS installed)
-    get_filename_component(folder "${file}" DIRECTORY)
-    list(APPEND folders "${folder}")
-endforeach()
-list(REMOVE_DUPLICATES folders)
 # systemd reads quotes, backslashes, white space and % in a path as syntax. The unit names the
-# two programs, the manifest and the folders of the installed files, never the files themselves,
-# so a resource such as "empty trash.aif" may have a space in its name.
-foreach(path IN LISTS folders ITEMS "${full_libexec_dir}/quillane-daemon"
-        "${CMAKE_INSTALL_FULL_BINDIR}/quillane" "${manifest}")
+# two programs and the manifest, never the installed files themselves, so a resource such as
+# "empty trash.aif" may have a space in its name.
+foreach(path IN ITEMS "${full_libexec_dir}/quillane-daemon" "${CMAKE_INSTALL_FULL_BINDIR}/quillane"
+        "${manifest}")
     if(path MATCHES "[\"'\\% \t\n]")
         message(FATAL_ERROR "The daemon's unit cannot name \"${path}\"")
     endif()
 endforeach()
-list(SORT folders)
-list(TRANSFORM folders PREPEND "ReadWritePaths=-")
-list(JOIN folders "\n" QUILLANE_READ_WRITE_PATHS)
 configure_file("${template}" "${work_dir}/quillane-daemon.service" @ONLY)
 
 list(JOIN installed "\n" lines)

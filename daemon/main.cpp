@@ -2,11 +2,37 @@
 #include "Platform/SystemLog.h"
 #include "QuillaneDaemon.h"
 #include "TrashHelperAdaptor.h"
+#include "Uninstallation.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <cstdio>
+#include <cstdlib>
+#include <grp.h>
+#include <string_view>
+#include <unistd.h>
+
+namespace
+{
+
+using quillane::daemon::QuillaneDaemon;
+
+// The service manager's stop step: removes the installation once the daemon has ended with the
+// status that says an uninstall was accepted, and does nothing otherwise.
+int finishUninstall(const QString& manifest)
+{
+    const char* code = std::getenv("EXIT_CODE");
+    const char* status = std::getenv("EXIT_STATUS");
+    if (!code || !status || std::string_view(code) != "exited" ||
+        std::string_view(status) != std::to_string(QuillaneDaemon::uninstallAccepted))
+        return 0;
+    const std::string failures = quillane::daemon::removeInstallation(manifest.toStdString());
+    quillane::SystemLog::write("uninstall: " + (failures.empty() ? std::string("done") : failures));
+    return failures.empty() ? 0 : 1;
+}
+
+} // namespace
 
 // The privileged helper daemon: serves com.velmoric.QuillaneDaemon on the system bus.
 int main(int argc, char* argv[])
@@ -25,13 +51,41 @@ int main(int argc, char* argv[])
     const QCommandLineOption manifest(
         QStringLiteral("manifest"), QStringLiteral("The installation's manifest (uninstall)."),
         QStringLiteral("path"), QStringLiteral(QUILLANE_INSTALL_MANIFEST));
-    parser.addOption(application);
-    parser.addOption(manifest);
+    const QCommandLineOption finish(
+        QStringLiteral("finish-uninstall"),
+        QStringLiteral("Remove the installation if the daemon ended accepting an uninstall "
+                       "(the service manager's stop step; reads EXIT_CODE and EXIT_STATUS)."));
+    const QCommandLineOption waiting(QStringLiteral("waiting-per-user"),
+                                     QStringLiteral("Requests one user may have waiting."),
+                                     QStringLiteral("count"), QStringLiteral("4096"));
+    const QCommandLineOption idle(QStringLiteral("idle-exit"),
+                                  QStringLiteral("Seconds without requests before exiting."),
+                                  QStringLiteral("seconds"), QStringLiteral("60"));
+    parser.addOptions({application, manifest, finish, waiting, idle});
     parser.process(app);
 
+    if (parser.isSet(finish))
+        return finishUninstall(parser.value(manifest));
+
+    bool countValid = false;
+    bool secondsValid = false;
+    quillane::daemon::DaemonLimits limits;
+    limits.waiting.perUser = parser.value(waiting).toUInt(&countValid);
+    limits.idleExit = std::chrono::seconds(parser.value(idle).toUInt(&secondsValid));
+    if (!countValid || !secondsValid || limits.waiting.perUser == 0) {
+        std::fprintf(stderr, "quillane-daemon: --waiting-per-user and --idle-exit take a number\n");
+        return 64;
+    }
+
+    // The daemon works as each caller where it can, and a caller's identity must not carry root's
+    // groups along.
+    if (getgroups(0, nullptr) != 0 && setgroups(0, nullptr) != 0) {
+        std::perror("quillane-daemon: cannot leave the supplementary groups");
+        return 1;
+    }
+
     QDBusConnection bus = QDBusConnection::systemBus();
-    auto* daemon = new quillane::daemon::QuillaneDaemon(
-        bus, {parser.value(application).toStdString(), parser.value(manifest).toStdString()}, &app);
+    auto* daemon = new QuillaneDaemon(bus, {parser.value(application).toStdString()}, limits, &app);
     new TrashHelperAdaptor(daemon);
     if (!bus.registerObject(QStringLiteral("/com/velmoric/QuillaneDaemon"), daemon) ||
         !bus.registerService(QStringLiteral("com.velmoric.QuillaneDaemon"))) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -19,6 +20,7 @@ struct MountEntry {
     bool local = true;
     bool holdsHome = false;    // the filesystem of the user's home folder, mounted there
     std::string cloudProvider; // the cloud client behind a FUSE mount, empty for other mounts
+    std::uint64_t mountId = 0; // the kernel's id of the mount, as statx(STATX_MNT_ID) gives it
 
     friend bool operator==(const MountEntry&, const MountEntry&) = default;
 };

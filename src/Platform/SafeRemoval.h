@@ -7,6 +7,7 @@
 #include <functional>
 #include <string_view>
 #include <sys/stat.h>
+#include <sys/types.h>
 
 namespace quillane
 {
@@ -54,11 +55,12 @@ using FolderCheck =
 
 // Opens the folder at `relative` below the open folder `anchorFd`, one component at a time,
 // each relative to the folder opened before it and without following symbolic links: a link
-// anywhere on the way fails (ELOOP), as does a component that is not a folder (ENOTDIR). The path
+// anywhere on the way fails (ELOOP), as does a component that is not a folder (ENOTDIR), and so
+// does a component with another filesystem mounted on it (EXDEV), before anything of that
+// filesystem is opened or asked about. The path
 // must be relative, non-empty and plain: no "." or ".." and no empty component (so no doubled or
 // trailing slash), else it fails with EINVAL before opening anything. A folder the check refuses
-// fails with EPERM. Every error names the path up to the component at fault. Other mounted
-// filesystems are not refused here; the check sees st_dev and may refuse them.
+// fails with EPERM. Every error names the path up to the component at fault.
 //
 // The folders on the way are opened as bare paths (O_PATH), so they need only be searchable; the
 // last one is opened for reading, so the descriptor returned can list the folder and serve as the
@@ -67,15 +69,29 @@ using FolderCheck =
 Result<UniqueFd> openBeneath(int anchorFd, const std::filesystem::path& relative,
                              const FolderCheck& check = {});
 
+// What a removal done for someone else may remove, and as whom. Both are optional.
+struct RemovalRules {
+    // Asked in the first pass about the owner of every entry of the tree, the entry itself
+    // included; a false answer refuses the whole request (EPERM) before anything goes. The
+    // second pass asks again about each folder it enters.
+    std::function<bool(uid_t owner)> allowsOwner;
+    // Called before each system call that works inside a folder (looking an entry up, listing,
+    // removing an entry) with the owner of that folder, and before a folder is opened for
+    // reading with the owner of the folder opened, so that the caller can take the file-system
+    // identity that call should have.
+    std::function<void(uid_t owner)> actFor;
+};
+
 // Removes the entry `name` directly inside the open folder `parentFd`, with everything below it.
 // Returns true once it is gone, false when there was no such entry to begin with.
 //
 // - `name` is one component: empty, ".", ".." and names holding "/" or a NUL byte fail with
 //   EINVAL, touching nothing.
 // - Symbolic links are removed themselves, never followed: not the entry, not anything below it.
-// - Nothing on another mount is touched: if the entry, or any folder below it, is on another
-//   mount than parentFd's folder (another filesystem, or a bind mount of the same one), the
-//   request fails with EXDEV naming that folder.
+// - Nothing on another mount is touched, or even asked about: if the entry, or any entry below
+//   it, has another filesystem (or a bind mount of the same one) mounted on it, the request
+//   fails with EXDEV naming it; entries are looked up with openat2(RESOLVE_NO_XDEV), so the
+//   mounted filesystem is never reached.
 // - Everything works relative to open descriptors, whatever the depth of the tree and the bytes
 //   of its names, with at most 32 descriptors of its own open at a time: only the deepest folders
 //   of the walk stay open, and a folder closed on the way down is opened again from its child
@@ -97,6 +113,6 @@ Result<UniqueFd> openBeneath(int anchorFd, const std::filesystem::path& relative
 //
 // Entries that vanish meanwhile count as removed; a folder that gains entries meanwhile fails
 // with ENOTEMPTY. The call blocks; run it off the main thread.
-Result<bool> removeEntry(int parentFd, std::string_view name);
+Result<bool> removeEntry(int parentFd, std::string_view name, const RemovalRules& rules = {});
 
 } // namespace quillane

@@ -1,7 +1,14 @@
 // A client of the helper daemon for its end-to-end tests, run as an unprivileged user:
-//   quillane-test-client delete PATH       prints "removed" or "error: TEXT" when the daemon
-//   reports quillane-test-client uninstall APP     prints the daemon's reply
-// Exit status: 0 when the daemon answered, 2 when it did not in time.
+//   quillane-test-client delete PATH          prints "removed" or "error: TEXT" when the daemon
+//                                             reports
+//   quillane-test-client uninstall APP        prints the daemon's reply
+//   quillane-test-client flood COUNT @FILE    sends the requests FILE lists over COUNT connections
+//                                             of its own, in turn, prints "sent", then a line
+//                                             for each answer
+// A PATH of "@FILE" is read from FILE, for names a command line cannot carry. A flood's FILE
+// holds requests separated by NUL bytes: "d" and a path to delete, or "u" and an application
+// to uninstall.
+// Exit status: 0 when the daemon answered everything, 2 when it did not in time.
 #include "TestClient.h"
 
 #include "HelperClientAdaptor.h"
@@ -13,39 +20,96 @@
 #include <QFile>
 #include <QTimer>
 #include <cstdio>
+#include <memory>
+#include <vector>
+
+namespace
+{
+
+QByteArray readArgument(const char* argument)
+{
+    QByteArray text(argument);
+    if (!text.startsWith('@'))
+        return text;
+    QFile file(QString::fromLocal8Bit(text.mid(1)));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// One connection to the system bus, with its own report object and proxy.
+struct Connection {
+    Connection(const QString& name, std::function<void()> answered)
+        : bus(name == QString() ? QDBusConnection::systemBus()
+                                : QDBusConnection::connectToBus(QDBusConnection::SystemBus, name)),
+          reports(std::move(answered)), helper(QStringLiteral("com.velmoric.QuillaneDaemon"),
+                                               QStringLiteral("/com/velmoric/QuillaneDaemon"), bus)
+    {
+        new HelperClientAdaptor(&reports);
+        bus.registerObject(QStringLiteral("/com/velmoric/QuillaneClient"), &reports);
+    }
+
+    QDBusConnection bus;
+    Reports reports;
+    TrashHelperProxy helper;
+};
+
+} // namespace
 
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
     const QStringList arguments = app.arguments();
-    if (arguments.size() != 3)
+    if (arguments.size() != 3 &&
+        !(arguments.size() == 4 && arguments[1] == QStringLiteral("flood")))
         return 64;
-    QDBusConnection bus = QDBusConnection::systemBus();
-    Reports reports;
-    new HelperClientAdaptor(&reports);
-    bus.registerObject(QStringLiteral("/com/velmoric/QuillaneClient"), &reports);
-    TrashHelperProxy helper(QStringLiteral("com.velmoric.QuillaneDaemon"),
-                            QStringLiteral("/com/velmoric/QuillaneDaemon"), bus);
 
-    if (arguments[1] == QStringLiteral("delete")) {
-        // A path is bytes; "@FILE" reads it from a file, for names a command line cannot carry.
-        QByteArray path(argv[2]);
-        if (path.startsWith('@')) {
-            QFile file(QString::fromLocal8Bit(path.mid(1)));
-            path = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-        }
-        helper.deleteFile(path);
+    int unanswered = 0;
+    const auto answered = [&unanswered] {
+        std::fflush(stdout);
+        if (--unanswered == 0)
+            QCoreApplication::exit(0);
+    };
+    QList<QByteArray> requests;
+    int connectionCount = 1;
+    if (arguments[1] == QStringLiteral("delete"))
+        requests = {'d' + readArgument(argv[2])};
+    else if (arguments[1] == QStringLiteral("uninstall"))
+        requests = {'u' + QByteArray(argv[2])};
+    else if (arguments[1] == QStringLiteral("flood")) {
+        connectionCount = arguments[2].toInt();
+        requests = readArgument(argv[3]).split('\0');
+        requests.removeAll(QByteArray());
     } else {
+        return 64;
+    }
+
+    std::vector<std::unique_ptr<Connection>> connections;
+    for (int i = 0; i < connectionCount; ++i)
+        connections.push_back(std::make_unique<Connection>(
+            connectionCount == 1 ? QString() : QStringLiteral("flood-%1").arg(i), answered));
+
+    unanswered = static_cast<int>(requests.size());
+    for (qsizetype i = 0; i < requests.size(); ++i) {
+        Connection& connection = *connections[static_cast<std::size_t>(i % connectionCount)];
+        const QByteArray what = requests[i].mid(1);
+        if (requests[i].startsWith('d')) {
+            connection.helper.deleteFile(what);
+            continue;
+        }
         auto* watcher = new QDBusPendingCallWatcher(
-            helper.uninstall({QStringLiteral("test")}, {arguments[2]}), &app);
-        QObject::connect(watcher, &QDBusPendingCallWatcher::finished, [watcher] {
+            connection.helper.uninstall({QStringLiteral("test")}, {QString::fromLocal8Bit(what)}),
+            &app);
+        QObject::connect(watcher, &QDBusPendingCallWatcher::finished, [watcher, answered] {
             const QDBusPendingReply<QStringList> reply = *watcher;
             std::printf("%s\n", reply.isError() ? qPrintable(reply.error().message())
                                                 : qPrintable(reply.value().value(0)));
-            QCoreApplication::exit(0);
+            answered();
         });
     }
-    QTimer::singleShot(30000, [] { QCoreApplication::exit(2); });
+    if (arguments[1] == QStringLiteral("flood")) {
+        std::printf("sent\n");
+        std::fflush(stdout);
+    }
+    QTimer::singleShot(60000, [] { QCoreApplication::exit(2); });
     const int status = app.exec();
     std::fflush(stdout);
     return status;

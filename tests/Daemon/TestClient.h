@@ -1,17 +1,19 @@
 #pragma once
 
 #include <QByteArray>
-#include <QCoreApplication>
 #include <QObject>
 #include <QStringList>
 #include <cstdio>
+#include <functional>
 
-// Prints the daemon's report and ends the client.
+// Prints each of the daemon's reports on one line and says when one came.
 class Reports : public QObject
 {
     Q_OBJECT
 
 public:
+    explicit Reports(std::function<void()> answered) : m_answered(std::move(answered)) {}
+
     void installationDidReachProgress(double, const QStringList&) {}
     void postVersion(const QStringList&) {}
     void deleteResultWithUrl(const QByteArray&, const QStringList& error)
@@ -20,6 +22,9 @@ public:
             std::printf("removed\n");
         else
             std::printf("error: %s\n", qPrintable(error.first()));
-        QCoreApplication::exit(0);
+        m_answered();
     }
+
+private:
+    std::function<void()> m_answered;
 };

@@ -4,6 +4,7 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QTest>
 #include <fcntl.h>
 #include <memory>
@@ -28,9 +29,10 @@ QStringList snapshot(const fs::path& folder)
         struct stat info {
         };
         lstat(it->path().c_str(), &info);
+        // A folder's size is its filesystem's business (tmpfs counts its entries).
         entries << QString::fromLocal8Bit(it->path().c_str()) + QLatin1Char(' ') +
                        QString::number(info.st_mode, 8) + QLatin1Char(' ') +
-                       QString::number(info.st_size);
+                       QString::number(S_ISDIR(info.st_mode) ? 0 : info.st_size);
     }
     entries.sort();
     return entries;
@@ -69,6 +71,7 @@ private Q_SLOTS:
         m_volume = "/mnt/daemon volume";
         QVERIFY(test::mountExt4(m_root / "volume.img", m_volume));
         m_stage = m_root / "stage";
+        stageInstallation();
         startDaemon();
     }
 
@@ -84,6 +87,7 @@ private Q_SLOTS:
         // A fresh pair of trash folders: the home's and the volume's, each with an item to
         // ask for and a neighbour that must stay. Whatever a test swapped in goes first.
         umount2((homeTrash() / "files" / "item" / "mounted").c_str(), MNT_DETACH);
+        umount2((homeTrash() / "files").c_str(), MNT_DETACH);
         fs::remove_all(m_home / ".local");
         fs::remove_all(m_volume / "elsewhere");
         for (const fs::path& trash : {homeTrash(), volumeTrash()}) {
@@ -105,18 +109,39 @@ private Q_SLOTS:
     // The case the daemon exists for: folders of root's, read-only, inside the user's trash.
     void removesWhatTheUserCannot_data()
     {
-        QTest::addColumn<bool>("onVolume");
+        QTest::addColumn<int>("place"); // 0: home, 1: volume, 2: home linked to another volume
         QTest::addColumn<QByteArray>("name");
-        QTest::newRow("home trash, root's read-only folders") << false << QByteArray("item");
-        QTest::newRow("volume trash, a name not UTF-8") << true << QByteArray("caf\xe9\n-rf");
-        QTest::newRow("volume trash, deeper than PATH_MAX") << true << QByteArray("deep");
+        QTest::newRow("home trash, root's read-only folders") << 0 << QByteArray("item");
+        QTest::newRow("volume trash, a name not UTF-8") << 1 << QByteArray("caf\xe9\n-rf");
+        QTest::newRow("volume trash, deeper than PATH_MAX") << 1 << QByteArray("deep");
+        // The administrator's link: the home is judged by the mount it really lies on.
+        QTest::newRow("home linked to another filesystem") << 2 << QByteArray("item");
     }
 
     void removesWhatTheUserCannot()
     {
-        QFETCH(bool, onVolume);
+        QFETCH(int, place);
         QFETCH(QByteArray, name);
-        const fs::path trash = onVolume ? volumeTrash() : homeTrash();
+        const fs::path realHome = "/mnt/homes/me";
+        const fs::path aside = m_home.native() + ".aside";
+        const auto restore = qScopeGuard([&] {
+            if (fs::is_symlink(m_home)) {
+                fs::remove(m_home);
+                fs::rename(aside, m_home);
+                umount2("/mnt/homes", MNT_DETACH);
+            }
+        });
+        if (place == 2) {
+            fs::create_directories("/mnt/homes");
+            QVERIFY(mount("homes", "/mnt/homes", "tmpfs", 0, nullptr) == 0);
+            fs::rename(m_home, aside);
+            fs::create_directories(realHome);
+            fs::create_directory_symlink(realHome, m_home);
+            test::writeFile(homeTrash() / "files" / "keep", "keep");
+            test::writeFile(homeTrash() / "info" / "keep.trashinfo", "[Trash Info]\n");
+            chownTree(realHome, m_user->uid(), m_user->gid());
+        }
+        const fs::path trash = place == 1 ? volumeTrash() : homeTrash();
         const fs::path item = trash / "files" / name.toStdString();
         test::writeFile(trash / "info" / (name.toStdString() + ".trashinfo"), "[Trash Info]\n");
         if (name == "deep")
@@ -171,6 +196,21 @@ private Q_SLOTS:
         QTest::newRow("a filesystem mounted inside the item")
             << 5 << QByteArray("~/.local/share/Trash/files/item") << false << true
             << QStringLiteral("another filesystem is mounted here");
+        QTest::newRow("a filesystem mounted on the files folder")
+            << 6 << QByteArray("~/.local/share/Trash/files/item") << false << true
+            << QStringLiteral("another filesystem is mounted here");
+        // The user's world-writable folder holds another user's private one: the user cannot
+        // remove it, so neither may the daemon for them.
+        QTest::newRow("another user's folder inside the user's shared one")
+            << 7 << QByteArray("~/.local/share/Trash/files/shared") << false << true
+            << QStringLiteral("owned by another user");
+        // Root's power is for root's entries only: the user's own read-only folder stays theirs.
+        QTest::newRow("the user's own read-only folder")
+            << 8 << QByteArray("~/.local/share/Trash/files/item") << false << true
+            << QStringLiteral("Permission denied");
+        QTest::newRow("an item that is not there, with its record")
+            << 9 << QByteArray("~/.local/share/Trash/files/missing") << false << true
+            << QStringLiteral("no such item in the trash");
         QTest::newRow("polkit says no") << 0 << QByteArray("~/.local/share/Trash/files/item")
                                         << false << false << QStringLiteral("not authorized");
         // polkit lets the other user through here: the daemon itself must say no.
@@ -190,6 +230,9 @@ private Q_SLOTS:
         const fs::path victims = m_root / "victims";
         fs::remove_all(victims);
         test::writeFile(victims / "Trash" / "files" / "victim", "victim");
+        test::TestUser nobody(QString::fromStdString((m_root / "nobody").native()),
+                              QStringLiteral("nobody"));
+        chownTree(m_home, m_user->uid(), m_user->gid());
         switch (layout) {
         case 1: // ~/.local/share is a link to a folder with a trash of its own
             fs::rename(m_home / ".local" / "share", m_home / ".local" / "share.real");
@@ -212,8 +255,27 @@ private Q_SLOTS:
                           0, nullptr) == 0);
             test::writeFile(homeTrash() / "files" / "item" / "mounted" / "precious", "precious");
             break;
+        case 6: // what the user mounts over their files folder is not a trash of theirs
+            QVERIFY(mount("over", (homeTrash() / "files").c_str(), "tmpfs", 0, nullptr) == 0);
+            test::writeFile(homeTrash() / "files" / "item" / "precious", "precious");
+            chownTree(homeTrash() / "files", m_user->uid(), m_user->gid());
+            break;
+        case 7: {
+            const fs::path shared = homeTrash() / "files" / "shared";
+            test::writeFile(shared / "private" / "secret", "secret");
+            chownTree(shared, nobody.uid(), nobody.gid());
+            QVERIFY(lchown(shared.c_str(), m_user->uid(), m_user->gid()) == 0);
+            QVERIFY(chmod(shared.c_str(), 0777) == 0);
+            QVERIFY(chmod((shared / "private").c_str(), 0700) == 0);
+            break;
         }
-        chownTree(m_home, m_user->uid(), m_user->gid());
+        case 8:
+            QVERIFY(chmod((homeTrash() / "files" / "item").c_str(), 0555) == 0);
+            break;
+        case 9:
+            test::writeFile(homeTrash() / "info" / "missing.trashinfo", "[Trash Info]\n");
+            break;
+        }
         m_polkit.reset();
         m_polkit = std::make_unique<test::PolkitAuthority>(
             *m_bus, QList<test::PolkitRule>{{m_user->name(), polkitAllows},
@@ -226,8 +288,6 @@ private Q_SLOTS:
         const QStringList before = snapshot(m_home) + snapshot(m_volume) + snapshot(victims) +
                                    snapshot("/etc").filter(QStringLiteral("hostname"));
 
-        test::TestUser nobody(QString::fromStdString((m_root / "nobody").native()),
-                              QStringLiteral("nobody"));
         const QString answer = askToDelete(asOtherUser ? nobody : *m_user, path);
         QVERIFY2(answer.startsWith(QStringLiteral("error: ")) && answer.contains(reason),
                  qPrintable(answer));
@@ -236,7 +296,104 @@ private Q_SLOTS:
                  before);
     }
 
-    // Last: an accepted uninstall ends the daemon.
+    // One user floods the daemon, over more connections than it ever served callers at once,
+    // behind a removal that takes a while; another user asks meanwhile and is served before
+    // that removal is over, while the flood's surplus is refused at once.
+    void aFloodFromOneUserLeavesAnotherServed_data()
+    {
+        QTest::addColumn<int>("connections");
+        QTest::addColumn<char>("kind"); // what the flood asks for: 'd'elete, 'u'ninstall
+        QTest::newRow("deletions over 40 connections") << 40 << 'd';
+        QTest::newRow("uninstall calls") << 4 << 'u';
+    }
+
+    void aFloodFromOneUserLeavesAnotherServed()
+    {
+        QFETCH(int, connections);
+        QFETCH(char, kind);
+        m_polkit.reset();
+        m_polkit = std::make_unique<test::PolkitAuthority>(
+            *m_bus, QList<test::PolkitRule>{
+                        {m_user->name(), false, QStringLiteral("com.velmoric.quillane.uninstall")},
+                        {m_user->name(), true},
+                        {QStringLiteral("nobody"), true}});
+        QVERIFY(m_polkit->isRunning());
+
+        // The flood's trash is on a volume in memory, where a large tree is quick to make.
+        const fs::path volume = "/mnt/flooded";
+        fs::create_directories(volume);
+        QVERIFY(mount("flooded", volume.c_str(), "tmpfs", 0, nullptr) == 0);
+        const auto unmount = qScopeGuard([&volume] { umount2(volume.c_str(), MNT_DETACH); });
+        const fs::path trash = volume / (".Trash-" + std::to_string(m_user->uid()));
+        const fs::path big = trash / "files" / "big";
+        QVERIFY(makeWideTree(big, 200000));
+        test::writeFile(trash / "files" / "item", "item");
+        fs::create_directories(trash / "info");
+        chownTree(trash, m_user->uid(), m_user->gid());
+        QByteArray requests = 'd' + QByteArray::fromStdString(big.native()) + '\0';
+        const int floodSize = 3 * waitingPerUser;
+        for (int i = 0; i < floodSize; ++i) {
+            requests +=
+                kind == 'd'
+                    ? 'd' + QByteArray::fromStdString((trash / "files" / "item").native())
+                    : 'u' + QByteArray::fromStdString((m_stage / "bin" / "quillane").native());
+            requests += '\0';
+        }
+        const fs::path list = m_root / "flood";
+        test::writeFile(list, requests.toStdString());
+        chmod(list.c_str(), 0644);
+
+        test::TestUser nobody(QString::fromStdString((m_root / "nobody").native()),
+                              QStringLiteral("nobody"));
+        const fs::path otherTrash = m_volume / (".Trash-" + std::to_string(nobody.uid()));
+        fs::remove_all(otherTrash);
+        test::writeFile(otherTrash / "files" / "theirs", "theirs");
+        fs::create_directories(otherTrash / "info");
+        chownTree(otherTrash, nobody.uid(), nobody.gid());
+
+        QProcess flood;
+        m_user->start(flood, QStringLiteral(QUILLANE_TEST_CLIENT),
+                      {QStringLiteral("flood"), QString::number(connections),
+                       QStringLiteral("@") + QString::fromStdString(list.native())});
+        QVERIFY(flood.waitForReadyRead(30000));
+        QCOMPARE(flood.readLine().trimmed(), QByteArray("sent"));
+
+        const QString answer = askToDelete(
+            nobody, QByteArray::fromStdString((otherTrash / "files" / "theirs").native()), 50000);
+        QVERIFY2(answer == QStringLiteral("removed"),
+                 qPrintable(answer + QStringLiteral(", daemon: ") +
+                            QString::number(m_daemon->state()) + QLatin1Char(' ') +
+                            QString::number(m_daemon->exitCode())));
+        QVERIFY2(fs::exists(big), "the other user waited for the flood's first removal");
+
+        QVERIFY(flood.waitForFinished(60000));
+        QCOMPARE(flood.exitCode(), 0); // everything answered
+        const QStringList answers =
+            QString::fromLocal8Bit(flood.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+        QCOMPARE(answers.size(), floodSize + 1);
+        QVERIFY(!fs::exists(big));
+        // The first request of the flood and a user's worth of others waited; the rest could not.
+        QVERIFY2(
+            answers.count(QStringLiteral("Refused: too many requests are waiting; try again")) +
+                    answers.count(
+                        QStringLiteral("error: too many requests are waiting; try again")) >=
+                floodSize - waitingPerUser,
+            qPrintable(answers.join(u'|')));
+    }
+
+    // An idle daemon ends; the bus starts it again on the next call.
+    void exitsWhenIdle()
+    {
+        m_daemon.reset();
+        startDaemon({QStringLiteral("--idle-exit"), QStringLiteral("1")});
+        QVERIFY(m_daemon->waitForFinished(20000));
+        QCOMPARE(m_daemon->exitStatus(), QProcess::NormalExit);
+        QCOMPARE(m_daemon->exitCode(), 0);
+        startDaemon();
+    }
+
+    // Last: an accepted uninstall ends the daemon, and the service manager's stop step, outside
+    // the daemon's sandbox, removes the installation.
     void uninstallRemovesOnlyItsOwnFiles()
     {
         const QStringList before = snapshot(m_stage);
@@ -246,8 +403,17 @@ private Q_SLOTS:
 
         QCOMPARE(askToUninstall(QString::fromStdString((m_stage / "bin" / "quillane").native())),
                  QStringLiteral("Uninstalling"));
-        QTRY_VERIFY(!fs::exists(m_stage / "bin" / "quillane"));
-        QTRY_VERIFY(!fs::exists(m_stage / "manifest.txt"));
+        QVERIFY(m_daemon->waitForFinished(20000));
+        QCOMPARE(m_daemon->exitCode(), 3);
+        QCOMPARE(snapshot(m_stage), before);
+
+        // Only after the daemon ended accepting an uninstall.
+        QCOMPARE(finishUninstall("exited", "0"), 0);
+        QCOMPARE(finishUninstall("killed", "3"), 0);
+        QCOMPARE(snapshot(m_stage), before);
+        QCOMPARE(finishUninstall("exited", "3"), 0);
+        QVERIFY(!fs::exists(m_stage / "bin" / "quillane"));
+        QVERIFY(!fs::exists(m_stage / "manifest.txt"));
         QVERIFY(!fs::exists(m_stage / "share" / "quillane" / "empty trash.aif"));
         QVERIFY(fs::exists(m_stage / "bin" / "neighbour"));
         QVERIFY(fs::is_directory(m_stage / "share" / "quillane"));
@@ -278,7 +444,7 @@ private:
         return mount(copy.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) == 0;
     }
 
-    void startDaemon()
+    void stageInstallation()
     {
         // What an installation would have put in place, and a file it did not.
         for (const char* file : {"bin/quillane", "libexec/quillane-daemon",
@@ -289,13 +455,49 @@ private:
                             (m_stage / "libexec/quillane-daemon").native() + "\n" +
                             (m_stage / "share/quillane/empty trash.aif").native() + "\n");
         chmod((m_stage / "manifest.txt").c_str(), 0644);
+    }
 
+    // Without a bus to start it again, the daemon must not end on its own between tests.
+    void startDaemon(const QStringList& options = {QStringLiteral("--idle-exit"),
+                                                   QStringLiteral("3600")})
+    {
         m_daemon = std::make_unique<test::ChildProcess>();
-        QVERIFY(test::startDaemon(*m_daemon, *m_bus, QStringLiteral(QUILLANE_DAEMON),
-                                  {QStringLiteral("--application"),
-                                   QString::fromStdString((m_stage / "bin/quillane").native()),
-                                   QStringLiteral("--manifest"),
-                                   QString::fromStdString((m_stage / "manifest.txt").native())}));
+        QVERIFY(test::startDaemon(
+            *m_daemon, *m_bus, QStringLiteral(QUILLANE_DAEMON),
+            QStringList{QStringLiteral("--application"),
+                        QString::fromStdString((m_stage / "bin/quillane").native()),
+                        QStringLiteral("--waiting-per-user"), QString::number(waitingPerUser)} +
+                options));
+    }
+
+    // The daemon's part in the service manager's stop step, with what the manager tells it.
+    int finishUninstall(const char* exitCode, const char* exitStatus)
+    {
+        QProcess step;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("EXIT_CODE"), QString::fromLatin1(exitCode));
+        environment.insert(QStringLiteral("EXIT_STATUS"), QString::fromLatin1(exitStatus));
+        step.setProcessEnvironment(environment);
+        step.start(QStringLiteral(QUILLANE_DAEMON),
+                   {QStringLiteral("--finish-uninstall"), QStringLiteral("--manifest"),
+                    QString::fromStdString((m_stage / "manifest.txt").native())});
+        return step.waitForFinished(20000) ? step.exitCode() : -1;
+    }
+
+    // A folder of sub-folders holding `count` empty files in all: a removal that takes a while.
+    bool makeWideTree(const fs::path& top, int count)
+    {
+        for (int i = 0; i < count; ++i) {
+            const fs::path folder = top / std::to_string(i / 1000);
+            if (i % 1000 == 0)
+                fs::create_directories(folder);
+            const int file =
+                open((folder / std::to_string(i)).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+            if (file < 0)
+                return false;
+            close(file);
+        }
+        return true;
     }
 
     bool makeDeepTree(const fs::path& top, int depth)
@@ -318,28 +520,33 @@ private:
         return true;
     }
 
-    QString runClient(const test::TestUser& user, const QStringList& arguments)
+    QString runClient(const test::TestUser& user, const QStringList& arguments,
+                      int deadlineMs = 40000)
     {
         QProcess client;
         user.start(client, QStringLiteral(QUILLANE_TEST_CLIENT), arguments);
-        if (!client.waitForFinished(40000))
+        if (!client.waitForFinished(deadlineMs))
             return QStringLiteral("no answer");
         return QString::fromLocal8Bit(client.readAllStandardOutput()).trimmed();
     }
 
-    QString askToDelete(const test::TestUser& user, const QByteArray& path)
+    QString askToDelete(const test::TestUser& user, const QByteArray& path, int deadlineMs = 40000)
     {
         const fs::path request = m_root / "request";
         test::writeFile(request, path.toStdString());
         chmod(request.c_str(), 0644);
-        return runClient(user, {QStringLiteral("delete"),
-                                QStringLiteral("@") + QString::fromStdString(request.native())});
+        return runClient(user,
+                         {QStringLiteral("delete"),
+                          QStringLiteral("@") + QString::fromStdString(request.native())},
+                         deadlineMs);
     }
 
     QString askToUninstall(const QString& application)
     {
         return runClient(*m_user, {QStringLiteral("uninstall"), application});
     }
+
+    static constexpr int waitingPerUser = 16;
 
     QTemporaryDir m_dir;
     fs::path m_root;

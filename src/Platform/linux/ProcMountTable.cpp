@@ -3,6 +3,8 @@
 #include "Platform/FileSystem.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
@@ -202,6 +204,7 @@ std::vector<MountEntry> ProcMountTable::parse(std::string_view mountinfo)
         MountEntry entry;
         entry.device = std::string(fields[2]);
         entry.root = decodeOctalEscapes(fields[3]);
+        entry.mountId = std::strtoull(std::string(fields[0]).c_str(), nullptr, 10);
         entry.mountPoint = decodeOctalEscapes(fields[4]);
         entry.readOnly = hasOption(fields[5], "ro");
         entry.fsType = decodeOctalEscapes(*(separator + 1));

@@ -5,8 +5,10 @@
 #include <cerrno>
 #include <cstdint>
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <string>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 #include <utility>
@@ -38,6 +40,27 @@ bool isPlainName(std::string_view name)
 {
     return !name.empty() && name != "." && name != ".." &&
            name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;
+}
+
+// Opens `name` in the open folder `at` without following a link or crossing into another
+// mount: a name with a filesystem mounted on it fails with EXDEV before the mounted
+// filesystem is reached, so a hung or hostile one never holds up the caller.
+int openHere(int at, const char* name, int flags)
+{
+    open_how how{};
+    how.flags = static_cast<std::uint64_t>(flags | O_NOFOLLOW | O_CLOEXEC);
+    how.resolve = RESOLVE_NO_XDEV | RESOLVE_NO_SYMLINKS;
+    return static_cast<int>(syscall(SYS_openat2, at, name, &how, sizeof how));
+}
+
+// The status of the entry `name` of the open folder `at`, itself and not what a link names or
+// what is mounted on it; 0, or the errno of the failure (EXDEV: something is mounted on it).
+int statHere(int at, const char* name, struct stat& info)
+{
+    const UniqueFd entry = UniqueFd::adopt(openHere(at, name, O_PATH));
+    if (!entry || fstat(entry.get(), &info) != 0)
+        return errno;
+    return 0;
 }
 
 // What the removal needs to know of a folder, read from its open descriptor.
@@ -114,6 +137,11 @@ RemovalResult otherMount(const std::string& path)
     return RemovalResult::failure(path + ": another filesystem is mounted here", EXDEV);
 }
 
+RemovalResult ownedByAnother(const std::string& path)
+{
+    return RemovalResult::failure(path + ": owned by another user", EPERM);
+}
+
 enum class Pass { look, remove };
 
 // A folder of the tree being walked.
@@ -131,7 +159,7 @@ struct Frame {
 class TreeWalk
 {
 public:
-    explicit TreeWalk(Pass pass) : m_pass(pass) {}
+    TreeWalk(Pass pass, const RemovalRules& rules) : m_pass(pass), m_rules(rules) {}
 
     RemovalResult run(std::string name, UniqueFd fd, const FolderStatus& status)
     {
@@ -153,6 +181,25 @@ public:
         }
     }
 
+    // Opens the folder `name` of the open folder `at` for reading: looked up as the owner of
+    // `at` would, read as its own owner would. 0, or the errno of the failure (EPERM: an owner
+    // the rules refuse).
+    int openFolder(int at, uid_t atOwner, const char* name, UniqueFd& fd,
+                   FolderStatus& status) const
+    {
+        actFor(atOwner);
+        const UniqueFd path = UniqueFd::adopt(openHere(at, name, O_PATH | O_DIRECTORY));
+        if (!path)
+            return errno;
+        if (const int error = readStatus(path.get(), status))
+            return error;
+        if (!allows(status.owner))
+            return EPERM;
+        actFor(status.owner);
+        fd = UniqueFd::adopt(openat(path.get(), ".", folderFlags));
+        return fd ? 0 : errno;
+    }
+
 private:
     std::string pathOf(std::string_view entry = {}) const
     {
@@ -169,8 +216,18 @@ private:
 
     RemovalResult failure(std::string_view entry, int error) const
     {
+        if (error == EXDEV)
+            return otherMount(pathOf(entry));
         return RemovalResult::failure(describeErrno(pathOf(entry), error), error);
     }
+
+    void actFor(uid_t owner) const
+    {
+        if (m_rules.actFor)
+            m_rules.actFor(owner);
+    }
+
+    bool allows(uid_t owner) const { return !m_rules.allowsOwner || m_rules.allowsOwner(owner); }
 
     // Reads the deepest folder: notes its sub-folders and, in the removal pass, removes
     // everything else as it comes.
@@ -192,6 +249,7 @@ private:
         // In a sticky folder that is not ours, every entry must be ours.
         const bool ownEntriesOnly = m_pass == Pass::look && (frame.status.mode & S_ISVTX) &&
                                     geteuid() != 0 && frame.status.owner != geteuid();
+        const bool checkOwners = m_pass == Pass::look && m_rules.allowsOwner;
         bool empty = true;
         for (;;) {
             errno = 0;
@@ -205,26 +263,31 @@ private:
                 continue;
             empty = false;
             bool folder = entry->d_type == DT_DIR;
-            if (entry->d_type == DT_UNKNOWN || ownEntriesOnly) {
+            if (entry->d_type == DT_UNKNOWN || ownEntriesOnly || checkOwners) {
                 struct stat info {
                 };
-                if (fstatat(frame.fd.get(), entry->d_name, &info,
-                            AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0) {
-                    if (errno == ENOENT)
+                actFor(frame.status.owner);
+                if (const int error = statHere(frame.fd.get(), entry->d_name, info)) {
+                    if (error == ENOENT)
                         continue;
-                    return failure(entry->d_name, errno);
+                    return failure(entry->d_name, error);
                 }
                 if (ownEntriesOnly && stickyRefuses(frame.status, info.st_uid))
                     return failure(entry->d_name, EPERM);
+                if (!allows(info.st_uid))
+                    return ownedByAnother(pathOf(entry->d_name));
                 folder = S_ISDIR(info.st_mode);
             }
-            if (folder)
+            if (folder) {
                 frame.folders.emplace_back(entry->d_name);
-            else if (m_pass == Pass::remove && unlinkat(frame.fd.get(), entry->d_name, 0) != 0 &&
-                     errno != ENOENT)
-                return failure(entry->d_name, errno);
+            } else if (m_pass == Pass::remove) {
+                actFor(frame.status.owner);
+                if (unlinkat(frame.fd.get(), entry->d_name, 0) != 0 && errno != ENOENT)
+                    return failure(entry->d_name, errno);
+            }
         }
         if (m_pass == Pass::look && !empty) {
+            actFor(frame.status.owner);
             if (const int error = foreseenRefusal(frame.fd.get(), frame.status))
                 return failure({}, error);
         }
@@ -234,15 +297,16 @@ private:
     RemovalResult enter(const std::string& name)
     {
         const Frame& parent = m_stack.back();
-        UniqueFd fd = UniqueFd::adopt(openat(parent.fd.get(), name.c_str(), folderFlags));
-        if (!fd) {
-            if (errno == ENOENT)
-                return RemovalResult::success(true); // gone meanwhile
-            return failure(name, errno);
-        }
+        UniqueFd fd;
         FolderStatus status;
-        if (const int error = readStatus(fd.get(), status))
+        if (const int error =
+                openFolder(parent.fd.get(), parent.status.owner, name.c_str(), fd, status)) {
+            if (error == ENOENT)
+                return RemovalResult::success(true); // gone meanwhile
+            if (error == EPERM && !allows(status.owner))
+                return ownedByAnother(pathOf(name));
             return failure(name, error);
+        }
         if (!status.sameMount(parent.status))
             return otherMount(pathOf(name));
         m_stack.push_back({name, std::move(fd), status, {}});
@@ -257,11 +321,9 @@ private:
         m_stack.pop_back();
         Frame& parent = m_stack.back();
         if (!parent.fd) {
-            UniqueFd fd = UniqueFd::adopt(openat(child.fd.get(), "..", folderFlags));
-            if (!fd)
-                return failure({}, errno);
+            UniqueFd fd;
             FolderStatus status;
-            if (const int error = readStatus(fd.get(), status))
+            if (const int error = openFolder(child.fd.get(), child.status.owner, "..", fd, status))
                 return failure({}, error);
             if (!status.sameFolder(parent.status) || !status.sameMount(parent.status))
                 return RemovalResult::failure(pathOf(child.name) + ": moved during the removal",
@@ -269,13 +331,16 @@ private:
             parent.fd = std::move(fd);
             m_firstOpen = m_stack.size() - 1;
         }
-        if (m_pass == Pass::remove &&
-            unlinkat(parent.fd.get(), child.name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT)
-            return failure(child.name, errno);
+        if (m_pass == Pass::remove) {
+            actFor(parent.status.owner);
+            if (unlinkat(parent.fd.get(), child.name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT)
+                return failure(child.name, errno);
+        }
         return RemovalResult::success(true);
     }
 
     Pass m_pass;
+    const RemovalRules& m_rules;
     std::vector<Frame> m_stack;
     std::size_t m_firstOpen = 0; // the frames from here on hold their descriptors
 };
@@ -327,15 +392,16 @@ Result<UniqueFd> openBeneath(int anchorFd, const std::filesystem::path& relative
         const std::string path = joined(components, i + 1);
         const int at = current ? current.get() : anchorFd;
         const int access = i + 1 == components.size() ? O_RDONLY : O_PATH;
-        UniqueFd next = UniqueFd::adopt(
-            openat(at, name.c_str(), access | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        UniqueFd next = UniqueFd::adopt(openHere(at, name.c_str(), access | O_DIRECTORY));
         if (!next) {
             const int error = errno;
             struct stat info {
             };
-            if ((error == ENOTDIR || error == ELOOP) &&
-                fstatat(at, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(info.st_mode))
+            if ((error == ENOTDIR || error == ELOOP) && statHere(at, name.c_str(), info) == 0 &&
+                S_ISLNK(info.st_mode))
                 return FdResult::failure(path + ": a symbolic link", ELOOP);
+            if (error == EXDEV)
+                return FdResult::failure(path + ": another filesystem is mounted here", EXDEV);
             return FdResult::failure(describeErrno(path, error), error);
         }
         struct stat info {
@@ -349,7 +415,7 @@ Result<UniqueFd> openBeneath(int anchorFd, const std::filesystem::path& relative
     return FdResult::success(std::move(current));
 }
 
-Result<bool> removeEntry(int parentFd, std::string_view name)
+Result<bool> removeEntry(int parentFd, std::string_view name, const RemovalRules& rules)
 {
     const std::string entry(name);
     if (!isPlainName(name))
@@ -358,13 +424,22 @@ Result<bool> removeEntry(int parentFd, std::string_view name)
     FolderStatus parent;
     if (const int error = readStatus(parentFd, parent))
         return RemovalResult::failure(describeErrno("folder holding " + entry, error), error);
+    const auto actFor = [&rules](uid_t owner) {
+        if (rules.actFor)
+            rules.actFor(owner);
+    };
     struct stat info {
     };
-    if (fstatat(parentFd, entry.c_str(), &info, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0) {
-        if (errno == ENOENT)
+    actFor(parent.owner);
+    if (const int error = statHere(parentFd, entry.c_str(), info)) {
+        if (error == ENOENT)
             return RemovalResult::success(false);
-        return lastError<bool>(entry);
+        if (error == EXDEV)
+            return otherMount(entry);
+        return RemovalResult::failure(describeErrno(entry, error), error);
     }
+    if (rules.allowsOwner && !rules.allowsOwner(info.st_uid))
+        return ownedByAnother(entry);
     int refusal = foreseenRefusal(parentFd, parent);
     if (refusal == 0 && stickyRefuses(parent, info.st_uid))
         refusal = EPERM;
@@ -378,15 +453,18 @@ Result<bool> removeEntry(int parentFd, std::string_view name)
         return RemovalResult::success(true);
     }
 
-    const UniqueFd top = UniqueFd::adopt(openat(parentFd, entry.c_str(), folderFlags));
-    if (!top) {
-        if (errno == ENOENT)
-            return RemovalResult::success(false);
-        return lastError<bool>(entry);
-    }
+    UniqueFd top;
     FolderStatus status;
-    if (const int error = readStatus(top.get(), status))
+    if (const int error = TreeWalk(Pass::look, rules)
+                              .openFolder(parentFd, parent.owner, entry.c_str(), top, status)) {
+        if (error == ENOENT)
+            return RemovalResult::success(false);
+        if (error == EXDEV)
+            return otherMount(entry);
+        if (error == EPERM && rules.allowsOwner && !rules.allowsOwner(status.owner))
+            return ownedByAnother(entry);
         return RemovalResult::failure(describeErrno(entry, error), error);
+    }
     if (!status.sameMount(parent))
         return otherMount(entry);
 
@@ -396,9 +474,10 @@ Result<bool> removeEntry(int parentFd, std::string_view name)
         const int fd = fcntl(top.get(), F_DUPFD_CLOEXEC, 0);
         if (fd < 0)
             return lastError<bool>(entry);
-        if (auto walked = TreeWalk(pass).run(entry, UniqueFd::adopt(fd), status); !walked)
+        if (auto walked = TreeWalk(pass, rules).run(entry, UniqueFd::adopt(fd), status); !walked)
             return walked;
     }
+    actFor(parent.owner);
     if (unlinkat(parentFd, entry.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT)
         return lastError<bool>(entry);
     return RemovalResult::success(true);
