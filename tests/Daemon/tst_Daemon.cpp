@@ -204,8 +204,10 @@ private Q_SLOTS:
         QTest::newRow("another user's folder inside the user's shared one")
             << 7 << QByteArray("~/.local/share/Trash/files/shared") << false << true
             << QStringLiteral("owned by another user");
-        // Root's power is for root's entries only: the user's own read-only folder stays theirs.
-        QTest::newRow("the user's own read-only folder")
+        // Root's power is for root's entries only: a folder of the user's own that the user
+        // cannot even open stays theirs to open up. (One they can open but not write to, they
+        // may and do open up themselves.)
+        QTest::newRow("the user's own folder that they cannot open")
             << 8 << QByteArray("~/.local/share/Trash/files/item") << false << true
             << QStringLiteral("Permission denied");
         QTest::newRow("an item that is not there, with its record")
@@ -270,7 +272,7 @@ private Q_SLOTS:
             break;
         }
         case 8:
-            QVERIFY(chmod((homeTrash() / "files" / "item").c_str(), 0555) == 0);
+            QVERIFY(chmod((homeTrash() / "files" / "item").c_str(), 0) == 0);
             break;
         case 9:
             test::writeFile(homeTrash() / "info" / "missing.trashinfo", "[Trash Info]\n");

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <string>
+#include <sys/fsuid.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
@@ -116,6 +117,20 @@ int foreseenRefusal(int fd, const FolderStatus& folder)
             return error;
     }
     return 0;
+}
+
+// The identity the kernel checks file access against: the effective one, or the one the
+// daemon took for its caller. setfsuid with an invalid id changes nothing and tells it.
+uid_t actingUser()
+{
+    return static_cast<uid_t>(setfsuid(static_cast<uid_t>(-1)));
+}
+
+// A folder of the acting user's own that only its mode keeps from changing: its owner may give
+// itself the right, as `chmod u+rwx` would, and does so just before removing what it holds.
+bool ownerMayOpenUp(const FolderStatus& folder)
+{
+    return !folder.locked() && folder.owner == actingUser() && (folder.mode & S_IRWXU) != S_IRWXU;
 }
 
 // In a sticky folder only the owner of an entry or of the folder may remove the entry.
@@ -246,6 +261,12 @@ private:
             return failure({}, error);
         }
         rewinddir(dir.get());
+        if (m_pass == Pass::remove) {
+            actFor(frame.status.owner);
+            if (ownerMayOpenUp(frame.status) &&
+                fchmod(frame.fd.get(), (frame.status.mode & 07777) | S_IRWXU) == 0)
+                frame.status.mode |= S_IRWXU;
+        }
         // In a sticky folder that is not ours, every entry must be ours.
         const bool ownEntriesOnly = m_pass == Pass::look && (frame.status.mode & S_ISVTX) &&
                                     geteuid() != 0 && frame.status.owner != geteuid();
@@ -288,7 +309,8 @@ private:
         }
         if (m_pass == Pass::look && !empty) {
             actFor(frame.status.owner);
-            if (const int error = foreseenRefusal(frame.fd.get(), frame.status))
+            if (const int error = foreseenRefusal(frame.fd.get(), frame.status);
+                error != 0 && !(error == EACCES && ownerMayOpenUp(frame.status)))
                 return failure({}, error);
         }
         return RemovalResult::success(true);
