@@ -230,16 +230,34 @@ void VolumeObserver::watchForHomeTrash()
     // has no home trash, the deepest folder of its path that exists is watched for the next
     // folder of that path, and for nothing else there (other programs write beside it).
     // The folders are looked at on the work queue: the home may be on a network mount.
-    m_homeTrashWatch.reset();
+    m_homeTrashWatches.clear();
     const std::uint64_t wait = ++m_homeTrashWaits;
     const fs::path trash = m_platform.trash.homeTrashFolder();
     const bool listed = std::ranges::any_of(
         m_volumes, [&](const Volume& volume) { return volume.trashURL() == trash; });
+    QPointer<VolumeObserver> self(this);
     if (listed) {
+        // Listed: the folders that lead to it are watched for its path's names, so that a
+        // trash moved away or removed whole is noticed like one emptied.
         m_rebuiltForHomeTrash = false;
+        m_platform.workQueue.async([self, wait, trash, &watcher = m_platform.folderWatcher,
+                                    &mainQueue = m_platform.mainQueue] {
+            const auto rebuild = [self] {
+                if (self)
+                    self->rebuildForChange();
+            };
+            const fs::path trashFolder = trash.parent_path(); // holds files/ and info/
+            std::vector<std::shared_ptr<FolderWatch>> watches = {
+                watcher.watchEntry(trashFolder.parent_path(), trashFolder.filename().native(),
+                                   rebuild),
+                watcher.watchEntry(trashFolder, trash.filename().native(), rebuild)};
+            mainQueue.post([self, wait, watches = std::move(watches)] {
+                if (self && wait == self->m_homeTrashWaits)
+                    self->m_homeTrashWatches = watches;
+            });
+        });
         return;
     }
-    QPointer<VolumeObserver> self(this);
     m_platform.workQueue.async([self, wait, trash, &watcher = m_platform.folderWatcher,
                                 &mainQueue = m_platform.mainQueue] {
         fs::path folder = trash;
@@ -263,7 +281,7 @@ void VolumeObserver::watchForHomeTrash()
                 self->updateVolumes();
                 return;
             }
-            self->m_homeTrashWatch = watch;
+            self->m_homeTrashWatches = {watch};
         });
     });
 }

@@ -151,7 +151,7 @@ private:
     bool m_fdaGranted = false;
     std::vector<std::filesystem::path> m_unmounted;
     std::vector<std::shared_ptr<FolderMonitor>> m_monitorEvents;
-    std::shared_ptr<FolderWatch> m_homeTrashWatch;
+    std::vector<std::shared_ptr<FolderWatch>> m_homeTrashWatches;
     std::uint64_t m_homeTrashWaits = 0; // the number of the newest wait for the home trash
     bool m_rebuiltForHomeTrash = false; // since the last list that showed the home trash
     // The number of the newest rebuild; its scan reads it to know it has been replaced.

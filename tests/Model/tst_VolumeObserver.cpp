@@ -353,13 +353,16 @@ private Q_SLOTS:
     void homeTrashRemovedAndMadeAgain_data()
     {
         QTest::addColumn<bool>("beforePublication"); // made again before "gone" is published
-        QTest::newRow("after the list shows it gone") << false;
-        QTest::newRow("before the list shows it gone") << true;
+        QTest::addColumn<bool>("movedAway");         // else removed
+        QTest::newRow("after the list shows it gone") << false << false;
+        QTest::newRow("before the list shows it gone") << true << false;
+        QTest::newRow("moved away whole, then made again") << false << true;
     }
 
     void homeTrashRemovedAndMadeAgain()
     {
         QFETCH(bool, beforePublication);
+        QFETCH(bool, movedAway);
         test::ModelHarness model;
         model.setMounts({{"/", "ext4", "rw"}});
         model.makeHomeTrash();
@@ -372,7 +375,10 @@ private Q_SLOTS:
         };
         QVERIFY(listed());
 
-        fs::remove_all(trashFolder);
+        if (movedAway)
+            fs::rename(trashFolder, share / "Trash aside");
+        else
+            fs::remove_all(trashFolder);
         QVERIFY(QTest::qWaitFor([&] { return model.scheduler.pendingCount() > 0; }, 5000));
         if (beforePublication) {
             model.scheduler.runPending(); // the scan found no trash; its list is still to come
