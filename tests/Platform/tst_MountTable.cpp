@@ -378,6 +378,10 @@ private Q_SLOTS:
         // Without a label the desktop names a volume by its size, rounded as file managers do.
         fs::remove(folder / "Holiday\\x20Photos");
         QCOMPARE(label(labels.volumeName(point)), QByteArray("134 MB Volume"));
+        // Without udev, the label is read from the filesystem where the device may be read.
+        QVERIFY(test::run(QStringLiteral("e2label"),
+                          {QString::fromStdString(source), QStringLiteral("On The Disk")}));
+        QCOMPARE(label(labels.volumeName(point)), QByteArray("On The Disk"));
         // A label source that knows the device comes first.
         const DiskLabels asked(folder, table, "/sys/dev/block",
                                [](dev_t) { return std::optional<std::string>("From udisks"); });

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <blkid/blkid.h>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -115,6 +116,25 @@ std::optional<std::string> DiskLabels::udevLabel(const MountEntry& mount) const
     return std::nullopt;
 }
 
+std::optional<std::string> DiskLabels::superblockLabel(const MountEntry& mount)
+{
+    if (!blockDevice(mount))
+        return std::nullopt;
+    // Only where the device may be read: root, or a member of its group.
+    const blkid_probe probe = blkid_new_probe_from_filename(mount.source.c_str());
+    if (!probe)
+        return std::nullopt;
+    std::optional<std::string> label;
+    blkid_probe_enable_superblocks(probe, 1);
+    blkid_probe_set_superblocks_flags(probe, BLKID_SUBLKS_LABEL);
+    const char* value = nullptr;
+    if (blkid_do_safeprobe(probe) == 0 &&
+        blkid_probe_lookup_value(probe, "LABEL", &value, nullptr) == 0 && value)
+        label = value;
+    blkid_free_probe(probe);
+    return label;
+}
+
 std::optional<std::uint64_t> DiskLabels::deviceSize(const MountEntry& mount) const
 {
     const auto device = blockDevice(mount);
@@ -142,6 +162,8 @@ std::optional<std::string> DiskLabels::volumeName(const fs::path& path) const
         }
     }
     if (auto label = udevLabel(*mount); label && !label->empty())
+        return label;
+    if (auto label = superblockLabel(*mount); label && !label->empty())
         return label;
     if (const auto size = deviceSize(*mount))
         return sizeName(*size);

@@ -14,6 +14,8 @@ namespace quillane
 //   answers (see UDisksLabels);
 // - else the label udev publishes: /dev/disk/by-label holds one link per labelled filesystem,
 //   named after the label (with \xNN escapes), pointing at its block device;
+// - else the label in the filesystem itself, where the device may be read (a machine without
+//   udev, where the administrator runs it);
 // - else, for a block device, its size as file managers round it: "16 GB Volume".
 // The home's mount is the table's holdsHome entry.
 class DiskLabels final : public VolumeNames
@@ -35,6 +37,7 @@ public:
 private:
     std::optional<MountEntry> mountAt(const std::filesystem::path& path) const;
     std::optional<std::string> udevLabel(const MountEntry& mount) const;
+    static std::optional<std::string> superblockLabel(const MountEntry& mount);
     std::optional<std::uint64_t> deviceSize(const MountEntry& mount) const;
 
     std::filesystem::path m_byLabel;
