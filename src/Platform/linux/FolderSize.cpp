@@ -385,15 +385,22 @@ struct KnownSize {
 };
 using KnownSizes = std::map<FolderKey, KnownSize>;
 
+// Opens the folder a walk starts from, links followed; 0 or the errno of the failure.
+int openTop(const fs::path& folder, Fd& top, Identity& identity)
+{
+    top = Fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!top)
+        return errno;
+    return identify(top.fd, "", AT_EMPTY_PATH, identity);
+}
+
 } // namespace
 
 Result<std::uint64_t> allocatedSizeOfDirectory(const std::filesystem::path& folder)
 {
-    Fd top(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!top)
-        return SizeResult::failure(describeErrno(folder.native(), errno));
+    Fd top;
     Identity topIdentity;
-    if (const int error = identify(top.fd, "", AT_EMPTY_PATH, topIdentity))
+    if (const int error = openTop(folder, top, topIdentity))
         return SizeResult::failure(describeErrno(folder.native(), error));
 
     // The top level is read here; its files count at once.
@@ -419,11 +426,9 @@ Result<std::uint64_t> allocatedSizeOfTrash(const std::filesystem::path& trashFol
     static std::mutex mutex;
     static std::map<std::string, KnownSizes> known; // by trash folder
 
-    Fd top(open(trashFolder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!top)
-        return SizeResult::failure(describeErrno(trashFolder.native(), errno));
+    Fd top;
     Identity topIdentity;
-    if (const int error = identify(top.fd, "", AT_EMPTY_PATH, topIdentity))
+    if (const int error = openTop(trashFolder, top, topIdentity))
         return SizeResult::failure(describeErrno(trashFolder.native(), error));
     if (marksSkipped(trashFolder.native()))
         return SizeResult::success(0);
