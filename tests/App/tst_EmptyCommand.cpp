@@ -207,6 +207,7 @@ private Q_SLOTS:
         QTest::newRow("a record made by hand, with no item") << "ghost" << 0;
         QTest::newRow("killed midway, then run again") << "SIGKILL" << 0;
         QTest::newRow("remounted read-only midway, then run again") << "read-only" << 1;
+        QTest::newRow("unplugged midway, then plugged in and run again") << "unplugged" << 1;
         QTest::newRow("a name with an escape sequence the helper cannot take")
             << "escape sequence" << 3;
         QTest::newRow("a 4,096-deep folder under a limit of 256 open files") << "deep" << 0;
@@ -219,13 +220,15 @@ private Q_SLOTS:
     {
         QFETCH(QString, fault);
         QFETCH(int, exitCode);
-        const bool onAVolume = fault == QStringLiteral("read-only");
+        const bool onAVolume =
+            fault == QStringLiteral("read-only") || fault == QStringLiteral("unplugged");
         if (onAVolume && !test::canMount())
             QSKIP("needs root in a private mount namespace");
         QTemporaryDir home;
         const fs::path stick = "/mnt/faults stick";
+        const fs::path image = fs::path(home.path().toStdString()) / "stick.img";
         if (onAVolume)
-            QVERIFY(test::mountExt4(fs::path(home.path().toStdString()) / "stick.img", stick));
+            QVERIFY(test::mountExt4(image, stick));
         const auto unmount = qScopeGuard([&] {
             if (onAVolume)
                 QProcess::execute(QStringLiteral("umount"),
@@ -330,6 +333,10 @@ private Q_SLOTS:
         if (fault == QStringLiteral("SIGKILL")) {
             QTRY_VERIFY_WITH_TIMEOUT(itemsLeft() < many, 20000);
             first.kill();
+        } else if (fault == QStringLiteral("unplugged")) {
+            QTRY_VERIFY_WITH_TIMEOUT(itemsLeft() < many, 20000);
+            QVERIFY(test::run(QStringLiteral("umount"),
+                              {QStringLiteral("-l"), QString::fromStdString(stick.native())}));
         } else if (onAVolume) {
             QTRY_VERIFY_WITH_TIMEOUT(itemsLeft() < many, 20000);
             // The remount takes once no write is under way.
@@ -344,7 +351,14 @@ private Q_SLOTS:
         if (fault != QStringLiteral("SIGKILL"))
             QVERIFY2(first.exitCode() == exitCode, errors.constData());
         QVERIFY2(!errors.contains('\x1b'), errors.constData()); // nothing steers the terminal
-        if (onAVolume) {
+        if (fault == QStringLiteral("unplugged")) {
+            QVERIFY2(errors.count("was unmounted") == 1, errors.constData());
+            QVERIFY(
+                test::run(QStringLiteral("mount"), {QStringLiteral("-o"), QStringLiteral("loop"),
+                                                    QString::fromStdString(image.native()),
+                                                    QString::fromStdString(stick.native())}));
+            QVERIFY(itemsLeft() > 0); // what was not reached is still there
+        } else if (onAVolume) {
             QVERIFY2(errors.count("Read-only file system") == 1, errors.constData());
             // Stopped midway: items, or at least their records, are left for the next run.
             QVERIFY(itemsLeft() > 0 || !fs::is_empty(trash / "info"));
