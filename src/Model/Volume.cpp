@@ -47,6 +47,8 @@ std::string providerName(const std::filesystem::path& providerFolder)
 
 std::string Volume::name(const VolumeNames& volumeNames) const
 {
+    if (m_learntName)
+        return *m_learntName;
     switch (kind()) {
     case Kind::None:
         return {};

@@ -37,7 +37,10 @@ public:
 
     Kind kind() const;
     bool isiCloud() const { return kind() == Kind::ICloud; }
+    // The name the desktop gives it. Looking it up may wait on a device or on udisks, so the
+    // scan learns it off the main thread, and the name learnt is what a record gives after.
     std::string name(const VolumeNames& volumeNames) const;
+    void learnName(const VolumeNames& volumeNames) { m_learntName = name(volumeNames); }
     // The volume that holds the home folder is "Home", with the desktop's home-folder picture.
     Picture image(const VolumeNames& volumeNames) const;
 
@@ -57,6 +60,7 @@ private:
     std::optional<std::filesystem::path> m_trashURL;
     double m_progress;
     std::string m_cloudProvider;
+    std::optional<std::string> m_learntName;
 };
 
 // The pictures our resources hold for cloud-storage providers, by provider name.

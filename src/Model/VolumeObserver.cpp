@@ -84,6 +84,7 @@ std::optional<std::vector<Volume>> scanVolumes(const Platform& platform,
         else
             Console::writeLine("Error Getting Trash URL: ", found.error());
         volumes.emplace_back(mount.mountPoint, trashURL, 0, mount.cloudProvider);
+        volumes.back().learnName(platform.volumeNames);
     }
     return volumes;
 }

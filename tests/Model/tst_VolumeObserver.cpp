@@ -35,6 +35,27 @@ private:
     std::vector<Task> m_tasks;
 };
 
+// Volume names that count how often they are looked up: a lookup may wait on a device.
+class CountedNames final : public VolumeNames
+{
+public:
+    explicit CountedNames(const VolumeNames& names) : m_names(names) {}
+    std::optional<std::string> volumeName(const fs::path& path) const override
+    {
+        ++lookups;
+        return m_names.volumeName(path);
+    }
+    bool holdsHome(const fs::path& path) const override
+    {
+        ++lookups;
+        return m_names.holdsHome(path);
+    }
+    mutable int lookups = 0;
+
+private:
+    const VolumeNames& m_names;
+};
+
 } // namespace
 
 class TestVolumeObserver : public QObject
@@ -255,11 +276,17 @@ private Q_SLOTS:
         model.makeHomeTrash();
         HeldWorkQueue held;
         Platform platform = model.platform();
-        Platform offMain{platform.mainQueue,     held,
-                         platform.removalQueue,  platform.trash,
-                         platform.mounts,        platform.mountWatcher,
-                         platform.folderWatcher, platform.defaults,
-                         platform.volumeNames,   platform.home};
+        const CountedNames names(platform.volumeNames);
+        Platform offMain{platform.mainQueue,
+                         held,
+                         platform.removalQueue,
+                         platform.trash,
+                         platform.mounts,
+                         platform.mountWatcher,
+                         platform.folderWatcher,
+                         platform.defaults,
+                         names,
+                         platform.home};
         VolumeObserver observer(offMain);
         model.scheduler.runPending();
         QVERIFY(!observer.fdaGranted());
@@ -269,6 +296,10 @@ private Q_SLOTS:
         model.settle();
         QVERIFY(observer.fdaGranted());
         QCOMPARE(observer.volumes().size(), std::size_t(1));
+        // The scan learnt the name; the row that shows it looks up nothing.
+        const int lookups = names.lookups;
+        QCOMPARE(observer.volumes()[0].name(names), std::string("Home"));
+        QCOMPARE(names.lookups, lookups);
         QCOMPARE(observer.monitorEvents().size(), std::size_t(1));
         QVERIFY(!observer.monitorEvents()[0]->isMonitoring()); // its watch is still queued
         QVERIFY(held.size() >= 1);
