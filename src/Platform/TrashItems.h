@@ -2,9 +2,13 @@
 
 #include "Result.h"
 
+#include <cstdint>
+#include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace quillane
@@ -45,5 +49,28 @@ std::set<std::string> listRecords(int trashFd);
 // Returns one message per record or file that could not be changed, and only the first on a
 // read-only volume.
 std::vector<std::string> tidyTrash(int trashFd, const std::set<std::string>& recordsBefore);
+
+// A line of directorysizes: the size of a trashed folder as of its record's modification time
+// (seconds since the epoch). A line is worth as much as whoever wrote it counted.
+struct DirectorySize {
+    std::uint64_t size = 0;
+    std::int64_t recordTime = 0;
+    friend bool operator==(const DirectorySize&, const DirectorySize&) = default;
+};
+
+// A directorysizes line, and the folder and size a line gives (none for another shape).
+std::string directorySizeLine(const std::string& name, const DirectorySize& size);
+std::optional<std::pair<std::string, DirectorySize>> parseDirectorySizeLine(std::string_view line);
+// Names as directorysizes writes them: every byte but letters, digits and "-._~" as %XX.
+std::string percentEncoded(std::string_view name);
+std::string percentDecoded(std::string_view text);
+
+// The directorysizes lines of the trash folder open as trashFd, by folder name.
+std::map<std::string, DirectorySize> readDirectorySizes(int trashFd);
+// Sets the lines of these folders and keeps the others (written aside and renamed over);
+// empty, or what went wrong.
+std::string writeDirectorySizes(int trashFd, const std::map<std::string, DirectorySize>& sizes);
+// The modification time of the record of the item `name`, where it has one.
+std::optional<std::int64_t> recordTime(int trashFd, const std::string& name);
 
 } // namespace quillane

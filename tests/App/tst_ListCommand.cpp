@@ -61,6 +61,63 @@ private Q_SLOTS:
     }
 
     // A USB stick's trash, filled by the desktop's own tools, as the command line reports it.
+    void sizesAreLeftForTheNextRun_data()
+    {
+        QTest::addColumn<QByteArray>("change"); // run in the trash folder after the first run
+        QTest::addColumn<bool>("walkedAgain");
+        QTest::newRow("nothing") << QByteArray("true") << false;
+        QTest::newRow("the line rewritten by another program")
+            << QByteArray("t=$(stat -c %Y info/photos.trashinfo); "
+                          "echo \"123 $t photos\" >directorysizes")
+            << true;
+        QTest::newRow("the record changed since")
+            << QByteArray("touch -d '2001-01-01' info/photos.trashinfo") << true;
+        QTest::newRow("our note of what we wrote lost")
+            << QByteArray("rm -r ../../../.cache") << true;
+    }
+
+    // A folder sized by one run is not walked by the next while its line in directorysizes
+    // is one we wrote and its record has not changed; other programs read the line too.
+    void sizesAreLeftForTheNextRun()
+    {
+        QFETCH(QByteArray, change);
+        QFETCH(bool, walkedAgain);
+        QTemporaryDir home;
+        const fs::path trash = fs::path(home.path().toStdString()) / ".local/share/Trash";
+        test::writeFile(trash / "files/photos/one.jpg", std::string(50000, 'p'));
+        test::writeFile(trash / "info/photos.trashinfo", "[Trash Info]\nPath=/photos\n");
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("HOME"), home.path());
+        environment.remove(QStringLiteral("XDG_DATA_HOME"));
+        environment.remove(QStringLiteral("XDG_CACHE_HOME"));
+        const auto homeBytes = [&] {
+            QProcess list;
+            list.setProcessEnvironment(environment);
+            list.start(QStringLiteral(QUILLANE_EXECUTABLE),
+                       {QStringLiteral("list"), QStringLiteral("--json")});
+            list.waitForFinished(30000);
+            for (const QJsonValue row :
+                 QJsonDocument::fromJson(list.readAllStandardOutput()).array())
+                if (row[QStringLiteral("name")].toString() == QStringLiteral("Home"))
+                    return row[QStringLiteral("bytes")].toInteger();
+            return qint64(-1);
+        };
+
+        const qint64 first = homeBytes();
+        QCOMPARE(first, allocatedBytesOfFiles(trash / "files"));
+        const std::string line = test::readFile(trash / "directorysizes");
+        QVERIFY2(line.starts_with(std::to_string(first) + ' ') && line.ends_with(" photos\n"),
+                 line.c_str());
+
+        // Deep inside the folder, where only a walk sees it.
+        test::writeFile(trash / "files/photos/more/two.jpg", std::string(90000, 'q'));
+        QVERIFY(test::run(QStringLiteral("sh"),
+                          {QStringLiteral("-c"),
+                           QStringLiteral("cd \"$1\" && ") + QString::fromUtf8(change),
+                           QStringLiteral("sh"), QString::fromStdString(trash.native())}));
+        QCOMPARE(homeBytes(), walkedAgain ? allocatedBytesOfFiles(trash / "files") : first);
+    }
+
     void listsAMountedVolumeUntilItIsUnmounted()
     {
         if (!test::canMount())

@@ -1,15 +1,19 @@
 #include "DirHandle.h"
 #include "Platform/FileSystem.h"
+#include "Platform/TrashItems.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -385,6 +389,76 @@ struct KnownSize {
 };
 using KnownSizes = std::map<FolderKey, KnownSize>;
 
+// The directorysizes lines this program wrote, kept in the user's cache folder, so that a line
+// another program wrote (which may count otherwise) is never taken for one of ours. Each line
+// of the file is a trash folder, percent-encoded, and the line written there. Losing it costs
+// a walk, nothing more.
+class WrittenSizes
+{
+public:
+    WrittenSizes() : m_file(cacheFile())
+    {
+        std::ifstream in(m_file);
+        for (std::string line; std::getline(in, line);) {
+            const auto space = line.find(' ');
+            if (space != std::string::npos)
+                m_lines[percentDecoded(line.substr(0, space))].insert(line.substr(space + 1));
+        }
+    }
+
+    bool wrote(const std::string& trash, const std::string& name, const DirectorySize& size) const
+    {
+        const auto lines = m_lines.find(trash);
+        return lines != m_lines.end() && lines->second.contains(directorySizeLine(name, size));
+    }
+
+    // Notes the lines written to a trash, forgetting those of folders no longer in it.
+    void add(const std::string& trash, const std::map<std::string, DirectorySize>& lines,
+             const std::vector<std::string>& present)
+    {
+        std::set<std::string>& kept = m_lines[trash];
+        const std::set<std::string> there(present.begin(), present.end());
+        std::erase_if(kept, [&](const std::string& line) {
+            const auto parsed = parseDirectorySizeLine(line);
+            return !parsed || !there.contains(parsed->first) || lines.contains(parsed->first);
+        });
+        for (const auto& [name, size] : lines)
+            kept.insert(directorySizeLine(name, size));
+        save();
+    }
+
+private:
+    static fs::path cacheFile()
+    {
+        const char* cache = std::getenv("XDG_CACHE_HOME");
+        const char* home = std::getenv("HOME");
+        if (cache && *cache == '/')
+            return fs::path(cache) / "quillane/directorysizes";
+        return home && *home ? fs::path(home) / ".cache/quillane/directorysizes" : fs::path();
+    }
+
+    void save() const
+    {
+        if (m_file.empty())
+            return;
+        std::error_code error;
+        fs::create_directories(m_file.parent_path(), error);
+        const fs::path aside = m_file.native() + ".new";
+        {
+            std::ofstream out(aside, std::ios::trunc);
+            for (const auto& [trash, lines] : m_lines)
+                for (const std::string& line : lines)
+                    out << percentEncoded(trash) << ' ' << line << '\n';
+            if (!out.flush())
+                return;
+        }
+        fs::rename(aside, m_file, error);
+    }
+
+    fs::path m_file;
+    std::map<std::string, std::set<std::string>> m_lines;
+};
+
 // Opens the folder a walk starts from, links followed; 0 or the errno of the failure.
 int openTop(const fs::path& folder, Fd& top, Identity& identity)
 {
@@ -474,17 +548,54 @@ Result<std::uint64_t> allocatedSizeOfTrash(const std::filesystem::path& trashFol
             changedKeys.emplace_back(key, seen);
         }
     }
-    const auto sizes = sizesOfFolders(top.fd, trashFolder, topIdentity.device, changed);
+
+    // A folder this process has not sized yet may have been sized by an earlier run, which
+    // left its figure in directorysizes; the record's time tells that the line is still true.
+    static WrittenSizes written; // guarded by the mutex, as `known` is
+    const std::string trash = trashFolder.native();
+    const Fd trashFd(open(trashFolder.parent_path().c_str(), folderFlags));
+    const auto onDisk = changed.empty() || !trashFd ? std::map<std::string, DirectorySize>()
+                                                    : readDirectorySizes(trashFd.fd);
+    std::vector<std::string> toWalk;
+    std::vector<std::pair<FolderKey, KnownSize>> toWalkKeys;
+    std::vector<std::optional<std::int64_t>> toWalkTimes;
+    for (std::size_t i = 0; i < changed.size(); ++i) {
+        const std::optional<std::int64_t> time =
+            trashFd ? recordTime(trashFd.fd, changed[i]) : std::nullopt;
+        const auto line = onDisk.find(changed[i]);
+        const bool ours = [&] {
+            const std::lock_guard lock(mutex);
+            return line != onDisk.end() && written.wrote(trash, changed[i], line->second);
+        }();
+        if (time && ours && line->second.recordTime == *time) {
+            total += line->second.size;
+            changedKeys[i].second.size = line->second.size;
+            now.insert(changedKeys[i]);
+            continue;
+        }
+        toWalk.push_back(changed[i]);
+        toWalkKeys.push_back(changedKeys[i]);
+        toWalkTimes.push_back(time);
+    }
+
+    const auto sizes = sizesOfFolders(top.fd, trashFolder, topIdentity.device, toWalk);
     if (!sizes)
         return SizeResult::failure(sizes.error());
-    for (std::size_t i = 0; i < changed.size(); ++i) {
+    std::map<std::string, DirectorySize> lines;
+    for (std::size_t i = 0; i < toWalk.size(); ++i) {
         total += (*sizes)[i];
-        changedKeys[i].second.size = (*sizes)[i];
-        now.insert(changedKeys[i]);
+        toWalkKeys[i].second.size = (*sizes)[i];
+        now.insert(toWalkKeys[i]);
+        if (toWalkTimes[i])
+            lines[toWalk[i]] = {(*sizes)[i], *toWalkTimes[i]};
     }
-    // Only the folders there now are kept, so what is known never outgrows the trash.
+    // What was sized is left for the next run and for other programs. A trash that cannot be
+    // written to (a read-only volume) simply keeps its file.
     const std::lock_guard lock(mutex);
-    known[trashFolder.native()] = std::move(now);
+    if (!lines.empty() && trashFd && writeDirectorySizes(trashFd.fd, lines).empty())
+        written.add(trash, lines, *names);
+    // Only the folders there now are kept, so what is known never outgrows the trash.
+    known[trash] = std::move(now);
     return SizeResult::success(total);
 }
 

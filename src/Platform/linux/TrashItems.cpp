@@ -5,25 +5,13 @@
 
 #include <cctype>
 #include <cerrno>
+#include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace quillane
 {
-
-namespace
-{
-
-constexpr std::string_view recordSuffix = ".trashinfo";
-constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-
-bool exists(int folder, const std::string& name)
-{
-    struct stat entry {
-    };
-    return fstatat(folder, name.c_str(), &entry, AT_SYMLINK_NOFOLLOW) == 0 || errno != ENOENT;
-}
 
 std::string percentDecoded(std::string_view text)
 {
@@ -42,6 +30,34 @@ std::string percentDecoded(std::string_view text)
     return out;
 }
 
+std::string percentEncoded(std::string_view name)
+{
+    std::string out;
+    for (const char c : name) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (std::isalnum(byte) || c == '-' || c == '.' || c == '_' || c == '~') {
+            out += c;
+        } else {
+            constexpr std::string_view digits = "0123456789ABCDEF";
+            ((out += '%') += digits[byte >> 4]) += digits[byte & 15];
+        }
+    }
+    return out;
+}
+
+namespace
+{
+
+constexpr std::string_view recordSuffix = ".trashinfo";
+constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+bool exists(int folder, const std::string& name)
+{
+    struct stat entry {
+    };
+    return fstatat(folder, name.c_str(), &entry, AT_SYMLINK_NOFOLLOW) == 0 || errno != ENOENT;
+}
+
 std::optional<std::string> readAll(int folder, const char* name)
 {
     const UniqueFd file = UniqueFd::adopt(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
@@ -55,42 +71,61 @@ std::optional<std::string> readAll(int folder, const char* name)
     return length < 0 ? std::nullopt : std::optional(text);
 }
 
-// Keeps the directorysizes lines ("SIZE MTIME NAME", the name percent-encoded) whose folder is
-// still in files/.
-std::string forgetGoneSizes(int trashFd, int filesFd)
+// The directorysizes lines ("SIZE MTIME NAME", the name percent-encoded), each as it stands and
+// with the folder it names; lines that are not of that shape are kept as they are.
+struct SizeLine {
+    std::string text;
+    std::optional<std::string> name;
+};
+
+std::vector<SizeLine> sizeLines(const std::string& text)
 {
-    const auto text = readAll(trashFd, "directorysizes");
-    if (!text)
-        return errno == ENOENT ? std::string() : describeErrno("directorysizes", errno);
-    std::string kept;
-    bool changed = false;
-    for (std::size_t start = 0; start < text->size();) {
-        const auto end = std::min(text->find('\n', start), text->size());
-        const std::string_view line = std::string_view(*text).substr(start, end - start);
+    std::vector<SizeLine> lines;
+    for (std::size_t start = 0; start < text.size();) {
+        const auto end = std::min(text.find('\n', start), text.size());
+        const std::string_view line = std::string_view(text).substr(start, end - start);
         start = end + 1;
-        const auto nameStart = line.find(' ', line.find(' ') + 1);
-        if (nameStart != std::string_view::npos &&
-            !exists(filesFd, percentDecoded(line.substr(nameStart + 1)))) {
-            changed = true;
+        if (line.empty())
             continue;
-        }
-        if (!line.empty())
-            (kept += line) += '\n';
+        const auto nameStart = line.find(' ', line.find(' ') + 1);
+        lines.push_back(
+            {std::string(line), nameStart == std::string_view::npos
+                                    ? std::nullopt
+                                    : std::optional(percentDecoded(line.substr(nameStart + 1)))});
     }
-    if (!changed)
-        return {};
+    return lines;
+}
+
+// Writes directorysizes aside and renames it over, so that a reader sees the old or the new.
+std::string replaceSizes(int trashFd, const std::vector<SizeLine>& lines)
+{
+    std::string text;
+    for (const SizeLine& line : lines)
+        (text += line.text) += '\n';
     constexpr const char* aside = "directorysizes.quillane";
     const UniqueFd file = UniqueFd::adopt(
         openat(trashFd, aside, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644));
     if (!file)
         return describeErrno("directorysizes", errno);
-    if (write(file.get(), kept.data(), kept.size()) != static_cast<ssize_t>(kept.size()) ||
+    if (write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
         renameat(trashFd, aside, trashFd, "directorysizes") != 0) {
         const int error = errno;
         unlinkat(trashFd, aside, 0);
         return describeErrno("directorysizes", error);
     }
     return {};
+}
+
+// Keeps the directorysizes lines whose folder is still in files/.
+std::string forgetGoneSizes(int trashFd, int filesFd)
+{
+    const auto text = readAll(trashFd, "directorysizes");
+    if (!text)
+        return errno == ENOENT ? std::string() : describeErrno("directorysizes", errno);
+    std::vector<SizeLine> lines = sizeLines(*text);
+    const auto gone = std::erase_if(
+        lines, [&](const SizeLine& line) { return line.name && !exists(filesFd, *line.name); });
+    return gone == 0 ? std::string() : replaceSizes(trashFd, lines);
 }
 
 } // namespace
@@ -152,6 +187,56 @@ std::vector<std::string> tidyTrash(int trashFd, const std::set<std::string>& rec
     if (std::string error = forgetGoneSizes(trashFd, files.get()); !error.empty())
         errors.push_back(std::move(error));
     return errors;
+}
+
+std::map<std::string, DirectorySize> readDirectorySizes(int trashFd)
+{
+    std::map<std::string, DirectorySize> sizes;
+    for (const SizeLine& line : sizeLines(readAll(trashFd, "directorysizes").value_or("")))
+        if (auto parsed = parseDirectorySizeLine(line.text))
+            sizes.insert(std::move(*parsed));
+    return sizes;
+}
+
+std::string writeDirectorySizes(int trashFd, const std::map<std::string, DirectorySize>& sizes)
+{
+    std::vector<SizeLine> lines = sizeLines(readAll(trashFd, "directorysizes").value_or(""));
+    std::erase_if(lines,
+                  [&](const SizeLine& line) { return line.name && sizes.contains(*line.name); });
+    for (const auto& [name, size] : sizes)
+        lines.push_back({directorySizeLine(name, size), name});
+    return replaceSizes(trashFd, lines);
+}
+
+std::optional<std::int64_t> recordTime(int trashFd, const std::string& name)
+{
+    struct stat record {
+    };
+    if (fstatat(trashFd, ("info/" + name + std::string(recordSuffix)).c_str(), &record,
+                AT_SYMLINK_NOFOLLOW) != 0)
+        return std::nullopt;
+    return record.st_mtime;
+}
+
+std::string directorySizeLine(const std::string& name, const DirectorySize& size)
+{
+    return std::to_string(size.size) + ' ' + std::to_string(size.recordTime) + ' ' +
+           percentEncoded(name);
+}
+
+std::optional<std::pair<std::string, DirectorySize>> parseDirectorySizeLine(std::string_view line)
+{
+    const std::string text(line);
+    char* end = nullptr;
+    DirectorySize size;
+    size.size = std::strtoull(text.c_str(), &end, 10);
+    if (end == text.c_str() || *end != ' ')
+        return std::nullopt;
+    const char* time = end + 1;
+    size.recordTime = std::strtoll(time, &end, 10);
+    if (end == time || *end != ' ' || end[1] == '\0')
+        return std::nullopt;
+    return std::pair(percentDecoded(end + 1), size);
 }
 
 } // namespace quillane
