@@ -20,8 +20,6 @@ namespace
 QString kindName(Volume::Kind kind)
 {
     switch (kind) {
-    case Volume::Kind::ICloud:
-        return QStringLiteral("icloud");
     case Volume::Kind::CloudStorage:
         return QStringLiteral("cloud");
     case Volume::Kind::Volume:

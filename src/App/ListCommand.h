@@ -17,7 +17,7 @@ class VolumeNames;
 // One location as `quillane list` reports it.
 struct LocationReport {
     QString name;
-    QString kind; // "volume", "icloud" or "cloud"
+    QString kind; // "volume" or "cloud"
     QString location;
     std::optional<QString> trash;
     int items = 0;

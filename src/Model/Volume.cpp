@@ -24,26 +24,9 @@ Volume::Kind Volume::kind() const
 {
     if (!m_volPath)
         return Kind::None;
-    if (!m_cloudProvider.empty())
-        return Kind::CloudStorage;
-    if (pathContains(*m_volPath, "Mobile Documents"))
-        return Kind::ICloud;
-    if (pathContains(*m_volPath, "CloudStorage"))
-        return Kind::CloudStorage;
-    return Kind::Volume;
+    // Only the mount tells a cloud folder: a name on the way says nothing.
+    return m_cloudProvider.empty() ? Kind::Volume : Kind::CloudStorage;
 }
-
-namespace
-{
-
-// "GoogleDrive-someone" is shown as "GoogleDrive": the provider, not the account.
-std::string providerName(const std::filesystem::path& providerFolder)
-{
-    const std::string folder = lastPathComponent(providerFolder);
-    return folder.substr(0, folder.find('-'));
-}
-
-} // namespace
 
 std::string Volume::name(const VolumeNames& volumeNames) const
 {
@@ -52,11 +35,9 @@ std::string Volume::name(const VolumeNames& volumeNames) const
     switch (kind()) {
     case Kind::None:
         return {};
-    case Kind::ICloud:
-        return "iCloud Drive";
     case Kind::CloudStorage:
         // A cloud client's mount is named by its folder, as the file manager shows it.
-        return m_cloudProvider.empty() ? providerName(*m_volPath) : lastPathComponent(*m_volPath);
+        return lastPathComponent(*m_volPath);
     case Kind::Volume:
         break;
     }
@@ -72,13 +53,9 @@ Picture Volume::image(const VolumeNames& volumeNames) const
     switch (kind()) {
     case Kind::None:
         return Picture::symbol("externaldrive");
-    case Kind::ICloud:
-        return Picture::asset("iCloud");
     case Kind::CloudStorage:
-        if (const std::string provider =
-                m_cloudProvider.empty() ? providerName(*m_volPath) : m_cloudProvider;
-            hasProviderAsset(provider))
-            return Picture::asset(provider);
+        if (hasProviderAsset(m_cloudProvider))
+            return Picture::asset(m_cloudProvider);
         break;
     case Kind::Volume:
         if (volumeNames.holdsHome(*m_volPath))

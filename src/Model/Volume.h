@@ -15,13 +15,14 @@ namespace quillane
 
 class VolumeNames;
 
-// One trash location of the panel: a mounted volume, the iCloud Drive folder or a cloud-storage
-// provider folder, with the trash folder that receives its deleted items. A record never
-// changes; the list replaces records instead. Everything derived is read again on each call.
+// One trash location of the panel: a mounted volume or a cloud client's mounted folder, with
+// the trash folder that receives its deleted items. A record never changes; the list replaces
+// records instead. Everything derived is read again on each call, but for the name the scan
+// learnt.
 class Volume
 {
 public:
-    enum class Kind { None, Volume, ICloud, CloudStorage };
+    enum class Kind { None, Volume, CloudStorage };
 
     // cloudProvider names the cloud client behind a mounted cloud folder (its provider, such
     // as "GoogleDrive", where the mount tells it); such a volume is of kind CloudStorage.
@@ -36,7 +37,6 @@ public:
     const std::string& cloudProvider() const { return m_cloudProvider; }
 
     Kind kind() const;
-    bool isiCloud() const { return kind() == Kind::ICloud; }
     // The name the desktop gives it. Looking it up may wait on a device or on udisks, so the
     // scan learns it off the main thread, and the name learnt is what a record gives after.
     std::string name(const VolumeNames& volumeNames) const;

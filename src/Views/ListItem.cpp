@@ -236,7 +236,7 @@ void ListItem::askBeforeDeleting()
 
 bool ListItem::canReveal() const
 {
-    return m_item.trashURL() && !m_item.isiCloud();
+    return m_item.trashURL().has_value();
 }
 
 void ListItem::revealTrash()

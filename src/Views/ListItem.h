@@ -43,7 +43,7 @@ public:
     // The Empty button: nothing while the count is unknown or zero, or another emptying runs.
     void emptyTrash();
     // The reveal button: the trash folder in the file manager, unless there is no folder to
-    // show (no trash, or iCloud Drive).
+    // show (no trash).
     void revealTrash();
 
 Q_SIGNALS:

@@ -68,8 +68,7 @@ check() {
 
     # The pictures where the program looks for them, and what the desktop reads to list it.
     share=$stage$(full "$prefix" "$data")
-    for image in MenuIcon iCloud Dropbox GoogleDrive OneDrive WelcomeExample FDAExample \
-        AllowInBackground LoginItem; do
+    for image in MenuIcon Dropbox GoogleDrive OneDrive WelcomeExample LoginItem; do
         cmp "$source/Resources/images/$image.svg" "$share/quillane/images/$image.svg" ||
             fail "image $image"
     done

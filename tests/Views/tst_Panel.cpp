@@ -117,10 +117,10 @@ private Q_SLOTS:
         QTemporaryDir resources;
         BundleInfo bundle;
         bundle.resourceFolder = resources.path().toStdString();
-        test::writeFile(bundle.resourceFolder / "images/iCloud.svg",
+        test::writeFile(bundle.resourceFolder / "images/OneDrive.svg",
                         "<svg xmlns='http://www.w3.org/2000/svg' width='32' height='32'>"
                         "<rect width='32' height='32' fill='blue'/></svg>");
-        QVERIFY(!iconFor(Picture::asset("iCloud"), bundle).pixmap(32, 32).isNull());
+        QVERIFY(!iconFor(Picture::asset("OneDrive"), bundle).pixmap(32, 32).isNull());
         QVERIFY(iconFor(Picture::asset("Dropbox"), bundle).isNull());
     }
 
