@@ -295,6 +295,18 @@ private Q_SLOTS:
         QCOMPARE(listed, (QByteArrayList{"/home", "/ /home"}));
     }
 
+    // A root with no block device of its own (an overlay, ZFS) is named by its size too.
+    void rootWithoutADeviceIsNamedBySize()
+    {
+        QTemporaryDir dir;
+        const fs::path folder = dir.path().toStdString();
+        test::writeFile(folder / "mountinfo", "28 1 0:30 / / rw - overlay overlay rw\n");
+        const ProcMountTable table(folder / "mountinfo", "/home/me");
+        const DiskLabels labels(folder / "no-labels", table);
+        const QByteArray name = label(labels.volumeName("/"));
+        QVERIFY2(name.endsWith(" Volume") && name.front() != ' ', name.constData());
+    }
+
     void watcherReportsMountsAndUnmounts_data()
     {
         QTest::addColumn<QByteArray>("point");

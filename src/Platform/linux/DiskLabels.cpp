@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <fstream>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/sysmacros.h>
 
 namespace quillane
@@ -167,6 +168,12 @@ std::optional<std::string> DiskLabels::volumeName(const fs::path& path) const
         return label;
     if (const auto size = deviceSize(*mount))
         return sizeName(*size);
+    // The root of a filesystem with no block device of its own (ZFS, an overlay) would be
+    // named "/": its size says more.
+    struct statvfs root {
+    };
+    if (mount->mountPoint == "/" && statvfs("/", &root) == 0 && root.f_blocks > 0)
+        return sizeName(static_cast<std::uint64_t>(root.f_blocks) * root.f_frsize);
     return std::nullopt;
 }
 
