@@ -8,7 +8,9 @@
 #include "Platform/BundleInfo.h"
 #include "Platform/Console.h"
 #include "Platform/Constant.h"
+#include "Platform/FileSystem.h"
 #include "Platform/NotificationCenter.h"
+#include "Platform/TrashLocator.h"
 #include "Platform/UserDefaults.h"
 #include "Platform/linux/LinuxPlatform.h"
 #include "Platform/multimedia/QtSoundPlayer.h"
@@ -20,11 +22,13 @@
 #include <QDBusConnection>
 #include <QDBusInterface>
 #include <QDBusReply>
+#include <QFile>
 #include <QTimer>
 #include <cstdio>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace quillane
@@ -80,6 +84,28 @@ std::vector<Volume> matching(const std::vector<Volume>& volumes, const QString& 
             found.push_back(volume);
     }
     return found;
+}
+
+// Why a location given on the command line has no trash to empty, as far as can be told.
+std::string whyNoTrash(const std::vector<Volume>& volumes, const QString& location,
+                       const Platform& platform)
+{
+    std::optional<std::filesystem::path> place;
+    for (const Volume& volume : volumes)
+        if (displayText(volume.name(platform.volumeNames)) == location)
+            place = volume.volPath();
+    if (const std::filesystem::path path = QFile::encodeName(location).toStdString();
+        !place && fileExists(path))
+        place = path;
+    if (!place)
+        return "it is no location of the list; see quillane list";
+    struct statvfs volume {
+    };
+    if (statvfs(place->c_str(), &volume) == 0 && (volume.f_flag & ST_RDONLY))
+        return "it is on a volume mounted read-only, where nothing can be removed";
+    if (const auto trash = platform.trash.trashFolder(*place); !trash)
+        return trash.error();
+    return "it is no location of the list; see quillane list";
 }
 
 bool confirmed(const QString& name, int items)
@@ -220,8 +246,10 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
         }
         const auto volume = candidates.begin();
         if (volume == candidates.end() || !volume->trashURL()) {
-            std::fprintf(stderr, "quillane: no trash at \"%s\"; see quillane list\n",
-                         qPrintable(messageText(location.toStdString())));
+            std::fprintf(
+                stderr, "quillane: no trash at \"%s\": %s\n",
+                qPrintable(messageText(location.toStdString())),
+                qPrintable(messageText(whyNoTrash(observer.volumes(), location, platform))));
             QCoreApplication::exit(UnknownLocation);
             return;
         }

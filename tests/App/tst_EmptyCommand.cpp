@@ -200,6 +200,63 @@ private Q_SLOTS:
             entries << QString::fromStdString(entry.path().filename().native());
         QCOMPARE(entries, left);
     }
+    void saysWhyThereIsNoTrash_data()
+    {
+        QTest::addColumn<QString>("place");
+        QTest::addColumn<QString>("says");
+        QTest::newRow("the home trash is a symbolic link")
+            << QStringLiteral("linked home trash") << QStringLiteral("is a symbolic link");
+        QTest::newRow("a folder whose trash was never made")
+            << QStringLiteral("no home trash") << QStringLiteral("Trash does not exist");
+        QTest::newRow("a volume mounted read-only")
+            << QStringLiteral("read-only volume") << QStringLiteral("mounted read-only");
+    }
+
+    // A location with no trash to empty says why, and nothing is removed.
+    void saysWhyThereIsNoTrash()
+    {
+        QFETCH(QString, place);
+        QFETCH(QString, says);
+        QTemporaryDir home;
+        const fs::path root = home.path().toStdString();
+        const fs::path stick = "/mnt/read-only stick";
+        QString location = QStringLiteral("Home");
+        if (place == QStringLiteral("linked home trash")) {
+            test::writeFile(root / "elsewhere/files/kept", "x");
+            fs::create_directories(root / ".local/share");
+            fs::create_directory_symlink(root / "elsewhere", root / ".local/share/Trash");
+        } else if (place == QStringLiteral("no home trash")) {
+            test::writeFile(root / "Documents/kept", "x");
+            location = QString::fromStdString((root / "Documents").native());
+        } else {
+            if (!test::canMount())
+                QSKIP("needs root in a private mount namespace");
+            QVERIFY(test::mountExt4(root / "stick.img", stick));
+            test::writeFile(stick / ".Trash-0/files/kept", "x");
+            QVERIFY(test::run(QStringLiteral("mount"),
+                              {QStringLiteral("-o"), QStringLiteral("remount,ro"),
+                               QString::fromStdString(stick.native())}));
+            location = QString::fromStdString(stick.native());
+        }
+        const auto unmount = qScopeGuard([&] {
+            if (fs::exists(stick / ".Trash-0"))
+                test::unmount(stick);
+        });
+        QProcess quillane;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("HOME"), home.path());
+        environment.remove(QStringLiteral("XDG_DATA_HOME"));
+        quillane.setProcessEnvironment(environment);
+        quillane.start(QStringLiteral(QUILLANE_EXECUTABLE),
+                       {QStringLiteral("empty"), location, QStringLiteral("--yes")});
+        QVERIFY(quillane.waitForFinished(20000));
+        const QString errors = QString::fromLocal8Bit(quillane.readAllStandardError());
+        QVERIFY2(quillane.exitCode() == 2 && errors.contains(says), qPrintable(errors));
+        for (const fs::path& kept : {root / "elsewhere/files/kept", root / "Documents/kept",
+                                     stick / ".Trash-0/files/kept"})
+            QVERIFY(!fs::exists(kept.parent_path()) || fs::exists(kept));
+    }
+
     void faultsLeaveTheTrashConsistent_data()
     {
         QTest::addColumn<QString>("fault");
