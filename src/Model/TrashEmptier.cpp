@@ -13,6 +13,7 @@
 #include <set>
 #include <sys/file.h>
 #include <sys/statvfs.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <vector>
 
@@ -66,7 +67,19 @@ bool concernsTheVolume(int trashFolder, int error)
         return true;
     struct statvfs volume {
     };
-    return fstatvfs(trashFolder, &volume) != 0 || (volume.f_flag & ST_RDONLY) != 0;
+    if (fstatvfs(trashFolder, &volume) != 0 || (volume.f_flag & ST_RDONLY) != 0)
+        return true;
+    // An I/O error is one item's bad block, unless the trash folder itself can no longer be
+    // read.
+    if (error != EIO)
+        return false;
+    const int again = openat(trashFolder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (again < 0)
+        return true;
+    char entries[4096];
+    const bool unreadable = syscall(SYS_getdents64, again, entries, sizeof entries) < 0;
+    close(again);
+    return unreadable;
 }
 
 } // namespace
