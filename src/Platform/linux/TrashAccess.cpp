@@ -25,7 +25,7 @@ std::optional<TrashAccessProblem> findTrashAccessProblem(const std::filesystem::
             return TrashAccessProblem{TrashAccessProblem::Kind::Mode, trash, folder, status.st_uid,
                                       mode};
     }
-    const auto listing = listDirectory(trashFiles);
+    const auto listing = readFirstEntry(trashFiles); // one entry tells, however large the trash
     if (listing || listing.errorCode() == ENOENT)
         return std::nullopt;
     return TrashAccessProblem{
