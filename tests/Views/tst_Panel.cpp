@@ -252,6 +252,8 @@ private Q_SLOTS:
         QTest::newRow("ticked, then Cancel")
             << 2 << two << false << cancel << true << true << false << true;
         QTest::newRow("Delete") << 1 << one << false << remove << false << true << true << false;
+        QTest::newRow("Escape cancels") << 1 << one << false << int(test::ScriptedAlerts::escape)
+                                        << false << true << false << false;
     }
 
     void detailsAndEmptyButton()
@@ -408,6 +410,8 @@ private Q_SLOTS:
         QCOMPARE(asked.informativeText,
                  QStringLiteral("Are you sure that you want to uninstall Quillane?"));
         QCOMPARE(asked.buttons, (QStringList{QStringLiteral("Cancel"), QStringLiteral("OK")}));
+        harness.helper.alerts.answers = {test::ScriptedAlerts::escape};
+        menu.uninstallApp(); // Escape backs out too
         harness.helper.alerts.answers = {AlertAnswer::secondButton};
         menu.uninstallApp();
         QTRY_VERIFY(services.client.uninstallerReplied());

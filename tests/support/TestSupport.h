@@ -2,9 +2,9 @@
 
 #include "Platform/Alerts.h"
 #include "Platform/ApplicationControl.h"
-#include "Platform/Workspace.h"
 #include "Platform/Console.h"
 #include "Platform/SystemLog.h"
+#include "Platform/Workspace.h"
 
 #include <QList>
 #include <QStringList>
@@ -71,11 +71,17 @@ using SystemLogCapture = LineCapture<SystemLog>;
 class ScriptedAlerts final : public Alerts
 {
 public:
+    // An answer that presses Escape: the button the alert says backs out, as the real
+    // alerts answer Escape and the window's close button.
+    static constexpr int escape = -1;
+
     AlertAnswer runModal(const AlertRequest& request) override
     {
         shown.push_back(request);
-        return {answers.empty() ? AlertAnswer::firstButton : answers.takeFirst(),
-                ticks.empty() ? false : ticks.takeFirst()};
+        int answer = answers.empty() ? AlertAnswer::firstButton : answers.takeFirst();
+        if (answer == escape)
+            answer = AlertAnswer::firstButton + request.cancelButton;
+        return {answer, ticks.empty() ? false : ticks.takeFirst()};
     }
 
     QList<int> answers;
@@ -90,7 +96,8 @@ public:
     void terminate() override { calls << QStringLiteral("terminate"); }
     void activate(bool ignoringOtherApps) override
     {
-        calls << (ignoringOtherApps ? QStringLiteral("activate ignoring") : QStringLiteral("activate"));
+        calls << (ignoringOtherApps ? QStringLiteral("activate ignoring")
+                                    : QStringLiteral("activate"));
     }
     void hide() override { calls << QStringLiteral("hide"); }
     void show(bool ignoringOtherApps) override
