@@ -1,6 +1,7 @@
 #include "Uninstallation.h"
 
 #include "Platform/Result.h"
+#include "Platform/linux/PackageOrigin.h"
 
 #include <cerrno>
 #include <fstream>
@@ -12,7 +13,7 @@ namespace quillane::daemon
 
 namespace fs = std::filesystem;
 
-std::string removeInstallation(const fs::path& manifest)
+std::string removeInstallation(const fs::path& manifest, const fs::path& infoFolder)
 {
     struct stat owner {
     };
@@ -32,6 +33,10 @@ std::string removeInstallation(const fs::path& manifest)
             continue;
         if (!S_ISREG(entry.st_mode) && !S_ISLNK(entry.st_mode))
             continue;
+        if (installedFromPackage(file, infoFolder)) {
+            failures += line + ": installed by the package manager; remove the package\n";
+            continue;
+        }
         if (unlink(file.c_str()) != 0)
             failures += describeErrno(line, errno) + '\n';
     }

@@ -1,5 +1,6 @@
 #include "DaemonTestSupport.h"
 #include "TestSupport.h"
+#include "Uninstallation.h"
 
 #include <QDir>
 #include <QFile>
@@ -419,6 +420,25 @@ private Q_SLOTS:
         QVERIFY(!fs::exists(m_stage / "share" / "quillane" / "empty trash.aif"));
         QVERIFY(fs::exists(m_stage / "bin" / "neighbour"));
         QVERIFY(fs::is_directory(m_stage / "share" / "quillane"));
+    }
+
+    // A packaged install is the package manager's to remove: its files stay, and say why.
+    void uninstallLeavesWhatThePackageManagerOwns()
+    {
+        QTemporaryDir stage;
+        const fs::path root = stage.path().toStdString();
+        for (const char* file : {"bin/quillane", "share/quillane/sound"})
+            test::writeFile(root / file, "x");
+        test::writeFile(root / "manifest", (root / "bin/quillane").native() + '\n' +
+                                               (root / "share/quillane/sound").native() + '\n');
+        test::writeFile(root / "dpkg/quillane.list", (root / "bin/quillane").native() + '\n');
+        QVERIFY(chmod((root / "manifest").c_str(), 0644) == 0);
+
+        const std::string failures = daemon::removeInstallation(root / "manifest", root / "dpkg");
+        QVERIFY2(failures.find("installed by the package manager") != std::string::npos,
+                 failures.c_str());
+        QVERIFY(fs::exists(root / "bin/quillane"));
+        QVERIFY(!fs::exists(root / "share/quillane/sound"));
     }
 
 private:
