@@ -32,7 +32,8 @@ QStringList snapshot(const fs::path& folder)
         // A folder's size is its filesystem's business (tmpfs counts its entries).
         entries << QString::fromLocal8Bit(it->path().c_str()) + QLatin1Char(' ') +
                        QString::number(info.st_mode, 8) + QLatin1Char(' ') +
-                       QString::number(S_ISDIR(info.st_mode) ? 0 : info.st_size);
+                       QString::number(S_ISDIR(info.st_mode) ? 0 : info.st_size) +
+                       QStringLiteral(" %1:%2").arg(info.st_uid).arg(info.st_gid);
     }
     entries.sort();
     return entries;
@@ -294,6 +295,82 @@ private Q_SLOTS:
         QCOMPARE(snapshot(m_home) + snapshot(m_volume) + snapshot(victims) +
                      snapshot("/etc").filter(QStringLiteral("hostname")),
                  before);
+    }
+
+    // A program run as root made the user's home trash root's: the daemon gives it back to the
+    // user, and nothing beyond it.
+    void repairsTheHomeTrash_data()
+    {
+        QTest::addColumn<int>("layout");
+        QTest::addColumn<QString>("answer");
+        const QString repaired = QStringLiteral("repaired");
+        QTest::newRow("root's trash given back") << 0 << repaired;
+        QTest::newRow("the trash is a symbolic link")
+            << 1 << QStringLiteral("/.local/share/Trash: a symbolic link");
+        QTest::newRow("a link inside to root's file is not followed") << 2 << repaired;
+        QTest::newRow("a home that is not the caller's")
+            << 3 << QStringLiteral("the home folder is not the caller's");
+        QTest::newRow("polkit says no") << 4 << QStringLiteral("not authorized");
+    }
+
+    void repairsTheHomeTrash()
+    {
+        QFETCH(int, layout);
+        QFETCH(QString, answer);
+        const fs::path rootsFile = m_root / "root's file";
+        const fs::path elsewhere = m_root / "elsewhere";
+        fs::remove_all(elsewhere);
+        fs::remove(rootsFile);
+        test::writeFile(rootsFile, "root's");
+        test::writeFile(homeTrash() / "files" / "made by root" / "inside", "root's");
+        chownTree(homeTrash(), 0, 0);
+        QVERIFY(chmod((homeTrash() / "files").c_str(), 0500) == 0);
+        QVERIFY(chmod((homeTrash() / "info").c_str(), 0) == 0);
+        switch (layout) {
+        case 1:
+            fs::rename(homeTrash(), elsewhere);
+            fs::create_directory_symlink(elsewhere, homeTrash());
+            break;
+        case 2:
+            fs::create_symlink(rootsFile, homeTrash() / "files" / "link");
+            QVERIFY(lchown((homeTrash() / "files" / "link").c_str(), 0, 0) == 0);
+            break;
+        case 3:
+            QVERIFY(chown(m_home.c_str(), 0, 0) == 0);
+            break;
+        }
+        m_polkit.reset();
+        m_polkit = std::make_unique<test::PolkitAuthority>(
+            *m_bus, QList<test::PolkitRule>{{m_user->name(), layout != 4}});
+        QVERIFY(m_polkit->isRunning());
+        const QStringList before = snapshot(m_home) + snapshot(elsewhere);
+
+        const QString reply =
+            runClient(*m_user, {QStringLiteral("repair"), QStringLiteral("home")});
+        QVERIFY2(reply == answer ||
+                     (reply.startsWith(QStringLiteral("error: ")) &&
+                      answer != QStringLiteral("repaired") && reply.contains(answer)),
+                 qPrintable(reply));
+        struct stat info {
+        };
+        QVERIFY(stat(rootsFile.c_str(), &info) == 0);
+        QCOMPARE(info.st_uid, uid_t(0)); // what a link names stays its owner's
+        if (answer != QStringLiteral("repaired")) {
+            QCOMPARE(snapshot(m_home) + snapshot(elsewhere), before);
+            return;
+        }
+        QStringList notGivenBack;
+        for (const auto& entry : fs::recursive_directory_iterator(homeTrash())) {
+            if (lstat(entry.path().c_str(), &info) != 0 || info.st_uid != m_user->uid() ||
+                info.st_gid != m_user->gid())
+                notGivenBack << QString::fromStdString(entry.path().native());
+        }
+        QVERIFY2(notGivenBack.isEmpty(), qPrintable(notGivenBack.join(u'|')));
+        for (const fs::path& folder : {homeTrash(), homeTrash() / "files", homeTrash() / "info"}) {
+            QVERIFY(lstat(folder.c_str(), &info) == 0);
+            QCOMPARE(info.st_uid, m_user->uid());
+            QCOMPARE(info.st_mode & S_IRWXU, mode_t(S_IRWXU));
+        }
     }
 
     // One user floods the daemon, over more connections than it ever served callers at once,

@@ -69,6 +69,18 @@ void TestHelperDaemon::deleteFile(const QByteArray& url)
     callerOf(message()).deleteResultWithUrl(url, m_script.deleteError);
 }
 
+void TestHelperDaemon::deleteFiles(const QByteArrayList& urls)
+{
+    record("deleteFiles");
+    std::printf("batch %lld\n", static_cast<long long>(urls.size()));
+    std::fflush(stdout);
+    if (m_script.exitOnDelete)
+        std::exit(0);
+    HelperClientProxy caller = callerOf(message());
+    for (const QByteArray& url : urls)
+        caller.deleteResultWithUrl(url, m_script.deleteError);
+}
+
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);

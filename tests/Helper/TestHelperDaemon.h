@@ -30,6 +30,8 @@ public:
     QStringList replyStatusWithReply();
     QStringList versionWithReply();
     void deleteFile(const QByteArray& url);
+    void deleteFiles(const QByteArrayList& urls);
+    QStringList repairHomeTrash() { return {QStringLiteral("not scripted")}; }
 
 private:
     Script m_script;

@@ -127,6 +127,7 @@ QString SystemBus::waitForConnectionOf(qint64 pid, int timeoutMs) const
 
 const QString PolkitAuthority::serviceName = QStringLiteral("org.freedesktop.PolicyKit1");
 const QStringList PolkitAuthority::actions = {QStringLiteral("com.velmoric.quillane.delete-item"),
+                                              QStringLiteral("com.velmoric.quillane.repair-trash"),
                                               QStringLiteral("com.velmoric.quillane.uninstall")};
 
 PolkitAuthority::PolkitAuthority(const SystemBus& bus, const QList<PolkitRule>& rules) : m_bus(bus)
