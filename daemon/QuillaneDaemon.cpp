@@ -8,6 +8,7 @@
 #include <QCoreApplication>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
+#include <QDBusMetaType>
 #include <QFutureWatcher>
 #include <QtConcurrent/QtConcurrentRun>
 #include <cstdio>
@@ -68,6 +69,7 @@ QuillaneDaemon::QuillaneDaemon(QDBusConnection bus, Installation installation, D
     : QObject(parent), m_bus(bus), m_installation(std::move(installation)), m_polkit(bus),
       m_queue(limits.waiting)
 {
+    qDBusRegisterMetaType<QByteArrayList>(); // deleteFiles' paths
     m_workers.setMaxThreadCount(limits.removalThreads);
     // The bus starts the daemon again on the next call, so an idle one need not stay; nor does
     // a replaced one, which is the new one at its next start.

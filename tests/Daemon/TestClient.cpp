@@ -21,6 +21,7 @@
 
 #include <QCoreApplication>
 #include <QDBusConnection>
+#include <QDBusMetaType>
 #include <QDBusPendingCallWatcher>
 #include <QFile>
 #include <QTimer>
@@ -62,6 +63,7 @@ struct Connection {
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
+    qDBusRegisterMetaType<QByteArrayList>();
     const QStringList arguments = app.arguments();
     if (arguments.size() != 3 &&
         !(arguments.size() == 4 && arguments[1] == QStringLiteral("flood")))
@@ -106,7 +108,14 @@ int main(int argc, char* argv[])
             batch << request.mid(1);
     if (!batch.isEmpty()) {
         connections.front()->reports.namesItems = true;
-        connections.front()->helper.deleteFiles(batch);
+        auto* watcher =
+            new QDBusPendingCallWatcher(connections.front()->helper.deleteFiles(batch), &app);
+        QObject::connect(watcher, &QDBusPendingCallWatcher::finished, [watcher] {
+            if (watcher->isError()) {
+                std::printf("batch refused: %s\n", qPrintable(watcher->error().message()));
+                std::fflush(stdout);
+            }
+        });
     }
     for (qsizetype i = 0; i < requests.size(); ++i) {
         Connection& connection = *connections[static_cast<std::size_t>(i % connectionCount)];

@@ -297,6 +297,77 @@ private Q_SLOTS:
                  before);
     }
 
+    // Items handed over together are one request: polkit is asked once, and each item is
+    // answered on its own, those refused among the others too.
+    void aBatchIsAskedAboutOnce_data()
+    {
+        QTest::addColumn<bool>("polkitAllows");
+        QTest::newRow("approved") << true;
+        QTest::newRow("polkit says no") << false;
+    }
+
+    void aBatchIsAskedAboutOnce()
+    {
+        QFETCH(bool, polkitAllows);
+        const fs::path files = homeTrash() / "files";
+        test::writeFile(files / "locked" / "system file", "root's");
+        test::writeFile(homeTrash() / "info" / "locked.trashinfo", "[Trash Info]\n");
+        test::writeFile(homeTrash() / "info" / "missing.trashinfo", "[Trash Info]\n");
+        test::writeFile(m_home / "Documents" / "secret", "secret");
+        chownTree(homeTrash() / "info", m_user->uid(), m_user->gid());
+        QVERIFY(chmod((files / "locked").c_str(), 0555) == 0); // root's: beyond the user
+        m_polkit.reset();
+        m_polkit = std::make_unique<test::PolkitAuthority>(
+            *m_bus, QList<test::PolkitRule>{{m_user->name(), polkitAllows}});
+        QVERIFY(m_polkit->isRunning());
+        const QString action = QStringLiteral("com.velmoric.quillane.delete-item");
+        const int questionsBefore = m_polkit->questions(action);
+
+        // Refused before polkit is asked (outside the trash), and by the removal (not there).
+        const QList<std::pair<fs::path, QString>> items = {
+            {files / "locked", QStringLiteral("removed")},
+            {m_home / "Documents" / "secret", QStringLiteral("not an item of a trash folder")},
+            {files / "missing", QStringLiteral("no such item in the trash")},
+            {files / "item", QStringLiteral("removed")},
+        };
+        QByteArray list;
+        for (const auto& [path, answer] : items)
+            list += QByteArray::fromStdString(path.native()) + '\0';
+        const fs::path request = m_root / "batch";
+        test::writeFile(request, list.toStdString());
+        chmod(request.c_str(), 0644);
+        const QStringList before = snapshot(m_home);
+
+        const QStringList answers =
+            runClient(*m_user, {QStringLiteral("batch"),
+                                QStringLiteral("@") + QString::fromStdString(request.native())})
+                .split(u'\n');
+        QVERIFY2(answers.size() == items.size(), qPrintable(answers.join(u'|')));
+        for (const auto& [path, expected] : items) {
+            const QString prefix = QString::fromStdString(path.native()) + QStringLiteral(": ");
+            const QStringList found = answers.filter(prefix);
+            QCOMPARE(found.size(), 1);
+            const QString answer = found.first().mid(prefix.size());
+            if (polkitAllows || expected.startsWith(QStringLiteral("not an item")))
+                QVERIFY2(expected == QStringLiteral("removed")
+                             ? answer == expected
+                             : answer.startsWith(QStringLiteral("error: ")) &&
+                                   answer.contains(expected),
+                         qPrintable(answer));
+            else
+                QCOMPARE(answer, QStringLiteral("error: not authorized"));
+        }
+        QTRY_COMPARE(m_polkit->questions(action) - questionsBefore, 1);
+        if (!polkitAllows) {
+            QCOMPARE(snapshot(m_home), before);
+            return;
+        }
+        QVERIFY(!fs::exists(files / "locked") && !fs::exists(files / "item"));
+        QVERIFY(fs::exists(files / "keep") && fs::exists(m_home / "Documents" / "secret"));
+        QVERIFY(!fs::exists(homeTrash() / "info" / "locked.trashinfo"));
+        QVERIFY(fs::exists(homeTrash() / "info" / "missing.trashinfo"));
+    }
+
     // A program run as root made the user's home trash root's: the daemon gives it back to the
     // user, and nothing beyond it.
     void repairsTheHomeTrash_data()
@@ -603,7 +674,8 @@ private:
         QProcess client;
         user.start(client, QStringLiteral(QUILLANE_TEST_CLIENT), arguments);
         if (!client.waitForFinished(deadlineMs))
-            return QStringLiteral("no answer");
+            return QStringLiteral("no answer: ") +
+                   QString::fromLocal8Bit(client.readAllStandardOutput());
         return QString::fromLocal8Bit(client.readAllStandardOutput()).trimmed();
     }
 

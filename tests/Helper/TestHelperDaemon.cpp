@@ -6,6 +6,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDBusConnection>
+#include <QDBusMetaType>
 #include <cstdio>
 
 namespace
@@ -84,6 +85,7 @@ void TestHelperDaemon::deleteFiles(const QByteArrayList& urls)
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
+    qDBusRegisterMetaType<QByteArrayList>();
     QCommandLineParser parser;
     const auto option = [&](const char* name) {
         const QCommandLineOption created(QString::fromLatin1(name), {}, QStringLiteral("value"));
