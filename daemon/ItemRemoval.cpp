@@ -100,17 +100,19 @@ Result<UniqueFd> openAnchor(const fs::path& anchor, const fs::path& mountinfo)
     // Opened as a bare path, which asks its filesystem nothing; the mount it turns out to lie on
     // must be plain local too (whatever links led there, or was mounted since), and an anchor
     // that is a mount point by its path must be that mount's top.
+    const auto mounts = mountTable(mountinfo);
+    const auto byPath = mountHolding(anchor, mounts);
+    if (!byPath || !isPlainLocal(*byPath))
+        return FdResult::failure(anchor.native() + ": not a local volume", EXDEV);
     UniqueFd opened = UniqueFd::adopt(open(anchor.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!opened)
         return FdResult::failure(describeErrno(anchor.native(), errno), errno);
     const auto mountId = mountIdOf(opened.get());
-    const auto mounts = mountTable(mountinfo);
-    const auto byPath = mountHolding(anchor, mounts);
     const auto mount = std::ranges::find_if(mounts, [&mountId](const MountEntry& entry) {
         return mountId && entry.mountId == *mountId;
     });
     if (mount == mounts.end() || !isPlainLocal(*mount) ||
-        (byPath && byPath->mountPoint == anchor && mount->mountPoint != anchor))
+        (byPath->mountPoint == anchor && mount->mountPoint != anchor))
         return FdResult::failure(anchor.native() + ": another filesystem is mounted here", EXDEV);
     return FdResult::success(std::move(opened));
 }

@@ -537,9 +537,9 @@ void XPCClient::showRemovalCommand(const QString& package, const std::string& wh
 
 void XPCClient::repairHomeTrash(std::function<void(std::optional<QString>)> done)
 {
-    // Not in the generated proxy: the daemon's method is
+    // A plain call rather than the generated proxy's, so that polkit may ask the user:
     //   repairHomeTrash() -> as error    (no error: the trash is the caller's again)
-    // and the daemon finds the caller's trash from the caller's own uid, never from the client.
+    // The daemon finds the caller's trash from the caller's own uid, never from the client.
     QDBusMessage call =
         QDBusMessage::createMethodCall(Constant::helperMachLabel, Constant::helperObjectPath,
                                        QStringLiteral("com.velmoric.QuillaneDaemon.TrashHelper"),
