@@ -22,17 +22,6 @@ namespace fs = std::filesystem;
 namespace
 {
 
-std::optional<fs::path> homeOf(uid_t uid)
-{
-    passwd entry{};
-    passwd* found = nullptr;
-    std::vector<char> buffer(16384);
-    if (getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) != 0 || !found ||
-        !found->pw_dir)
-        return std::nullopt;
-    return withoutTrailingSlash(fs::path(found->pw_dir));
-}
-
 std::vector<MountEntry> mountTable(const fs::path& mountinfo)
 {
     std::ifstream file(mountinfo, std::ios::binary);
@@ -94,6 +83,40 @@ FolderCheck callerOwns(uid_t uid, bool sharedTrash)
 
 } // namespace
 
+std::optional<fs::path> homeOf(uid_t uid)
+{
+    passwd entry{};
+    passwd* found = nullptr;
+    std::vector<char> buffer(16384);
+    if (getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) != 0 || !found ||
+        !found->pw_dir)
+        return std::nullopt;
+    return withoutTrailingSlash(fs::path(found->pw_dir));
+}
+
+Result<UniqueFd> openAnchor(const fs::path& anchor, const fs::path& mountinfo)
+{
+    using FdResult = Result<UniqueFd>;
+    // Opened as a bare path, which asks its filesystem nothing; the mount it turns out to lie on
+    // must be plain local too (whatever links led there, or was mounted since), and an anchor
+    // that is a mount point by its path must be that mount's top.
+    const auto mounts = mountTable(mountinfo);
+    const auto byPath = mountHolding(anchor, mounts);
+    if (!byPath || !isPlainLocal(*byPath))
+        return FdResult::failure(anchor.native() + ": not a local volume", EXDEV);
+    UniqueFd opened = UniqueFd::adopt(open(anchor.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!opened)
+        return FdResult::failure(describeErrno(anchor.native(), errno), errno);
+    const auto mountId = mountIdOf(opened.get());
+    const auto mount = std::ranges::find_if(mounts, [&mountId](const MountEntry& entry) {
+        return mountId && entry.mountId == *mountId;
+    });
+    if (mount == mounts.end() || !isPlainLocal(*mount) ||
+        (byPath->mountPoint == anchor && mount->mountPoint != anchor))
+        return FdResult::failure(anchor.native() + ": another filesystem is mounted here", EXDEV);
+    return FdResult::success(std::move(opened));
+}
+
 Result<ItemPlace> placeOfItem(const fs::path& item, uid_t uid, const fs::path& mountinfo)
 {
     using PlaceResult = Result<ItemPlace>;
@@ -126,23 +149,12 @@ std::string removeTrashItem(const fs::path& item, const Caller& caller, const fs
         return "cannot act as user " + std::to_string(caller.uid);
 
     // Above the anchor, links are the administrator's; from it on, nothing is followed and no
-    // other mount is entered. The anchor is opened as a bare path, which asks its filesystem
-    // nothing, and the mount it turns out to lie on must be plain local too (whatever links
-    // led there, or was mounted since); a volume's anchor must be that mount's top.
-    const UniqueFd anchor =
-        UniqueFd::adopt(open(trash.anchor.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    // other mount is entered.
+    const auto anchor = openAnchor(trash.anchor, mountinfo);
     if (!anchor)
-        return describeErrno(trash.anchor.native(), errno);
-    const auto mountId = mountIdOf(anchor.get());
-    const auto mounts = mountTable(mountinfo);
-    const auto mount = std::ranges::find_if(mounts, [&mountId](const MountEntry& entry) {
-        return mountId && entry.mountId == *mountId;
-    });
-    if (mount == mounts.end() || !isPlainLocal(*mount) ||
-        (place->mount.mountPoint == trash.anchor && mount->mountPoint != trash.anchor))
-        return trash.anchor.native() + ": another filesystem is mounted here";
+        return anchor.error();
     const FolderCheck check = callerOwns(caller.uid, trash.sharedTrash);
-    const auto trashFolder = openBeneath(anchor.get(), trash.trashFolder, check);
+    const auto trashFolder = openBeneath(anchor->get(), trash.trashFolder, check);
     if (!trashFolder)
         return trashFolder.error();
     const auto files = openBeneath(trashFolder->get(), "files", check);

@@ -3,8 +3,10 @@
 #include "CallerTrash.h"
 #include "Platform/MountTable.h"
 #include "Platform/Result.h"
+#include "Platform/SafeRemoval.h"
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <sys/types.h>
 
@@ -22,6 +24,15 @@ struct ItemPlace {
     TrashPlace trash;
     MountEntry mount;
 };
+
+// The user's home folder, from the password database.
+std::optional<std::filesystem::path> homeOf(uid_t uid);
+
+// Opens the folder that a trash lookup starts from (a home folder or a mount point; links above
+// it are the administrator's) as a bare path, and checks the mount it really lies on: a local
+// filesystem that no user can make hang, and, for a mount point, that very mount.
+Result<UniqueFd> openAnchor(const std::filesystem::path& anchor,
+                            const std::filesystem::path& mountinfo);
 
 // The caller's trash the path is an entry of, on a local filesystem that no user can make
 // hang (no network filesystem, no FUSE, no automounter), whether it lies in the home folder or

@@ -3,10 +3,12 @@
 #include "HelperClientProxy.h"
 #include "Platform/BuildInfo.h"
 #include "Platform/SystemLog.h"
+#include "TrashRepair.h"
 
 #include <QCoreApplication>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
+#include <QDBusMetaType>
 #include <QFutureWatcher>
 #include <QtConcurrent/QtConcurrentRun>
 #include <cstdio>
@@ -23,6 +25,7 @@ namespace
 
 const QString deleteAction = QStringLiteral("com.velmoric.quillane.delete-item");
 const QString uninstallAction = QStringLiteral("com.velmoric.quillane.uninstall");
+const QString repairAction = QStringLiteral("com.velmoric.quillane.repair-trash");
 const QString clientPath = QStringLiteral("/com/velmoric/QuillaneClient");
 
 // Log text from a caller: control bytes escaped, and not without end.
@@ -66,6 +69,7 @@ QuillaneDaemon::QuillaneDaemon(QDBusConnection bus, Installation installation, D
     : QObject(parent), m_bus(bus), m_installation(std::move(installation)), m_polkit(bus),
       m_queue(limits.waiting)
 {
+    qDBusRegisterMetaType<QByteArrayList>(); // deleteFiles' paths
     m_workers.setMaxThreadCount(limits.removalThreads);
     // The bus starts the daemon again on the next call, so an idle one need not stay; nor does
     // a replaced one, which is the new one at its next start.
@@ -126,24 +130,54 @@ QStringList QuillaneDaemon::versionWithReply()
 
 void QuillaneDaemon::deleteFile(const QByteArray& url)
 {
+    deleteFiles({url});
+}
+
+void QuillaneDaemon::deleteFiles(const QByteArrayList& urls)
+{
     noteActivity();
     const QString caller = message().service();
     const auto uid = callerUid();
-    if (!uid) {
-        reportDeletion(caller, url, QStringLiteral("the caller could not be identified"));
-        return;
+    QList<QByteArray> accepted;
+    for (const QByteArray& url : urls) {
+        if (!uid) {
+            reportDeletion(caller, url, QStringLiteral("the caller could not be identified"));
+            continue;
+        }
+        // What can be refused without asking anyone is refused at once, so that no request
+        // waits on an administrator for nothing.
+        if (url.size() > maxPathBytes) {
+            reportDeletion(caller, url, QStringLiteral("the path is too long"));
+            continue;
+        }
+        if (const auto place = placeOfItem(url.toStdString(), *uid, m_installation.mountinfo);
+            !place) {
+            reportDeletion(caller, url, QString::fromStdString(place.error()));
+            continue;
+        }
+        accepted << url;
     }
-    // What can be refused without asking anyone is refused at once, so that no request waits
-    // on an administrator for nothing.
-    if (url.size() > maxPathBytes) {
-        reportDeletion(caller, url, QStringLiteral("the path is too long"));
-        return;
+    if (!accepted.isEmpty())
+        enqueue(*uid, {Request::Kind::deletion, caller, accepted, {}});
+}
+
+QStringList QuillaneDaemon::repairHomeTrash()
+{
+    noteActivity();
+    const auto uid = callerUid();
+    if (!uid)
+        return {QStringLiteral("the caller could not be identified")};
+    // The home and its trash are the password database's and the file system's word, checked
+    // before an administrator is asked, and again once they have answered.
+    if (const std::string refusal = checkHomeTrash(*uid, m_installation.mountinfo);
+        !refusal.empty()) {
+        SystemLog::write("repairHomeTrash for user " + std::to_string(*uid) + ": " +
+                         printable(QByteArray::fromStdString(refusal)));
+        return {QString::fromStdString(refusal)};
     }
-    if (const auto place = placeOfItem(url.toStdString(), *uid, m_installation.mountinfo); !place) {
-        reportDeletion(caller, url, QString::fromStdString(place.error()));
-        return;
-    }
-    enqueue(*uid, {Request::Kind::deletion, caller, url, {}});
+    setDelayedReply(true);
+    enqueue(*uid, {Request::Kind::repair, message().service(), {}, message()});
+    return {};
 }
 
 QStringList QuillaneDaemon::uninstall(const QStringList& userName, const QStringList& appPath)
@@ -184,25 +218,28 @@ void QuillaneDaemon::enqueue(uid_t uid, Request request)
 void QuillaneDaemon::serve(uid_t uid)
 {
     const Request& waiting = m_queue.current(uid);
-    const bool deletion = waiting.kind == Request::Kind::deletion;
-    m_polkit.check(waiting.caller, deletion ? deleteAction : uninstallAction, this,
-                   [this, uid](bool authorized, const QString& error) {
-                       const Request request = m_queue.current(uid);
-                       if (!authorized) {
-                           answer(request,
-                                  error.isEmpty() ? QStringLiteral("not authorized") : error);
-                           finish(uid);
-                       } else if (request.kind == Request::Kind::deletion) {
-                           removeOnWorker(uid, request);
-                       } else {
-                           // The files go in the service manager's stop step, outside this
-                           // process's sandbox, which keeps them read-only.
-                           replyToUninstall(request.call, QStringLiteral("Uninstalling"));
-                           SystemLog::write("uninstall: accepted");
-                           QTimer::singleShot(0, QCoreApplication::instance(),
-                                              [] { QCoreApplication::exit(uninstallAccepted); });
-                       }
-                   });
+    const QString& action = waiting.kind == Request::Kind::deletion ? deleteAction
+                            : waiting.kind == Request::Kind::repair ? repairAction
+                                                                    : uninstallAction;
+    m_polkit.check(
+        waiting.caller, action, this, [this, uid](bool authorized, const QString& error) {
+            const Request request = m_queue.current(uid);
+            if (!authorized) {
+                answer(request, error.isEmpty() ? QStringLiteral("not authorized") : error);
+                finish(uid);
+            } else if (request.kind == Request::Kind::deletion) {
+                removeOnWorker(uid, request);
+            } else if (request.kind == Request::Kind::repair) {
+                repairOnWorker(uid, request);
+            } else {
+                // The files go in the service manager's stop step, outside this
+                // process's sandbox, which keeps them read-only.
+                replyToUninstall(request.call, QStringLiteral("Uninstalling"));
+                SystemLog::write("uninstall: accepted");
+                QTimer::singleShot(0, QCoreApplication::instance(),
+                                   [] { QCoreApplication::exit(uninstallAccepted); });
+            }
+        });
 }
 
 void QuillaneDaemon::removeOnWorker(uid_t uid, const Request& request)
@@ -214,17 +251,47 @@ void QuillaneDaemon::removeOnWorker(uid_t uid, const Request& request)
         return;
     }
     const Caller caller{uid, *group};
-    const fs::path item = request.path.toStdString();
+    const fs::path mountinfo = m_installation.mountinfo;
+    auto* watcher = new QFutureWatcher<std::string>(this);
+    // Each item is answered as soon as it is settled; the request ends with the last.
+    connect(watcher, &QFutureWatcher<std::string>::resultReadyAt, this,
+            [this, watcher, request](int index) {
+                reportDeletion(request.caller, request.paths.at(index),
+                               QString::fromStdString(watcher->resultAt(index)));
+            });
+    connect(watcher, &QFutureWatcher<std::string>::finished, this, [this, watcher, uid] {
+        watcher->deleteLater();
+        finish(uid);
+    });
+    watcher->setFuture(QtConcurrent::run(
+        &m_workers, [paths = request.paths, caller, mountinfo](QPromise<std::string>& promise) {
+            for (const QByteArray& path : paths)
+                promise.addResult(removeTrashItem(path.toStdString(), caller, mountinfo));
+        }));
+}
+
+void QuillaneDaemon::repairOnWorker(uid_t uid, const Request& request)
+{
+    const auto group = primaryGroupOf(uid);
+    if (!group) {
+        answer(request, QStringLiteral("user %1 is not in the password database").arg(uid));
+        finish(uid);
+        return;
+    }
+    const Caller caller{uid, *group};
     const fs::path mountinfo = m_installation.mountinfo;
     auto* watcher = new QFutureWatcher<std::string>(this);
     connect(watcher, &QFutureWatcher<std::string>::finished, this, [this, watcher, uid] {
         watcher->deleteLater();
-        answer(m_queue.current(uid), QString::fromStdString(watcher->result()));
+        const std::string problem = watcher->result();
+        SystemLog::write("repairHomeTrash for user " + std::to_string(uid) + ": " +
+                         (problem.empty() ? std::string("given back")
+                                          : printable(QByteArray::fromStdString(problem))));
+        replyToRepair(m_queue.current(uid).call, QString::fromStdString(problem));
         finish(uid);
     });
-    watcher->setFuture(QtConcurrent::run(&m_workers, [item, caller, mountinfo] {
-        return removeTrashItem(item, caller, mountinfo);
-    }));
+    watcher->setFuture(QtConcurrent::run(
+        &m_workers, [caller, mountinfo] { return daemon::repairHomeTrash(caller, mountinfo); }));
 }
 
 void QuillaneDaemon::finish(uid_t uid)
@@ -236,10 +303,18 @@ void QuillaneDaemon::finish(uid_t uid)
 
 void QuillaneDaemon::answer(const Request& request, const QString& error)
 {
-    if (request.kind == Request::Kind::deletion)
-        reportDeletion(request.caller, request.path, error);
-    else
+    switch (request.kind) {
+    case Request::Kind::deletion:
+        for (const QByteArray& path : request.paths)
+            reportDeletion(request.caller, path, error);
+        break;
+    case Request::Kind::repair:
+        replyToRepair(request.call, error);
+        break;
+    case Request::Kind::uninstall:
         replyToUninstall(request.call, QStringLiteral("Refused: ") + error);
+        break;
+    }
 }
 
 void QuillaneDaemon::reportDeletion(const QString& caller, const QByteArray& url,
@@ -249,6 +324,11 @@ void QuillaneDaemon::reportDeletion(const QString& caller, const QByteArray& url
                      (error.isEmpty() ? std::string("removed") : printable(error.toUtf8())));
     HelperClientProxy client(caller, clientPath, m_bus);
     client.deleteResultWithUrl(url, error.isEmpty() ? QStringList() : QStringList{error});
+}
+
+void QuillaneDaemon::replyToRepair(const QDBusMessage& call, const QString& error)
+{
+    m_bus.send(call.createReply(error.isEmpty() ? QStringList() : QStringList{error}));
 }
 
 void QuillaneDaemon::replyToUninstall(const QDBusMessage& call, const QString& reply)

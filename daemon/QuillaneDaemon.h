@@ -31,10 +31,12 @@ struct DaemonLimits {
 };
 
 // The privileged helper: removes items from a caller's own trash folders that the caller's
-// account cannot remove, and accepts the uninstalling of this installation. Every request is
-// checked before anything is touched: who asks (by the bus), what polkit says, and whether the
-// path is an entry of one of the caller's trash folders. The thread that reads the bus never
-// waits on a removal: removals run on worker threads, one user's at a time each.
+// account cannot remove, gives a caller's home trash back to them, and accepts the uninstalling
+// of this installation. Every request is checked before anything is touched: who asks (by the
+// bus), what polkit says, and whether the path is an entry of one of the caller's trash folders.
+// Items come one by one or in batches; a batch is one request, which polkit is asked about once,
+// and each of its items is answered on its own. The thread that reads the bus never waits on a
+// removal: removals run on worker threads, one user's at a time each.
 class QuillaneDaemon : public QObject, protected QDBusContext
 {
     Q_OBJECT
@@ -53,6 +55,8 @@ public:
     QStringList replyStatusWithReply();
     QStringList versionWithReply();
     void deleteFile(const QByteArray& url);
+    void deleteFiles(const QByteArrayList& urls);
+    QStringList repairHomeTrash();
 
 private:
     static constexpr qsizetype maxPathBytes = 4096;
@@ -65,10 +69,12 @@ private:
     // Serves the user's current request: polkit first, then the work.
     void serve(uid_t uid);
     void removeOnWorker(uid_t uid, const Request& request);
+    void repairOnWorker(uid_t uid, const Request& request);
     void finish(uid_t uid);
     void answer(const Request& request, const QString& error);
     void reportDeletion(const QString& caller, const QByteArray& url, const QString& error);
     void replyToUninstall(const QDBusMessage& call, const QString& reply);
+    void replyToRepair(const QDBusMessage& call, const QString& error);
     void noteActivity();
 
     QDBusConnection m_bus;

@@ -9,12 +9,17 @@ namespace
 // A request's own memory besides its path: the caller's name, the queue's node and, for an
 // uninstall call, the message kept to answer it (whose arguments are checked for size first).
 constexpr std::size_t bookkeepingBytes = 512;
+// Each path's own: the list's slot and the byte array's header.
+constexpr std::size_t pathBookkeepingBytes = 64;
 
 } // namespace
 
 std::size_t RequestQueue::bytesOf(const Request& request)
 {
-    return bookkeepingBytes + static_cast<std::size_t>(request.path.size());
+    std::size_t bytes = bookkeepingBytes;
+    for (const QByteArray& path : request.paths)
+        bytes += pathBookkeepingBytes + static_cast<std::size_t>(path.size());
+    return bytes;
 }
 
 RequestQueue::Admission RequestQueue::add(uid_t uid, Request request)

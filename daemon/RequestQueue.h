@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QDBusMessage>
+#include <QList>
 #include <QString>
 #include <cstddef>
 #include <deque>
@@ -11,13 +12,14 @@
 namespace quillane::daemon
 {
 
-// One request that needs polkit's word and then work: an item to remove, or the installation.
+// One request that needs polkit's word and then work: items to remove, the caller's home trash
+// to give back, or the installation.
 struct Request {
-    enum class Kind { deletion, uninstall };
+    enum class Kind { deletion, repair, uninstall };
     Kind kind = Kind::deletion;
-    QString caller;    // the bus name that asked, which polkit is asked about
-    QByteArray path;   // deletion: the item
-    QDBusMessage call; // uninstall: the call to answer
+    QString caller;          // the bus name that asked, which polkit is asked about
+    QList<QByteArray> paths; // deletion: the items, each answered on its own
+    QDBusMessage call;       // repair, uninstall: the call to answer
 };
 
 // The requests waiting for the daemon, by user. Each user's are served one at a time, in the

@@ -16,6 +16,7 @@
 #include "VLAppService.h"
 
 #include <QDBusConnectionInterface>
+#include <QDBusMetaType>
 #include <QDBusPendingCallWatcher>
 #include <QDBusReply>
 #include <QDBusServiceWatcher>
@@ -39,6 +40,11 @@ constexpr auto registerDelay = 500ms;
 constexpr auto refreshBuildDelay = 1000ms;
 const QString uninstallAccepted = QStringLiteral("Uninstalling");
 constexpr int uninstallTimeoutMs = 6 * 60 * 1000;
+// How long items handed over are gathered into one batch: the emptying hands them over as its
+// workers find them, many within a few milliseconds.
+constexpr auto deletionGathering = 2ms;
+// A batch stays well within what the daemon lets one user have waiting (2 MiB).
+constexpr qsizetype batchBytes = 512 * 1024;
 const QString timeoutText = QStringLiteral(
     "The Quillane helper is required for Quillane to function correctly. Restarting your computer "
     "and relaunching Quillane may address the issue.");
@@ -61,9 +67,10 @@ QString loginName()
 
 } // namespace
 
-// One connection to the daemon: a proxy for the daemon's object and a watch on the daemon's
-// name. The bus connection and the exported HelperClient are the client's own, for its whole
-// life, so that a report already on its way is never dropped with a replaced connection.
+// The connection to the daemon: a proxy for the daemon's object and a watch on the daemon's
+// name, made once and kept for the client's life (calls go to whichever process owns the name,
+// so a daemon started again needs no new one). The exported HelperClient is the client's own
+// too, so that a report on its way is never dropped.
 class HelperConnection
 {
 public:
@@ -89,6 +96,7 @@ private:
 XPCClient::XPCClient(Services services, QObject* parent)
     : QObject(parent), m_services(std::move(services))
 {
+    qDBusRegisterMetaType<QByteArrayList>(); // the paths of a batch
     if (m_services.bus.isConnected()) {
         m_exported = std::make_unique<HelperClientImpl>(m_services.mainQueue);
         new HelperClientAdaptor(m_exported.get()); // owned by the exported object
@@ -139,6 +147,8 @@ std::optional<qint64> XPCClient::parseBuildNumber(const QString& text)
 
 void XPCClient::connect()
 {
+    if (proxy())
+        return;
     QPointer<XPCClient> self(this);
     auto next = std::make_unique<HelperConnection>(m_services.bus, [self] {
         if (self)
@@ -381,18 +391,55 @@ void XPCClient::deleteFile(const std::optional<std::filesystem::path>& url)
 {
     if (!url)
         return;
-    const QByteArray location = QByteArray::fromStdString(url->native());
+    m_deletions << QByteArray::fromStdString(url->native());
+    if (m_deletions.size() == 1)
+        runAfter(deletionGathering, [this] { sendDeletions(); });
+}
+
+void XPCClient::sendDeletions()
+{
+    const QByteArrayList items = std::exchange(m_deletions, {});
     connect();
-    if (TrashHelperProxy* helper = proxy(); helper && m_services.bus.isConnected()) {
-        helper->deleteFile(location);
+    TrashHelperProxy* helper = proxy();
+    // Without a bus there is no one to ask: the items stay, and whoever waits on them is told.
+    if (!helper || !m_services.bus.isConnected()) {
+        deletionsFailed(items, QStringLiteral("the system bus is not reachable"));
         return;
     }
-    // Without a bus there is no one to ask: the item stays, and whoever waits on it is told.
-    m_services.mainQueue.post(this, [location] {
-        NotificationCenter::defaultCenter().post(
-            {Constant::xpcDeleteFailedName,
-             QVariant(location),
-             {{Constant::deleteErrorKey, QStringLiteral("the system bus is not reachable")}}});
+    for (qsizetype first = 0; first < items.size();) {
+        QByteArrayList batch;
+        qsizetype bytes = 0;
+        for (;
+             first < items.size() && (batch.isEmpty() || bytes + items[first].size() <= batchBytes);
+             ++first) {
+            bytes += items[first].size();
+            batch << items[first];
+        }
+        // The reply only says the batch was taken in; the outcomes come one by one. A daemon
+        // older than batches takes the items one at a time.
+        auto* watcher = new QDBusPendingCallWatcher(helper->deleteFiles(batch), this);
+        QObject::connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher, batch] {
+            watcher->deleteLater();
+            if (watcher->isError() && watcher->error().type() == QDBusError::UnknownMethod)
+                sendOneByOne(batch);
+        });
+    }
+}
+
+void XPCClient::sendOneByOne(const QByteArrayList& items)
+{
+    if (TrashHelperProxy* helper = proxy())
+        for (const QByteArray& item : items)
+            helper->deleteFile(item);
+}
+
+void XPCClient::deletionsFailed(const QByteArrayList& items, const QString& reason)
+{
+    m_services.mainQueue.post(this, [items, reason] {
+        for (const QByteArray& item : items)
+            NotificationCenter::defaultCenter().post({Constant::xpcDeleteFailedName,
+                                                      QVariant(item),
+                                                      {{Constant::deleteErrorKey, reason}}});
     });
 }
 
@@ -437,9 +484,10 @@ void XPCClient::uninstallQuillane()
     const QString appPath = QString::fromStdString(m_services.bundle.executablePath->native());
     // The daemon may wait minutes for an administrator's password before it answers.
     helper->setTimeout(uninstallTimeoutMs);
+    const QDBusPendingCall call = helper->uninstall(present(loginName()), present(appPath));
+    helper->setTimeout(-1);
     whenReplied(
-        helper->uninstall(present(loginName()), present(appPath)), this,
-        [this] { connectionInvalidationHandler(); },
+        call, this, [this] { connectionInvalidationHandler(); },
         [this](const std::optional<QString>& reply) {
             m_uninstallerReplied = true;
             if (reply == uninstallAccepted) {
@@ -489,9 +537,9 @@ void XPCClient::showRemovalCommand(const QString& package, const std::string& wh
 
 void XPCClient::repairHomeTrash(std::function<void(std::optional<QString>)> done)
 {
-    // Not in the generated proxy: the daemon's method is
+    // A plain call rather than the generated proxy's, so that polkit may ask the user:
     //   repairHomeTrash() -> as error    (no error: the trash is the caller's again)
-    // and the daemon finds the caller's trash from the caller's own uid, never from the client.
+    // The daemon finds the caller's trash from the caller's own uid, never from the client.
     QDBusMessage call =
         QDBusMessage::createMethodCall(Constant::helperMachLabel, Constant::helperObjectPath,
                                        QStringLiteral("com.velmoric.QuillaneDaemon.TrashHelper"),

@@ -3,6 +3,7 @@
 #include "Platform/BundleInfo.h"
 #include "Platform/NotificationCenter.h"
 
+#include <QByteArrayList>
 #include <QDBusConnection>
 #include <QObject>
 #include <chrono>
@@ -29,7 +30,9 @@ class VLAppService;
 // The application's side of the link to the privileged helper daemon: starts it with timed
 // retries, re-registers an older one, tracks its build for display, hands it items to remove
 // and asks it to uninstall the application. Everything runs on the main thread: the bus
-// delivers replies and callbacks there.
+// delivers replies and callbacks there. One proxy and one watch on the daemon's name serve the
+// client's whole life. Items to remove are gathered for a moment and sent in batches, each of
+// which the daemon has polkit approve once; each item's outcome still comes back on its own.
 class XPCClient : public QObject
 {
     Q_OBJECT
@@ -66,6 +69,7 @@ public:
     void authorize();
     void waitAndStart();
     void xpcStatus();
+    // Queues the item for the next batch, sent once the main loop has turned and a moment passed.
     void deleteFile(const std::optional<std::filesystem::path>& url);
     void updateBuild();
     void uninstallQuillane();
@@ -128,6 +132,9 @@ private:
     void runAfter(std::chrono::milliseconds delay, std::function<void()> task);
     void showTimeoutAlert(const QString& title, std::function<void()> keepTrying);
     void removePackage(const QString& package);
+    void sendDeletions();
+    void sendOneByOne(const QByteArrayList& items);
+    void deletionsFailed(const QByteArrayList& items, const QString& reason);
     void showRemovalCommand(const QString& package, const std::string& why);
 
     Services m_services;
@@ -152,6 +159,7 @@ private:
     std::unique_ptr<RepeatingTimer> m_retryTimer;
     std::unique_ptr<RepeatingTimer> m_waitTimer;
     NotificationCenter::Token m_versionObserver = 0;
+    QByteArrayList m_deletions; // items waiting for the next batch
 };
 
 } // namespace quillane

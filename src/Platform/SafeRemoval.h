@@ -47,6 +47,12 @@ private:
     int m_fd = -1;
 };
 
+// Opens the entry `name` of the open folder `at` (flags as for openat) without following a
+// symbolic link or crossing into another mount: a link fails with ELOOP, unless the flags hold
+// O_PATH, which opens the link itself; a name with another filesystem mounted on it fails with
+// EXDEV before the mounted filesystem is reached.
+UniqueFd openEntry(int at, const char* name, int flags);
+
 // Asked about each folder that openBeneath opens, with the folder's own status (from its open
 // descriptor, so it is the folder that will be used), its name and its index in the path (0 for
 // the first component below the anchor). Returning false refuses the folder.

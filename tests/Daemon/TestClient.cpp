@@ -2,6 +2,11 @@
 //   quillane-test-client delete PATH          prints "removed" or "error: TEXT" when the daemon
 //                                             reports
 //   quillane-test-client uninstall APP        prints the daemon's reply
+//   quillane-test-client repair home          prints "repaired" or "error: TEXT" when the daemon
+//                                             gives the caller's home trash back, or does not
+//   quillane-test-client batch @FILE          sends the paths FILE lists (NUL-separated) in one
+//                                             deleteFiles call, prints "PATH: " and the answer
+//                                             for each
 //   quillane-test-client flood COUNT @FILE    sends the requests FILE lists over COUNT connections
 //                                             of its own, in turn, prints "sent", then a line
 //                                             for each answer
@@ -16,6 +21,7 @@
 
 #include <QCoreApplication>
 #include <QDBusConnection>
+#include <QDBusMetaType>
 #include <QDBusPendingCallWatcher>
 #include <QFile>
 #include <QTimer>
@@ -57,6 +63,7 @@ struct Connection {
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
+    qDBusRegisterMetaType<QByteArrayList>();
     const QStringList arguments = app.arguments();
     if (arguments.size() != 3 &&
         !(arguments.size() == 4 && arguments[1] == QStringLiteral("flood")))
@@ -74,7 +81,14 @@ int main(int argc, char* argv[])
         requests = {'d' + readArgument(argv[2])};
     else if (arguments[1] == QStringLiteral("uninstall"))
         requests = {'u' + QByteArray(argv[2])};
-    else if (arguments[1] == QStringLiteral("flood")) {
+    else if (arguments[1] == QStringLiteral("repair"))
+        requests = {QByteArray("r")};
+    else if (arguments[1] == QStringLiteral("batch")) {
+        QByteArrayList paths = readArgument(argv[2]).split('\0');
+        paths.removeAll(QByteArray());
+        for (const QByteArray& path : paths)
+            requests << 'b' + path;
+    } else if (arguments[1] == QStringLiteral("flood")) {
         connectionCount = arguments[2].toInt();
         requests = readArgument(argv[3]).split('\0');
         requests.removeAll(QByteArray());
@@ -88,11 +102,43 @@ int main(int argc, char* argv[])
             connectionCount == 1 ? QString() : QStringLiteral("flood-%1").arg(i), answered));
 
     unanswered = static_cast<int>(requests.size());
+    QByteArrayList batch;
+    for (const QByteArray& request : requests)
+        if (request.startsWith('b'))
+            batch << request.mid(1);
+    if (!batch.isEmpty()) {
+        connections.front()->reports.namesItems = true;
+        auto* watcher =
+            new QDBusPendingCallWatcher(connections.front()->helper.deleteFiles(batch), &app);
+        QObject::connect(watcher, &QDBusPendingCallWatcher::finished, [watcher] {
+            if (watcher->isError()) {
+                std::printf("batch refused: %s\n", qPrintable(watcher->error().message()));
+                std::fflush(stdout);
+            }
+        });
+    }
     for (qsizetype i = 0; i < requests.size(); ++i) {
         Connection& connection = *connections[static_cast<std::size_t>(i % connectionCount)];
         const QByteArray what = requests[i].mid(1);
+        if (requests[i].startsWith('b'))
+            continue;
         if (requests[i].startsWith('d')) {
             connection.helper.deleteFile(what);
+            continue;
+        }
+        if (requests[i].startsWith('r')) {
+            connection.helper.setTimeout(60000);
+            auto* watcher = new QDBusPendingCallWatcher(connection.helper.repairHomeTrash(), &app);
+            QObject::connect(watcher, &QDBusPendingCallWatcher::finished, [watcher, answered] {
+                const QDBusPendingReply<QStringList> reply = *watcher;
+                if (reply.isError())
+                    std::printf("error: %s\n", qPrintable(reply.error().message()));
+                else if (reply.value().isEmpty())
+                    std::printf("repaired\n");
+                else
+                    std::printf("error: %s\n", qPrintable(reply.value().first()));
+                answered();
+            });
             continue;
         }
         auto* watcher = new QDBusPendingCallWatcher(

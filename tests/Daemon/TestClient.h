@@ -16,14 +16,18 @@ public:
 
     void installationDidReachProgress(double, const QStringList&) {}
     void postVersion(const QStringList&) {}
-    void deleteResultWithUrl(const QByteArray&, const QStringList& error)
+    void deleteResultWithUrl(const QByteArray& url, const QStringList& error)
     {
+        if (namesItems)
+            std::printf("%s: ", url.constData());
         if (error.isEmpty())
             std::printf("removed\n");
         else
             std::printf("error: %s\n", qPrintable(error.first()));
         m_answered();
     }
+
+    bool namesItems = false; // each answer starts with the item's path
 
 private:
     std::function<void()> m_answered;

@@ -33,7 +33,8 @@ QStringList snapshot(const fs::path& folder)
         // A folder's size is its filesystem's business (tmpfs counts its entries).
         entries << QString::fromLocal8Bit(it->path().c_str()) + QLatin1Char(' ') +
                        QString::number(info.st_mode, 8) + QLatin1Char(' ') +
-                       QString::number(S_ISDIR(info.st_mode) ? 0 : info.st_size);
+                       QString::number(S_ISDIR(info.st_mode) ? 0 : info.st_size) +
+                       QStringLiteral(" %1:%2").arg(info.st_uid).arg(info.st_gid);
     }
     entries.sort();
     return entries;
@@ -299,6 +300,161 @@ private Q_SLOTS:
                  before);
     }
 
+    // Items handed over together are one request: polkit is asked once, and each item is
+    // answered on its own, those refused among the others too.
+    void aBatchIsAskedAboutOnce_data()
+    {
+        QTest::addColumn<bool>("polkitAllows");
+        QTest::newRow("approved") << true;
+        QTest::newRow("polkit says no") << false;
+    }
+
+    void aBatchIsAskedAboutOnce()
+    {
+        QFETCH(bool, polkitAllows);
+        const fs::path files = homeTrash() / "files";
+        test::writeFile(files / "locked" / "system file", "root's");
+        test::writeFile(homeTrash() / "info" / "locked.trashinfo", "[Trash Info]\n");
+        test::writeFile(homeTrash() / "info" / "missing.trashinfo", "[Trash Info]\n");
+        test::writeFile(m_home / "Documents" / "secret", "secret");
+        chownTree(homeTrash() / "info", m_user->uid(), m_user->gid());
+        QVERIFY(chmod((files / "locked").c_str(), 0555) == 0); // root's: beyond the user
+        m_polkit.reset();
+        m_polkit = std::make_unique<test::PolkitAuthority>(
+            *m_bus, QList<test::PolkitRule>{{m_user->name(), polkitAllows}});
+        QVERIFY(m_polkit->isRunning());
+        const QString action = QStringLiteral("com.velmoric.quillane.delete-item");
+        const int questionsBefore = m_polkit->questions(action);
+
+        // Refused before polkit is asked (outside the trash), and by the removal (not there).
+        const QList<std::pair<fs::path, QString>> items = {
+            {files / "locked", QStringLiteral("removed")},
+            {m_home / "Documents" / "secret", QStringLiteral("not an item of a trash folder")},
+            {files / "missing", QStringLiteral("no such item in the trash")},
+            {files / "item", QStringLiteral("removed")},
+        };
+        QByteArray list;
+        for (const auto& [path, answer] : items)
+            list += QByteArray::fromStdString(path.native()) + '\0';
+        const fs::path request = m_root / "batch";
+        test::writeFile(request, list.toStdString());
+        chmod(request.c_str(), 0644);
+        const QStringList before = snapshot(m_home);
+
+        const QStringList answers =
+            runClient(*m_user, {QStringLiteral("batch"),
+                                QStringLiteral("@") + QString::fromStdString(request.native())})
+                .split(u'\n');
+        QVERIFY2(answers.size() == items.size(), qPrintable(answers.join(u'|')));
+        for (const auto& [path, expected] : items) {
+            const QString prefix = QString::fromStdString(path.native()) + QStringLiteral(": ");
+            const QStringList found = answers.filter(prefix);
+            QCOMPARE(found.size(), 1);
+            const QString answer = found.first().mid(prefix.size());
+            if (polkitAllows || expected.startsWith(QStringLiteral("not an item")))
+                QVERIFY2(expected == QStringLiteral("removed")
+                             ? answer == expected
+                             : answer.startsWith(QStringLiteral("error: ")) &&
+                                   answer.contains(expected),
+                         qPrintable(answer));
+            else
+                QCOMPARE(answer, QStringLiteral("error: not authorized"));
+        }
+        QTRY_COMPARE(m_polkit->questions(action) - questionsBefore, 1);
+        if (!polkitAllows) {
+            QCOMPARE(snapshot(m_home), before);
+            return;
+        }
+        QVERIFY(!fs::exists(files / "locked") && !fs::exists(files / "item"));
+        QVERIFY(fs::exists(files / "keep") && fs::exists(m_home / "Documents" / "secret"));
+        QVERIFY(!fs::exists(homeTrash() / "info" / "locked.trashinfo"));
+        QVERIFY(fs::exists(homeTrash() / "info" / "missing.trashinfo"));
+    }
+
+    // A program run as root made the user's home trash root's: the daemon gives it back to the
+    // user, and nothing beyond it.
+    void repairsTheHomeTrash_data()
+    {
+        QTest::addColumn<int>("layout");
+        QTest::addColumn<QString>("answer");
+        const QString repaired = QStringLiteral("repaired");
+        QTest::newRow("root's trash given back") << 0 << repaired;
+        QTest::newRow("the trash is a symbolic link")
+            << 1 << QStringLiteral("/.local/share/Trash: a symbolic link");
+        QTest::newRow("a link inside to root's file is not followed") << 2 << repaired;
+        QTest::newRow("a home that is not the caller's")
+            << 3 << QStringLiteral("the home folder is not the caller's");
+        QTest::newRow("polkit says no") << 4 << QStringLiteral("not authorized");
+        // A hard link could give away a file outside the trash: the rest goes, not that file.
+        QTest::newRow("a hard link to root's file stays root's")
+            << 5 << QStringLiteral("/files/hard link: has other hard links, left as it is");
+    }
+
+    void repairsTheHomeTrash()
+    {
+        QFETCH(int, layout);
+        QFETCH(QString, answer);
+        const fs::path rootsFile = m_root / "root's file";
+        const fs::path elsewhere = m_root / "elsewhere";
+        fs::remove_all(elsewhere);
+        fs::remove(rootsFile);
+        test::writeFile(rootsFile, "root's");
+        test::writeFile(homeTrash() / "files" / "made by root" / "inside", "root's");
+        chownTree(homeTrash(), 0, 0);
+        QVERIFY(chmod((homeTrash() / "files").c_str(), 0500) == 0);
+        QVERIFY(chmod((homeTrash() / "info").c_str(), 0) == 0);
+        switch (layout) {
+        case 1:
+            fs::rename(homeTrash(), elsewhere);
+            fs::create_directory_symlink(elsewhere, homeTrash());
+            break;
+        case 2:
+            fs::create_symlink(rootsFile, homeTrash() / "files" / "link");
+            QVERIFY(lchown((homeTrash() / "files" / "link").c_str(), 0, 0) == 0);
+            break;
+        case 3:
+            QVERIFY(chown(m_home.c_str(), 0, 0) == 0);
+            break;
+        case 5:
+            fs::create_hard_link(rootsFile, homeTrash() / "files" / "hard link");
+            break;
+        }
+        m_polkit.reset();
+        m_polkit = std::make_unique<test::PolkitAuthority>(
+            *m_bus, QList<test::PolkitRule>{{m_user->name(), layout != 4}});
+        QVERIFY(m_polkit->isRunning());
+        const QStringList before = snapshot(m_home) + snapshot(elsewhere);
+
+        const QString reply =
+            runClient(*m_user, {QStringLiteral("repair"), QStringLiteral("home")});
+        QVERIFY2(reply == answer ||
+                     (reply.startsWith(QStringLiteral("error: ")) &&
+                      answer != QStringLiteral("repaired") && reply.contains(answer)),
+                 qPrintable(reply));
+        struct stat info {
+        };
+        QVERIFY(stat(rootsFile.c_str(), &info) == 0);
+        QCOMPARE(info.st_uid, uid_t(0)); // what a link names stays its owner's
+        const bool givesBack = answer == QStringLiteral("repaired") || layout == 5;
+        if (!givesBack) {
+            QCOMPARE(snapshot(m_home) + snapshot(elsewhere), before);
+            return;
+        }
+        QStringList notGivenBack;
+        for (const auto& entry : fs::recursive_directory_iterator(homeTrash())) {
+            if (entry.path().filename() != "hard link" &&
+                (lstat(entry.path().c_str(), &info) != 0 || info.st_uid != m_user->uid() ||
+                 info.st_gid != m_user->gid()))
+                notGivenBack << QString::fromStdString(entry.path().native());
+        }
+        QVERIFY2(notGivenBack.isEmpty(), qPrintable(notGivenBack.join(u'|')));
+        for (const fs::path& folder : {homeTrash(), homeTrash() / "files", homeTrash() / "info"}) {
+            QVERIFY(lstat(folder.c_str(), &info) == 0);
+            QCOMPARE(info.st_uid, m_user->uid());
+            QCOMPARE(info.st_mode & S_IRWXU, mode_t(S_IRWXU));
+        }
+    }
+
     // One user floods the daemon, over more connections than it ever served callers at once,
     // behind a removal that takes a while; another user asks meanwhile and is served before
     // that removal is over, while the flood's surplus is refused at once.
@@ -548,7 +704,8 @@ private:
         QProcess client;
         user.start(client, QStringLiteral(QUILLANE_TEST_CLIENT), arguments);
         if (!client.waitForFinished(deadlineMs))
-            return QStringLiteral("no answer");
+            return QStringLiteral("no answer: ") +
+                   QString::fromLocal8Bit(client.readAllStandardOutput());
         return QString::fromLocal8Bit(client.readAllStandardOutput()).trimmed();
     }
 

@@ -13,7 +13,8 @@ class TestRequestQueue : public QObject
 private Q_SLOTS:
     void admission_data()
     {
-        // Requests added in turn, as "uid:path bytes"; then what became of the last one.
+        // Requests added in turn, as "uid:path bytes" (a batch: "uid:bytes,bytes"); then what
+        // became of the last one.
         QTest::addColumn<QByteArrayList>("requests");
         QTest::addColumn<int>("finishedFirst"); // uid whose current request ends before the last
         QTest::addColumn<int>("admission");
@@ -29,6 +30,10 @@ private Q_SLOTS:
             << QByteArrayList{"1:10", "1:10", "1:10", "2:10"} << -1 << int(A::first);
         QTest::newRow("the user's bytes are full")
             << QByteArrayList{"1:4096", "1:4096"} << -1 << int(A::userFull);
+        QTest::newRow("a batch counts each of its paths")
+            << QByteArrayList{"1:3000,3000"} << -1 << int(A::userFull);
+        QTest::newRow("a batch is one request")
+            << QByteArrayList{"1:10,10,10,10", "1:10"} << -1 << int(A::waiting);
         QTest::newRow("too many users")
             << QByteArrayList{"1:10", "2:10", "3:10", "4:10"} << -1 << int(A::full);
         QTest::newRow("a user's place is free once served")
@@ -49,10 +54,11 @@ private Q_SLOTS:
             const QByteArrayList parts = requests[i].split(':');
             if (i + 1 == requests.size() && finishedFirst >= 0)
                 queue.finish(static_cast<uid_t>(finishedFirst));
-            last = queue.add(parts[0].toUInt(), {Request::Kind::deletion,
-                                                 QStringLiteral(":1.1"),
-                                                 QByteArray(parts[1].toInt(), 'x'),
-                                                 {}});
+            QList<QByteArray> paths;
+            for (const QByteArray& bytes : parts[1].split(','))
+                paths << QByteArray(bytes.toInt(), 'x');
+            last = queue.add(parts[0].toUInt(),
+                             {Request::Kind::deletion, QStringLiteral(":1.1"), paths, {}});
         }
         QCOMPARE(int(*last), admission);
     }
@@ -60,13 +66,13 @@ private Q_SLOTS:
     void servesEachUserInOrderAndEnds()
     {
         RequestQueue queue({10, 1 << 20, 10});
-        QCOMPARE(queue.add(1, {Request::Kind::deletion, {}, "a", {}}),
+        QCOMPARE(queue.add(1, {Request::Kind::deletion, {}, {"a"}, {}}),
                  RequestQueue::Admission::first);
-        QCOMPARE(queue.add(1, {Request::Kind::uninstall, {}, "b", {}}),
+        QCOMPARE(queue.add(1, {Request::Kind::uninstall, {}, {"b"}, {}}),
                  RequestQueue::Admission::waiting);
-        QCOMPARE(queue.current(1).path, QByteArray("a"));
+        QCOMPARE(queue.current(1).paths, QList<QByteArray>{"a"});
         QVERIFY(queue.finish(1));
-        QCOMPARE(queue.current(1).path, QByteArray("b"));
+        QCOMPARE(queue.current(1).paths, QList<QByteArray>{"b"});
         QVERIFY(!queue.finish(1));
         QVERIFY(queue.empty());
         QVERIFY(!queue.finish(1)); // nothing left to end

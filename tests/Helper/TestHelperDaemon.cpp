@@ -6,6 +6,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDBusConnection>
+#include <QDBusMetaType>
 #include <cstdio>
 
 namespace
@@ -69,9 +70,24 @@ void TestHelperDaemon::deleteFile(const QByteArray& url)
     callerOf(message()).deleteResultWithUrl(url, m_script.deleteError);
 }
 
+void TestHelperDaemon::deleteFiles(const QByteArrayList& urls)
+{
+    record("deleteFiles");
+    if (m_script.noBatches) {
+        sendErrorReply(QDBusError::UnknownMethod, QStringLiteral("No such method"));
+        return;
+    }
+    if (m_script.exitOnDelete)
+        std::exit(0);
+    HelperClientProxy caller = callerOf(message());
+    for (const QByteArray& url : urls)
+        caller.deleteResultWithUrl(url, m_script.deleteError);
+}
+
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
+    qDBusRegisterMetaType<QByteArrayList>();
     QCommandLineParser parser;
     const auto option = [&](const char* name) {
         const QCommandLineOption created(QString::fromLatin1(name), {}, QStringLiteral("value"));
@@ -82,7 +98,8 @@ int main(int argc, char* argv[])
                              uninstall = option("uninstall-reply"), error = option("delete-error"),
                              post = option("post-version");
     const QCommandLineOption silent(QStringLiteral("silent")),
-        exitOnDelete(QStringLiteral("exit-on-delete"));
+        exitOnDelete(QStringLiteral("exit-on-delete")), noBatches(QStringLiteral("no-batches"));
+    parser.addOption(noBatches);
     parser.addOption(silent);
     parser.addOption(exitOnDelete);
     parser.process(app);
@@ -90,9 +107,9 @@ int main(int argc, char* argv[])
     const auto optional = [&](const QCommandLineOption& o) {
         return parser.isSet(o) ? QStringList{parser.value(o)} : QStringList{};
     };
-    auto* daemon = new TestHelperDaemon({optional(version), parser.isSet(silent), optional(status),
-                                         optional(uninstall), optional(error),
-                                         parser.isSet(exitOnDelete), optional(post)});
+    auto* daemon = new TestHelperDaemon(
+        {optional(version), parser.isSet(silent), optional(status), optional(uninstall),
+         optional(error), parser.isSet(exitOnDelete), optional(post), parser.isSet(noBatches)});
     new TrashHelperAdaptor(daemon);
     QDBusConnection bus = QDBusConnection::systemBus();
     if (!bus.registerObject(QStringLiteral("/com/velmoric/QuillaneDaemon"), daemon) ||

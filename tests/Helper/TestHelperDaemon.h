@@ -20,6 +20,7 @@ public:
         QStringList deleteError;    // the error reported for deleteFile; empty: removed
         bool exitOnDelete = false;  // vanish instead of reporting a removal
         QStringList postVersion;    // posted back to the caller on each versionWithReply
+        bool noBatches = false;     // refuse deleteFiles as a daemon without it would
     };
 
     explicit TestHelperDaemon(Script script) : m_script(std::move(script)) {}
@@ -30,6 +31,8 @@ public:
     QStringList replyStatusWithReply();
     QStringList versionWithReply();
     void deleteFile(const QByteArray& url);
+    void deleteFiles(const QByteArrayList& urls);
+    QStringList repairHomeTrash() { return {QStringLiteral("not scripted")}; }
 
 private:
     Script m_script;

@@ -313,24 +313,27 @@ private Q_SLOTS:
         QVERIFY(daemon.interactive);
     }
 
+    // Items handed over together go in one batch; each is answered on its own. A daemon older
+    // than batches gets them one at a time.
     void deleteReports_data()
     {
         QTest::addColumn<QStringList>("script");
         QTest::addColumn<QString>("logLine");
         QTest::addColumn<int>("notifications");
-        QTest::newRow("removed") << QStringList()
-                                 << QStringLiteral("URL: /trash/files/a b, Removed") << 1;
+        QTest::addColumn<int>("singleCalls");
+        QTest::newRow("removed") << QStringList() << QStringLiteral(", Removed") << 3 << 0;
         QTest::newRow("refused") << QStringList{QStringLiteral("--delete-error"),
                                                 QStringLiteral("Operation not permitted")}
-                                 << QStringLiteral(
-                                        "URL: /trash/files/a b, Error Operation not permitted")
-                                 << 0;
+                                 << QStringLiteral(", Error Operation not permitted") << 0 << 0;
+        QTest::newRow("a daemon without batches")
+            << QStringList{QStringLiteral("--no-batches")} << QStringLiteral(", Removed") << 3 << 3;
     }
     void deleteReports()
     {
         QFETCH(QStringList, script);
         QFETCH(QString, logLine);
         QFETCH(int, notifications);
+        QFETCH(int, singleCalls);
         test::HelperHarness helper;
         QVERIFY(helper.startDaemon(script));
         test::SystemLogCapture log;
@@ -340,15 +343,20 @@ private Q_SLOTS:
                                               [&](const Notification& n) { removed << n.object; });
         XPCClient& client = helper.client();
 
-        client.deleteFile(std::filesystem::path("/trash/files/a b"));
+        const QByteArrayList items = {"/trash/files/a b", "/trash/files/c\nd", "/trash/files/-e"};
+        for (const QByteArray& item : items)
+            client.deleteFile(std::filesystem::path(item.toStdString()));
         client.deleteFile(std::nullopt); // nothing to hand over
-        QTRY_VERIFY(log.has(logLine.toStdString()));
+        helper.scheduler.advance(10ms);
+        for (const QByteArray& item : items)
+            QTRY_VERIFY(log.has("URL: " + item.toStdString() + logLine.toStdString()));
         helper.scheduler.runPending();
         center.removeObserver(token);
-        QCOMPARE(helper.calls(QStringLiteral("deleteFile")), 1);
+        QCOMPARE(helper.calls(QStringLiteral("deleteFiles")), 1);
+        QCOMPARE(helper.calls(QStringLiteral("deleteFile")), singleCalls);
         QCOMPARE(removed.size(), notifications);
-        if (notifications)
-            QCOMPARE(removed[0].toByteArray(), QByteArray("/trash/files/a b"));
+        for (int i = 0; i < notifications; ++i)
+            QCOMPARE(removed[i].toByteArray(), items[i]);
     }
 
     void postedVersionIsStored()
@@ -370,6 +378,7 @@ private Q_SLOTS:
         test::SystemLogCapture log;
         XPCClient& client = helper.client();
         client.deleteFile(std::filesystem::path("/trash/files/x"));
+        helper.scheduler.advance(10ms);
         QTRY_VERIFY(
             log.has("[QuillaneClient] XPCClient: connection has been interrupted QuillaneClient"));
         helper.scheduler.runPending();

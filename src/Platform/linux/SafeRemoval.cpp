@@ -380,6 +380,11 @@ std::string joined(const std::vector<std::string_view>& components, std::size_t 
 
 } // namespace
 
+UniqueFd openEntry(int at, const char* name, int flags)
+{
+    return UniqueFd::adopt(openHere(at, name, flags));
+}
+
 Result<UniqueFd> openBeneath(int anchorFd, const std::filesystem::path& relative,
                              const FolderCheck& check)
 {

@@ -31,7 +31,9 @@ constexpr QFile::Permissions enterableByAll =
 // One test per rule, in order: the first rule that matches answers.
 QString rulesScript(const QList<PolkitRule>& rules)
 {
-    QString script = QStringLiteral("polkit.addRule(function(action, subject) {\n");
+    // Every question is logged first, for the tests that count them.
+    QString script = QStringLiteral("polkit.addRule(function(action, subject) {\n"
+                                    "    polkit.log(\"quillane-test question \" + action.id);\n");
     for (const PolkitRule& rule : rules) {
         QStringList conditions;
         if (!rule.user.isEmpty())
@@ -127,6 +129,7 @@ QString SystemBus::waitForConnectionOf(qint64 pid, int timeoutMs) const
 
 const QString PolkitAuthority::serviceName = QStringLiteral("org.freedesktop.PolicyKit1");
 const QStringList PolkitAuthority::actions = {QStringLiteral("com.velmoric.quillane.delete-item"),
+                                              QStringLiteral("com.velmoric.quillane.repair-trash"),
                                               QStringLiteral("com.velmoric.quillane.uninstall")};
 
 PolkitAuthority::PolkitAuthority(const SystemBus& bus, const QList<PolkitRule>& rules) : m_bus(bus)
@@ -165,13 +168,30 @@ PolkitAuthority::PolkitAuthority(const SystemBus& bus, const QList<PolkitRule>& 
         return;
 
     // Dropping to its own user clears its death signal; polkitd then ends with the bus.
-    m_polkitd.start(polkitd, {QStringLiteral("--no-debug")});
+    // What it says goes to a file: the rules' log of each question (which --no-debug would
+    // silence) is counted from there, and a pipe nobody reads could fill and stop it.
+    m_polkitd.setStandardOutputFile(logFile());
+    m_polkitd.setStandardErrorFile(logFile(), QIODevice::Append);
+    m_polkitd.start(polkitd);
     const bool settled = QTest::qWaitFor(
         [&] { return m_polkitd.state() == QProcess::NotRunning || bus.hasOwner(serviceName); },
         startTimeoutMs);
     if (!settled || !bus.hasOwner(serviceName))
-        m_error = QStringLiteral("polkitd did not take its name: ") +
-                  QString::fromLocal8Bit(m_polkitd.readAllStandardError());
+        m_error = QStringLiteral("polkitd did not take its name: ") + logFile();
+}
+
+QString PolkitAuthority::logFile() const
+{
+    return m_dir.filePath(QStringLiteral("polkitd.log"));
+}
+
+int PolkitAuthority::questions(const QString& action) const
+{
+    QFile log(logFile());
+    if (!log.open(QIODevice::ReadOnly))
+        return 0;
+    return static_cast<int>(
+        log.readAll().count(QStringLiteral("quillane-test question %1").arg(action).toUtf8()));
 }
 
 PolkitAuthority::~PolkitAuthority()

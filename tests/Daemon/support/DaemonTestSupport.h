@@ -88,9 +88,12 @@ public:
     // Whether polkitd owns its name on the bus; error() says why not.
     bool isRunning() const { return m_error.isEmpty(); }
     QString error() const { return m_error; }
+    // How many times the daemon has asked about the action so far, as the rules saw it.
+    int questions(const QString& action) const;
 
 private:
     bool bind(const QString& folder, const QString& target);
+    QString logFile() const;
 
     const SystemBus& m_bus;
     QTemporaryDir m_dir;
