@@ -1,13 +1,16 @@
 #include "TrashRepair.h"
 
+#include "ActingIdentity.h"
 #include "Platform/FileSystem.h"
 #include "Platform/SafeRemoval.h"
 
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
+#include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 namespace quillane::daemon
 {
@@ -47,85 +50,30 @@ Result<UniqueFd> openHomeTrash(uid_t uid, const fs::path& mountinfo)
     return trash;
 }
 
-// Gives a tree back to its user, one folder at a time from open descriptors.
-class Repair
+// Moves every entry of one folder into another, as root: a rename keeps each entry as it is,
+// its owner included, and follows nothing. The first failure is kept.
+void moveEntries(int from, int to, const std::string& path, std::string& problem)
 {
-public:
-    explicit Repair(const Caller& caller) : m_caller(caller) {}
-
-    // Gives the open folder back, then everything in it; path is for messages.
-    void folder(UniqueFd fd, const std::string& path)
-    {
-        if (!fd)
-            return note(path, errno);
-        give(fd.get(), path);
-        DIR* listing = fdopendir(fd.get());
-        if (!listing) {
-            note(path, errno);
-            return;
-        }
-        fd.release(); // the listing owns it now
-        const int at = dirfd(listing);
-        errno = 0;
-        while (const dirent* entry = readdir(listing)) {
-            const std::string name = entry->d_name;
-            if (name == "." || name == "..")
-                continue;
-            this->entry(at, name, path + "/" + name);
-            errno = 0;
-        }
-        if (errno != 0)
-            note(path, errno);
-        closedir(listing);
+    const int listFd = fcntl(from, F_DUPFD_CLOEXEC, 0);
+    DIR* listing = listFd < 0 ? nullptr : fdopendir(listFd);
+    if (!listing) {
+        if (listFd >= 0)
+            close(listFd);
+        if (problem.empty())
+            problem = describeErrno(path, errno);
+        return;
     }
-
-    const std::string& problem() const { return m_problem; }
-
-private:
-    void entry(int at, const std::string& name, const std::string& path)
-    {
-        UniqueFd folderFd = openEntry(at, name.c_str(), O_RDONLY | O_DIRECTORY);
-        if (folderFd) {
-            folder(std::move(folderFd), path);
-            return;
-        }
-        if (errno != ENOTDIR && errno != ELOOP) {
-            note(path, errno);
-            return;
-        }
-        // Not a folder: the entry itself, a link included, and never what a link names.
-        const UniqueFd fd = openEntry(at, name.c_str(), O_PATH);
-        struct stat info {
-        };
-        if (!fd || fstat(fd.get(), &info) != 0) {
-            note(path, errno);
-            return;
-        }
-        if (S_ISDIR(info.st_mode)) // became a folder since: left for another try
-            return note(path, EAGAIN);
-        if (S_ISCHR(info.st_mode) || S_ISBLK(info.st_mode))
-            return noteText(path + ": a device file, left as it is");
-        if (!S_ISLNK(info.st_mode) && info.st_nlink > 1 && info.st_uid != m_caller.uid)
-            return noteText(path + ": has other hard links, left as it is");
-        give(fd.get(), path);
+    std::vector<std::string> names;
+    while (const dirent* entry = readdir(listing)) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..")
+            names.push_back(name);
     }
-
-    void give(int fd, const std::string& path)
-    {
-        if (fchownat(fd, "", m_caller.uid, m_caller.gid, AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW) != 0)
-            note(path, errno);
-    }
-
-    void note(const std::string& path, int error) { noteText(describeErrno(path, error)); }
-    void noteText(const std::string& text)
-    {
-        if (m_problem.empty())
-            m_problem = text;
-    }
-
-    Caller m_caller;
-    std::string m_problem;
-};
+    closedir(listing);
+    for (const std::string& name : names)
+        if (renameat(from, name.c_str(), to, name.c_str()) != 0 && problem.empty())
+            problem = describeErrno(path + "/" + name, errno);
+}
 
 } // namespace
 
@@ -138,33 +86,58 @@ std::string checkHomeTrash(uid_t uid, const fs::path& mountinfo)
 std::string repairHomeTrash(const Caller& caller, const fs::path& mountinfo)
 {
     // Looked up again: the home may have changed while polkit asked.
-    auto trash = openHomeTrash(caller.uid, mountinfo);
+    const auto trash = openHomeTrash(caller.uid, mountinfo);
     if (!trash)
         return trash.error();
     const std::string top =
         homeOf(caller.uid).value_or(fs::path()).native() + "/" + homeTrash.native();
-
-    // The owner needs to list and change its trash and the two folders the trash is made of.
-    std::string modeProblem;
-    const auto addOwnerRights = [&modeProblem](int fd, const std::string& path) {
-        struct stat info {
-        };
-        if ((fstat(fd, &info) != 0 || fchmod(fd, (info.st_mode & 07777) | S_IRWXU) != 0) &&
-            modeProblem.empty())
-            modeProblem = describeErrno(path, errno);
+    const UniqueFd share = openEntry(trash->get(), "..", O_RDONLY | O_DIRECTORY);
+    struct stat shareInfo {
     };
-    addOwnerRights(trash->get(), top);
-    for (const char* part : {"files", "info"}) {
-        const UniqueFd fd = openEntry(trash->get(), part, O_RDONLY | O_DIRECTORY);
-        if (fd)
-            addOwnerRights(fd.get(), top + "/" + part);
-        else if (errno != ENOENT && modeProblem.empty())
-            modeProblem = describeErrno(top + "/" + part, errno);
-    }
+    if (!share || fstat(share.get(), &shareInfo) != 0)
+        return describeErrno(top + "/..", errno);
+    if (shareInfo.st_uid != caller.uid)
+        return fs::path(top).parent_path().native() + ": not the caller's either";
 
-    Repair repair(caller);
-    repair.folder(UniqueFd::adopt(fcntl(trash->get(), F_DUPFD_CLOEXEC, 0)), top);
-    return !repair.problem().empty() ? repair.problem() : modeProblem;
+    // A new trash is made by the user, so that its folders are theirs without any change of
+    // owner, and everything moves into it; the old one is then swapped out and removed. What
+    // was moved keeps its owner: the user can list it and remove what lies in their folders,
+    // and what root owns goes through this daemon as any other item of theirs.
+    constexpr const char* fresh = "Trash.quillane-repair";
+    {
+        ActingIdentity user(caller.uid, caller.gid);
+        user.actFor(caller.uid);
+        if (!user.isValid() || mkdirat(share.get(), fresh, 0700) != 0)
+            return describeErrno(top + ": a new trash", errno);
+        const UniqueFd made = openEntry(share.get(), fresh, O_RDONLY | O_DIRECTORY);
+        for (const char* part : {"files", "info"})
+            if (!made || mkdirat(made.get(), part, 0700) != 0)
+                return describeErrno(top + ": a new trash", errno);
+    }
+    std::string problem;
+    const UniqueFd made = openEntry(share.get(), fresh, O_RDONLY | O_DIRECTORY);
+    for (const char* part : {"files", "info"}) {
+        const UniqueFd from = openEntry(trash->get(), part, O_RDONLY | O_DIRECTORY);
+        const UniqueFd to = openEntry(made.get(), part, O_RDONLY | O_DIRECTORY);
+        if (from && to)
+            moveEntries(from.get(), to.get(), top + "/" + part, problem);
+        else if ((!from && errno != ENOENT) && problem.empty())
+            problem = describeErrno(top + "/" + part, errno);
+    }
+    if (const std::string sizes = "directorysizes";
+        renameat(trash->get(), sizes.c_str(), made.get(), sizes.c_str()) != 0 && errno != ENOENT &&
+        problem.empty())
+        problem = describeErrno(top + "/" + sizes, errno);
+    if (!problem.empty())
+        return problem; // the old trash stays in use; what moved is in the new one
+    if (renameat2(share.get(), fresh, share.get(), "Trash", RENAME_EXCHANGE) != 0)
+        return describeErrno(top, errno);
+    // The old trash, now under the new one's name, holds nothing of the user's any more.
+    for (const char* part : {"files", "info"})
+        unlinkat(trash->get(), part, AT_REMOVEDIR);
+    if (unlinkat(share.get(), fresh, AT_REMOVEDIR) != 0)
+        return describeErrno(top + ": the old trash, left as " + fresh, errno);
+    return {};
 }
 
 } // namespace quillane::daemon
