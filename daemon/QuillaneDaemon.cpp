@@ -242,15 +242,22 @@ void QuillaneDaemon::serve(uid_t uid)
         });
 }
 
-void QuillaneDaemon::removeOnWorker(uid_t uid, const Request& request)
+std::optional<Caller> QuillaneDaemon::callerFor(uid_t uid, const Request& request)
 {
     const auto group = primaryGroupOf(uid);
     if (!group) {
         answer(request, QStringLiteral("user %1 is not in the password database").arg(uid));
         finish(uid);
-        return;
+        return std::nullopt;
     }
-    const Caller caller{uid, *group};
+    return Caller{uid, *group};
+}
+
+void QuillaneDaemon::removeOnWorker(uid_t uid, const Request& request)
+{
+    const auto caller = callerFor(uid, request);
+    if (!caller)
+        return;
     const fs::path mountinfo = m_installation.mountinfo;
     auto* watcher = new QFutureWatcher<std::string>(this);
     // Each item is answered as soon as it is settled; the request ends with the last.
@@ -263,22 +270,18 @@ void QuillaneDaemon::removeOnWorker(uid_t uid, const Request& request)
         watcher->deleteLater();
         finish(uid);
     });
-    watcher->setFuture(QtConcurrent::run(
-        &m_workers, [paths = request.paths, caller, mountinfo](QPromise<std::string>& promise) {
-            for (const QByteArray& path : paths)
-                promise.addResult(removeTrashItem(path.toStdString(), caller, mountinfo));
-        }));
+    watcher->setFuture(QtConcurrent::run(&m_workers, [paths = request.paths, caller = *caller,
+                                                      mountinfo](QPromise<std::string>& promise) {
+        for (const QByteArray& path : paths)
+            promise.addResult(removeTrashItem(path.toStdString(), caller, mountinfo));
+    }));
 }
 
 void QuillaneDaemon::repairOnWorker(uid_t uid, const Request& request)
 {
-    const auto group = primaryGroupOf(uid);
-    if (!group) {
-        answer(request, QStringLiteral("user %1 is not in the password database").arg(uid));
-        finish(uid);
+    const auto caller = callerFor(uid, request);
+    if (!caller)
         return;
-    }
-    const Caller caller{uid, *group};
     const fs::path mountinfo = m_installation.mountinfo;
     auto* watcher = new QFutureWatcher<std::string>(this);
     connect(watcher, &QFutureWatcher<std::string>::finished, this, [this, watcher, uid] {
@@ -290,8 +293,9 @@ void QuillaneDaemon::repairOnWorker(uid_t uid, const Request& request)
         replyToRepair(m_queue.current(uid).call, QString::fromStdString(problem));
         finish(uid);
     });
-    watcher->setFuture(QtConcurrent::run(
-        &m_workers, [caller, mountinfo] { return daemon::repairHomeTrash(caller, mountinfo); }));
+    watcher->setFuture(QtConcurrent::run(&m_workers, [caller = *caller, mountinfo] {
+        return daemon::repairHomeTrash(caller, mountinfo);
+    }));
 }
 
 void QuillaneDaemon::finish(uid_t uid)

@@ -68,6 +68,8 @@ private:
     void enqueue(uid_t uid, Request request);
     // Serves the user's current request: polkit first, then the work.
     void serve(uid_t uid);
+    // The caller of a request, or nothing once the request is answered that it has none.
+    std::optional<Caller> callerFor(uid_t uid, const Request& request);
     void removeOnWorker(uid_t uid, const Request& request);
     void repairOnWorker(uid_t uid, const Request& request);
     void finish(uid_t uid);
