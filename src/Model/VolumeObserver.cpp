@@ -28,10 +28,6 @@ using namespace std::chrono_literals;
 namespace
 {
 
-constexpr auto publicationDelay = 500ms;
-// From the last item accounted for to the sound and the refresh.
-constexpr auto completionDelay = 500ms;
-
 // Mount points that are parts of a system rather than places for files.
 constexpr std::string_view systemVolumeNames[] = {"VM",         "Preboot",  "Update", "xarts",
                                                   "iSCPreboot", "Hardware", "mnt1"};
@@ -90,8 +86,9 @@ std::optional<std::vector<Volume>> scanVolumes(const Platform& platform,
 
 } // namespace
 
-VolumeObserver::VolumeObserver(const Platform& platform, EmptyingServices emptying, QObject* parent)
-    : QObject(parent), m_platform(platform), m_emptying(std::move(emptying))
+VolumeObserver::VolumeObserver(const Platform& platform, EmptyingServices emptying,
+                               ObserverPace pace, QObject* parent)
+    : QObject(parent), m_platform(platform), m_emptying(std::move(emptying)), m_pace(pace)
 {
     Console::writeLine("Hello from VolumeObserver");
     checkFDA();
@@ -166,20 +163,20 @@ void VolumeObserver::updateVolumes()
     const auto replaced = [latest = m_scanGeneration, generation] {
         return latest->load() != generation;
     };
-    m_platform.workQueue.async(
-        [self, platform = m_platform, unmounted = m_unmounted, showDropbox, replaced] {
-            auto volumes = scanVolumes(platform, unmounted, showDropbox, replaced);
-            if (!volumes)
-                return;
-            platform.mainQueue.postAfter(publicationDelay,
-                                         [self, replaced, volumes = std::move(*volumes)]() mutable {
-                                             if (!self || replaced())
-                                                 return;
-                                             self->setVolumes(std::move(volumes));
-                                             self->updateMonitors();
-                                             Q_EMIT self->listPublished();
-                                         });
-        });
+    m_platform.workQueue.async([self, platform = m_platform, unmounted = m_unmounted, showDropbox,
+                                replaced, delay = m_pace.publication] {
+        auto volumes = scanVolumes(platform, unmounted, showDropbox, replaced);
+        if (!volumes)
+            return;
+        platform.mainQueue.postAfter(delay,
+                                     [self, replaced, volumes = std::move(*volumes)]() mutable {
+                                         if (!self || replaced())
+                                             return;
+                                         self->setVolumes(std::move(volumes));
+                                         self->updateMonitors();
+                                         Q_EMIT self->listPublished();
+                                     });
+    });
 }
 
 std::vector<fs::path> VolumeObserver::mountedVolumes(const MountTable& mounts)
@@ -435,7 +432,8 @@ void VolumeObserver::handleProgress(const std::optional<fs::path>& url)
     if (m_itemsDeleted < *m_itemsToDelete)
         return;
     setProgress(1.0);
-    m_platform.mainQueue.postAfter(completionDelay, m_emptier, [this] { completeEmptying(); });
+    // From the last item accounted for to the sound and the refresh.
+    m_platform.mainQueue.postAfter(m_pace.completion, m_emptier, [this] { completeEmptying(); });
 }
 
 void VolumeObserver::completeEmptying()
