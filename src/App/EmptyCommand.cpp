@@ -10,8 +10,8 @@
 #include "Platform/Constant.h"
 #include "Platform/NotificationCenter.h"
 #include "Platform/UserDefaults.h"
+#include "Platform/linux/CommandSoundPlayer.h"
 #include "Platform/linux/LinuxPlatform.h"
-#include "Platform/multimedia/QtSoundPlayer.h"
 #include "Shell/Display.h"
 #include "Shell/HelperLink.h"
 #include "Shell/MainThreadStallMeter.h"
@@ -20,7 +20,6 @@
 #include <QDBusConnection>
 #include <QDBusInterface>
 #include <QDBusReply>
-#include <QTimer>
 #include <cstdio>
 #include <iostream>
 #include <memory>
@@ -33,8 +32,9 @@ namespace quillane
 namespace
 {
 
-// How long the completion sound plays.
-constexpr auto soundLength = std::chrono::milliseconds(900);
+// The completion sound plays for 0.9 s; a player that takes much longer than that does not hold
+// the exit up any further.
+constexpr auto soundBound = std::chrono::milliseconds(1500);
 
 enum ExitCode {
     Completed = 0,
@@ -129,7 +129,7 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
 
     int handedOver = 0;
     QString unreachable;
-    QtSoundPlayer sound;
+    CommandSoundPlayer sound(soundBound);
     EmptyingServices emptying;
     emptying.sound = &sound;
     emptying.findResource = [](const std::string& name) {
@@ -151,7 +151,8 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
     emptying.alert = [](const QString& message) {
         std::fprintf(stderr, "\n%s\n", qPrintable(message));
     };
-    VolumeObserver observer(platform, emptying);
+    // The command line shows the list and ends the emptying at once, without the panel's pauses.
+    VolumeObserver observer(platform, emptying, ObserverPace::immediate());
     QObject::connect(&helper.client(), &XPCClient::helperLeft, &observer,
                      &VolumeObserver::helperLeft);
 
@@ -202,8 +203,7 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
                 code = Refused;
             }
             // The sound has just started: let it finish before the program does.
-            QTimer::singleShot(soundLength, QCoreApplication::instance(),
-                               [code] { QCoreApplication::exit(code); });
+            sound.whenFinished([code] { QCoreApplication::exit(code); });
         });
 
     whenFirstListed(observer, [&] {
