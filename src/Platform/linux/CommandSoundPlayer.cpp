@@ -77,8 +77,12 @@ void CommandSoundPlayer::play(const fs::path& file, ErrorHandler onError)
                 }
                 ended();
             });
-    // Past the bound, the player is stopped; its end reports that.
-    QTimer::singleShot(m_bound, process, [process] { process->kill(); });
+    // Past the bound, the player is stopped.
+    QTimer::singleShot(m_bound, process, [this, process] {
+        report("the sound player did not end within " + std::to_string(m_bound.count()) +
+               " ms and was stopped");
+        process->kill();
+    });
     process->start(program, {QFile::decodeName(file.c_str())});
 }
 
