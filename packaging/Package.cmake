@@ -31,12 +31,14 @@ set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${CPACK_PACKAGE_CONTACT}")
 # The shared libraries the programs link (the Qt 6 libraries) come from dpkg-shlibdeps; what is
 # loaded at run time is named here: Qt's SVG plugins for the icons (in libqt6svg6 on Debian 12;
 # the X11 platform plugin comes with libqt6gui6), GStreamer's plugins for the sound (the AIFF
-# parser is in -bad), the system bus and polkit for the helper daemon.
+# parser is in -bad), the system bus and polkit for the helper daemon. The command line plays its
+# sound with the sound server's own player.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
     "libqt6svg6, gstreamer1.0-plugins-base, gstreamer1.0-plugins-good, \
 gstreamer1.0-plugins-bad, dbus, polkitd")
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "adwaita-icon-theme, qt6-wayland, packagekit")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
+    "adwaita-icon-theme, qt6-wayland, packagekit, pipewire-bin | pulseaudio-utils")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
     ${CMAKE_CURRENT_LIST_DIR}/deb/postinst ${CMAKE_CURRENT_LIST_DIR}/deb/prerm
     ${CMAKE_CURRENT_LIST_DIR}/deb/postrm)

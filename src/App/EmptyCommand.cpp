@@ -12,8 +12,8 @@
 #include "Platform/NotificationCenter.h"
 #include "Platform/TrashLocator.h"
 #include "Platform/UserDefaults.h"
+#include "Platform/linux/CommandSoundPlayer.h"
 #include "Platform/linux/LinuxPlatform.h"
-#include "Platform/multimedia/QtSoundPlayer.h"
 #include "Shell/Display.h"
 #include "Shell/HelperLink.h"
 #include "Shell/MainThreadStallMeter.h"
@@ -23,7 +23,6 @@
 #include <QDBusInterface>
 #include <QDBusReply>
 #include <QFile>
-#include <QTimer>
 #include <cstdio>
 #include <iostream>
 #include <memory>
@@ -37,8 +36,9 @@ namespace quillane
 namespace
 {
 
-// How long the completion sound plays.
-constexpr auto soundLength = std::chrono::milliseconds(900);
+// The completion sound plays for 0.9 s; a player that takes much longer than that does not hold
+// the exit up any further.
+constexpr auto soundBound = std::chrono::milliseconds(1500);
 
 enum ExitCode {
     Completed = 0,
@@ -155,7 +155,7 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
 
     int handedOver = 0;
     QString unreachable;
-    QtSoundPlayer sound;
+    CommandSoundPlayer sound(soundBound);
     EmptyingServices emptying;
     emptying.sound = &sound;
     emptying.findResource = [](const std::string& name) {
@@ -177,7 +177,8 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
     emptying.alert = [](const QString& message) {
         std::fprintf(stderr, "\n%s\n", qPrintable(message));
     };
-    VolumeObserver observer(platform, emptying);
+    // The command line shows the list and ends the emptying at once, without the panel's pauses.
+    VolumeObserver observer(platform, emptying, ObserverPace::immediate());
     QObject::connect(&helper.client(), &XPCClient::helperLeft, &observer,
                      &VolumeObserver::helperLeft);
 
@@ -228,8 +229,7 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
                 code = Refused;
             }
             // The sound has just started: let it finish before the program does.
-            QTimer::singleShot(soundLength, QCoreApplication::instance(),
-                               [code] { QCoreApplication::exit(code); });
+            sound.whenFinished([code] { QCoreApplication::exit(code); });
         });
 
     whenFirstListed(observer, [&] {

@@ -104,7 +104,7 @@ int runListCommand(bool json)
 {
     LinuxPlatform linux;
     const Platform platform = linux.platform();
-    VolumeObserver observer(platform);
+    VolumeObserver observer(platform, {}, ObserverPace::immediate());
 
     QFutureWatcher<std::vector<LocationReport>> reports;
     whenFirstListed(observer, [&] {

@@ -1,20 +1,16 @@
 #include "App/EmptyCommand.h"
 #include "App/LaunchArguments.h"
 #include "App/ListCommand.h"
-#include "App/RunningInstance.h"
-#include "App/ScreenshotCommand.h"
-#include "App/TrashApp.h"
 #include "Platform/BuildInfo.h"
 #include "Platform/Console.h"
-#include "Views/Pictures.h"
-#include "Views/Translations.h"
 
-#include <QApplication>
 #include <QCommandLineParser>
 #include <QCoreApplication>
-#include <QFileInfo>
 #include <cstdio>
 #include <cstring>
+#include <dlfcn.h>
+#include <filesystem>
+#include <string>
 
 namespace
 {
@@ -36,93 +32,34 @@ bool wantsCommandLine(int argc, char* argv[])
     return !quillane::isTrayLaunch(arguments);
 }
 
-bool wantsScreenshot(int argc, char* argv[])
+// The tray application and the screenshots are in a module of their own, loaded only to run
+// them: the commands start without the widget, graphics and multimedia libraries. It lies beside
+// the program in a build tree, and in the program's library folder once installed.
+int runWindows(int argc, char* argv[])
 {
-    return argc > 1 && std::strcmp(argv[1], "--screenshot") == 0;
-}
-
-void prepareWidgets(QApplication& app)
-{
-    QApplication::setApplicationDisplayName(QStringLiteral("Quillane"));
-    QGuiApplication::setDesktopFileName(QStringLiteral("com.velmoric.Quillane"));
-    // The tray application goes on with no window open; it ends through its quit command.
-    QApplication::setQuitOnLastWindowClosed(false);
-    (void)app;
-    quillane::installTranslations();
-    quillane::ensureIconTheme();
-}
-
-// Without a session bus, the bus library would start one of its own (dbus-launch) that outlives
-// the application for as long as the X server runs. A user's bus that is not announced is at
-// $XDG_RUNTIME_DIR/bus; with none, the application goes on without one and says so once.
-void useOnlyTheUsersSessionBus()
-{
-    if (!qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS"))
-        return;
-    const QByteArray runtime = qgetenv("XDG_RUNTIME_DIR");
-    if (!runtime.isEmpty() && QFileInfo::exists(QString::fromLocal8Bit(runtime + "/bus"))) {
-        qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + runtime + "/bus");
-        return;
+    namespace fs = std::filesystem;
+    std::error_code error;
+    const fs::path folder = fs::read_symlink("/proc/self/exe", error).parent_path();
+    const fs::path places[] = {folder / QUILLANE_WINDOWS_MODULE,
+                               folder / QUILLANE_WINDOWS_MODULE_FROM_BIN / QUILLANE_WINDOWS_MODULE};
+    for (const fs::path& module : places) {
+        if (!fs::exists(module, error))
+            continue;
+        void* handle = dlopen(module.c_str(), RTLD_NOW | RTLD_LOCAL);
+        const auto run =
+            handle ? reinterpret_cast<int (*)(int, char**)>(dlsym(handle, "quillaneWindowsMain"))
+                   : nullptr;
+        if (!run) {
+            std::fprintf(stderr, "quillane: the tray application cannot start: %s\n", dlerror());
+            return 1;
+        }
+        return run(argc, argv);
     }
-    qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
-    quillane::Console::writeLine("There is no session bus: Quillane runs without a tray icon of "
-                                 "its own and without desktop notifications.");
-}
-
-int runTrayApplication(int argc, char* argv[])
-{
-    if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") &&
-        qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
-        std::fputs("quillane: there is no desktop to show the tray application on (neither "
-                   "DISPLAY nor WAYLAND_DISPLAY is set).\nSee quillane --help for the commands "
-                   "that work without one.\n",
-                   stderr);
-        return 2;
-    }
-    quillane::Console::toStandardOutput();
-    useOnlyTheUsersSessionBus();
-    QApplication app(argc, argv);
-    nameApplication();
-    prepareWidgets(app);
-
-    quillane::RunningInstance instance;
-    switch (instance.askRunningToShow()) {
-    case quillane::RunningInstance::Answer::Shown:
-        std::fputs("Quillane is already running: its panel was brought forward.\n", stdout);
-        return 0;
-    case quillane::RunningInstance::Answer::NoAnswer:
-        std::fputs("Quillane is already running but did not answer; try again in a moment.\n",
-                   stderr);
-        return 1;
-    case quillane::RunningInstance::Answer::NoInstance:
-        break;
-    }
-    if (!instance.listen()) {
-        quillane::Console::writeLine("Instance Error: ", instance.error().toStdString());
-    }
-
-    quillane::TrashApp trash;
-    QObject::connect(&instance, &quillane::RunningInstance::showRequested, &trash,
-                     &quillane::TrashApp::showPanel);
-    trash.launch();
-    return QApplication::exec();
-}
-
-int runScreenshot(int argc, char* argv[])
-{
-    // Screenshots are drawn off screen, the same on every machine.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    nameApplication();
-    prepareWidgets(app);
-    const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.size() != 4) {
-        std::fprintf(stderr, "usage: quillane --screenshot VIEW FILE.png\nviews: %s\n",
-                     qPrintable(quillane::screenshotViews().join(QStringLiteral(", "))));
-        return 2;
-    }
-    return quillane::runScreenshotCommand(arguments[2], arguments[3]);
+    std::fprintf(stderr,
+                 "quillane: the tray application is not installed (%s is missing); the commands "
+                 "of quillane --help work without it\n",
+                 places[1].c_str());
+    return 1;
 }
 
 int runCommandLine(int argc, char* argv[])
@@ -184,9 +121,9 @@ int runCommandLine(int argc, char* argv[])
 
 int main(int argc, char* argv[])
 {
-    if (wantsScreenshot(argc, argv))
-        return runScreenshot(argc, argv);
+    if (argc > 1 && std::strcmp(argv[1], "--screenshot") == 0)
+        return runWindows(argc, argv);
     if (wantsCommandLine(argc, argv))
         return runCommandLine(argc, argv);
-    return runTrayApplication(argc, argv);
+    return runWindows(argc, argv);
 }

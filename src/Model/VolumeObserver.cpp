@@ -28,10 +28,6 @@ using namespace std::chrono_literals;
 namespace
 {
 
-constexpr auto publicationDelay = 500ms;
-// From the last item accounted for to the sound and the refresh.
-constexpr auto completionDelay = 500ms;
-
 // Mount points that are parts of a system rather than places for files.
 constexpr std::string_view systemVolumeNames[] = {"VM",         "Preboot",  "Update", "xarts",
                                                   "iSCPreboot", "Hardware", "mnt1"};
@@ -91,8 +87,9 @@ std::optional<std::vector<Volume>> scanVolumes(const Platform& platform,
 
 } // namespace
 
-VolumeObserver::VolumeObserver(const Platform& platform, EmptyingServices emptying, QObject* parent)
-    : QObject(parent), m_platform(platform), m_emptying(std::move(emptying))
+VolumeObserver::VolumeObserver(const Platform& platform, EmptyingServices emptying,
+                               ObserverPace pace, QObject* parent)
+    : QObject(parent), m_platform(platform), m_emptying(std::move(emptying)), m_pace(pace)
 {
     Console::writeLine("Hello from VolumeObserver");
     checkFDA();
@@ -159,28 +156,65 @@ void VolumeObserver::updateVolumes()
             self->setVolumes({});
     });
 
+    // The list is published once the newest request has waited its delay, from a scan begun
+    // after it. A burst of requests within the delay is one rebuild: the first one's scan, and
+    // one more when the burst is over if anything came after that scan began.
+    const std::uint64_t request = ++m_rebuildRequests;
+    m_rebuildDue = false;
+    m_platform.mainQueue.postAfter(m_pace.publication, [self, request] {
+        if (!self || request != self->m_rebuildRequests)
+            return;
+        self->m_rebuildDue = true;
+        self->publishIfReady();
+    });
+    if (m_scanning || m_scanned || m_rescanNeeded) {
+        ++*m_scanGeneration; // what it finds or found is out of date; a running scan stops
+        m_scanned.reset();
+        m_rescanNeeded = true;
+        return;
+    }
+    startScan();
+}
+
+void VolumeObserver::startScan()
+{
     // What the scan needs from the main thread is read here and handed over as copies.
     m_platform.defaults.synchronize();
     const bool showDropbox = m_platform.defaults.boolValue(Constant::showDropboxKey);
-    // Only the newest rebuild's scan runs to its end and publishes.
     const std::uint64_t generation = ++*m_scanGeneration;
     const auto replaced = [latest = m_scanGeneration, generation] {
         return latest->load() != generation;
     };
+    m_scanning = true;
+    m_rescanNeeded = false;
+    QPointer<VolumeObserver> self(this);
     m_platform.workQueue.async(
         [self, platform = m_platform, unmounted = m_unmounted, showDropbox, replaced] {
             auto volumes = scanVolumes(platform, unmounted, showDropbox, replaced);
-            if (!volumes)
-                return;
-            platform.mainQueue.postAfter(publicationDelay,
-                                         [self, replaced, volumes = std::move(*volumes)]() mutable {
-                                             if (!self || replaced())
-                                                 return;
-                                             self->setVolumes(std::move(volumes));
-                                             self->updateMonitors();
-                                             Q_EMIT self->listPublished();
-                                         });
+            platform.mainQueue.post([self, replaced, volumes = std::move(volumes)]() mutable {
+                if (!self)
+                    return;
+                self->m_scanning = false;
+                if (volumes && !replaced())
+                    self->m_scanned = std::move(volumes);
+                self->publishIfReady();
+            });
         });
+}
+
+void VolumeObserver::publishIfReady()
+{
+    if (!m_rebuildDue || m_scanning)
+        return;
+    if (!m_scanned) {
+        if (m_rescanNeeded)
+            startScan();
+        return;
+    }
+    setVolumes(std::move(*m_scanned));
+    m_scanned.reset();
+    updateMonitors();
+    Q_EMIT listPublished();
 }
 
 std::vector<fs::path> VolumeObserver::mountedVolumes(const MountTable& mounts)
@@ -454,7 +488,8 @@ void VolumeObserver::handleProgress(const std::optional<fs::path>& url)
     if (m_itemsDeleted < *m_itemsToDelete)
         return;
     setProgress(1.0);
-    m_platform.mainQueue.postAfter(completionDelay, m_emptier, [this] { completeEmptying(); });
+    // From the last item accounted for to the sound and the refresh.
+    m_platform.mainQueue.postAfter(m_pace.completion, m_emptier, [this] { completeEmptying(); });
 }
 
 void VolumeObserver::completeEmptying()

@@ -35,6 +35,19 @@ struct EmptyingServices {
     std::function<std::optional<std::filesystem::path>(const std::string&)> findResource;
 };
 
+// How long the observer lets what it found settle before it shows it: the panel waits half a
+// second after a scan before it publishes the list, and after an emptying's last item before
+// its completion step; the command line shows both at once.
+struct ObserverPace {
+    std::chrono::milliseconds publication{500};
+    std::chrono::milliseconds completion{500};
+
+    static constexpr ObserverPace immediate()
+    {
+        return {std::chrono::milliseconds(0), std::chrono::milliseconds(0)};
+    }
+};
+
 // How one emptying ended, told once per emptying.
 struct EmptyingResult {
     enum class Ending {
@@ -59,8 +72,10 @@ struct EmptyingResult {
 // and unmount, on every change of a watched folder and after an emptying.
 //
 // A rebuild clears the published list at once, scans on the work queue, and publishes the new
-// list 0.5 s after the scan, on the main thread; then it rebuilds the folder monitors. A newer
-// rebuild replaces an older one: the older scan stops, and its list is not published. Every
+// list on the main thread once 0.5 s (the pace's publication delay) have passed since it was
+// asked for; then it rebuilds the folder monitors. Rebuilds asked for within that delay of
+// each other are one: the list is published 0.5 s after the last, from a scan begun after it;
+// a scan that a newer request made out of date stops, and its list is not published. Every
 // published field is assigned on the main thread only.
 class VolumeObserver : public QObject
 {
@@ -76,7 +91,7 @@ class VolumeObserver : public QObject
 
 public:
     explicit VolumeObserver(const Platform& platform, EmptyingServices emptying = {},
-                            QObject* parent = nullptr);
+                            ObserverPace pace = {}, QObject* parent = nullptr);
     ~VolumeObserver() override;
 
     const std::vector<Volume>& volumes() const { return m_volumes; }
@@ -132,6 +147,8 @@ Q_SIGNALS:
 private:
     void checkFDA();
     void rebuildForChange();
+    void startScan();
+    void publishIfReady();
     void setVolumes(std::vector<Volume> volumes);
     void watchForHomeTrash();
     void setProgress(double progress);
@@ -157,7 +174,16 @@ private:
     // The number of the newest rebuild; its scan reads it to know it has been replaced.
     std::shared_ptr<std::atomic<std::uint64_t>> m_scanGeneration =
         std::make_shared<std::atomic<std::uint64_t>>(0);
+    // The rebuild under way: the number of its newest request, whether that request's delay is
+    // over, whether a scan runs, what the last scan found while it is still up to date, and
+    // whether a request came after it began.
+    std::uint64_t m_rebuildRequests = 0;
+    bool m_rebuildDue = false;
+    bool m_scanning = false;
+    std::optional<std::vector<Volume>> m_scanned;
+    bool m_rescanNeeded = false;
     EmptyingServices m_emptying;
+    ObserverPace m_pace;
     // The emptying under way, the context of all its queued steps; null when none is.
     TrashEmptier* m_emptier = nullptr;
     EmptyingResult m_result; // of the emptying under way, as far as it is known

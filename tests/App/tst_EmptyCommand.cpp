@@ -1,6 +1,7 @@
 #include "DaemonTestSupport.h"
 #include "TestSupport.h"
 
+#include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -10,6 +11,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
+#include <csignal>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -395,13 +397,26 @@ private Q_SLOTS:
             QVERIFY(test::run(QStringLiteral("umount"),
                               {QStringLiteral("-l"), QString::fromStdString(stick.native())}));
         } else if (onAVolume) {
-            QTRY_VERIFY_WITH_TIMEOUT(itemsLeft() < many, 20000);
-            // The remount takes once no write is under way.
-            QTRY_VERIFY_WITH_TIMEOUT(
-                QProcess::execute(QStringLiteral("mount"),
-                                  {QStringLiteral("-o"), QStringLiteral("remount,ro"),
-                                   QString::fromStdString(stick.native())}) == 0,
-                20000);
+            // Held still as soon as its first items are gone, so that the remount lands midway
+            // however fast the removal goes. The remount takes only once no write is under way,
+            // so between tries the process is let go on for a moment.
+            QDeadlineTimer deadline(20000);
+            while (itemsLeft() == many && !deadline.hasExpired()) {
+            }
+            const auto pid = static_cast<pid_t>(first.processId());
+            bool remounted = false;
+            for (int attempt = 0; attempt < 400 && !remounted; ++attempt) {
+                ::kill(pid, SIGSTOP);
+                if (attempt == 0)
+                    QVERIFY(itemsLeft() < many);
+                remounted = QProcess::execute(QStringLiteral("mount"),
+                                              {QStringLiteral("-o"), QStringLiteral("remount,ro"),
+                                               QString::fromStdString(stick.native())}) == 0;
+                ::kill(pid, SIGCONT);
+                if (!remounted)
+                    QThread::msleep(2);
+            }
+            QVERIFY(remounted);
         }
         QVERIFY(first.waitForFinished(30000));
         const QByteArray errors = first.readAllStandardError();

@@ -36,6 +36,37 @@ class TestListCommand : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // The commands run without the widget, graphics, multimedia and network libraries: the
+    // program that runs them does not load them (the tray application is a module of its own).
+    void commandsLoadNoGuiLibrary_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::newRow("list") << QStringList{QStringLiteral("list")};
+        QTest::newRow("list --json")
+            << QStringList{QStringLiteral("list"), QStringLiteral("--json")};
+        QTest::newRow("empty") << QStringList{QStringLiteral("empty"), QStringLiteral("/nowhere"),
+                                              QStringLiteral("--yes")};
+        QTest::newRow("help") << QStringList{QStringLiteral("--help")};
+    }
+    void commandsLoadNoGuiLibrary()
+    {
+        QFETCH(QStringList, arguments);
+        QTemporaryDir home;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("HOME"), home.path());
+        environment.remove(QStringLiteral("XDG_DATA_HOME"));
+        environment.insert(QStringLiteral("LD_DEBUG"), QStringLiteral("libs"));
+        QProcess process;
+        process.setProcessEnvironment(environment);
+        process.start(QStringLiteral(QUILLANE_EXECUTABLE), arguments);
+        QVERIFY(process.waitForFinished(60000));
+        const QString loaded = QString::fromLocal8Bit(process.readAllStandardError());
+        QVERIFY2(loaded.contains(QStringLiteral("libQt6Core.so")), qPrintable(loaded.left(2000)));
+        for (const char* library : {"libQt6Widgets.so", "libQt6Gui.so", "libQt6Multimedia.so",
+                                    "libQt6Svg.so", "libQt6Network.so", "quillane-windows.so"})
+            QVERIFY2(!loaded.contains(QLatin1String(library)), library);
+    }
+
     void jsonHasOneObjectPerLocation()
     {
         const std::vector<LocationReport> reports = {

@@ -56,6 +56,22 @@ private:
     const VolumeNames& m_names;
 };
 
+// The mount table, counting its reads: each scan reads it once.
+class CountedMounts final : public MountTable
+{
+public:
+    explicit CountedMounts(const MountTable& real) : m_real(real) {}
+    std::optional<std::vector<MountEntry>> mounts() const override
+    {
+        ++reads;
+        return m_real.mounts();
+    }
+    mutable int reads = 0;
+
+private:
+    const MountTable& m_real;
+};
+
 } // namespace
 
 class TestVolumeObserver : public QObject
@@ -454,6 +470,77 @@ private Q_SLOTS:
         model.settle();
         QCOMPARE(published.count(), 1);
         QCOMPARE(model.listedPaths(), std::vector<fs::path>{"/"});
+    }
+
+    // Rebuilds asked for within half a second of each other are one: a single publication,
+    // half a second after the last request, showing what the last one came for, from at most
+    // two scans (the first request's, and one begun after the last).
+    void burstOfRebuildsIsOne_data()
+    {
+        QTest::addColumn<int>("requests");
+        QTest::addColumn<int>("spacing"); // milliseconds from one request to the next
+        QTest::addColumn<int>("scans");
+        QTest::newRow("one") << 1 << 0 << 1;
+        QTest::newRow("twenty at once") << 20 << 0 << 2;
+        QTest::newRow("ten, 100 ms apart") << 10 << 100 << 2;
+        QTest::newRow("five, 499 ms apart") << 5 << 499 << 2;
+    }
+    void burstOfRebuildsIsOne()
+    {
+        QFETCH(int, requests);
+        QFETCH(int, spacing);
+        QFETCH(int, scans);
+        test::ModelHarness model;
+        model.setMounts({{"/", "ext4", "rw"}, {"/media/usb", "ext4", "rw"}});
+        model.makeHomeTrash();
+        CountedMounts mounts(model.mounts);
+        Platform platform = model.platform();
+        Platform counted{platform.mainQueue,
+                         platform.workQueue,
+                         platform.removalQueue,
+                         platform.trash,
+                         mounts,
+                         platform.mountWatcher,
+                         platform.folderWatcher,
+                         platform.defaults,
+                         platform.volumeNames,
+                         platform.home};
+        VolumeObserver observer(counted);
+        const auto listed = [&] {
+            std::vector<fs::path> paths;
+            for (const Volume& volume : observer.volumes())
+                paths.push_back(volume.volPath().value_or(fs::path()));
+            return paths;
+        };
+        model.settle();
+        QCOMPARE(listed(), (std::vector<fs::path>{"/", "/media/usb"}));
+        QSignalSpy published(&observer, &VolumeObserver::listPublished);
+        mounts.reads = 0;
+
+        // The last request is the unmount: the list published has to show it.
+        for (int request = 1; request <= requests; ++request) {
+            if (request < requests)
+                observer.updateVolumes();
+            else
+                Q_EMIT model.mountWatcher.unmounted("/media/usb");
+            model.scheduler.advance(std::chrono::milliseconds(request < requests ? spacing : 0));
+            QVERIFY(observer.volumes().empty());
+        }
+        model.scheduler.advance(499ms);
+        QCOMPARE(published.count(), 0);
+        QVERIFY(observer.volumes().empty());
+        model.scheduler.advance(1ms);
+        QCOMPARE(published.count(), 1);
+        QCOMPARE(listed(), std::vector<fs::path>{"/"});
+        QCOMPARE(mounts.reads, scans);
+        QCOMPARE(observer.monitorEvents().size(), std::size_t(1));
+
+        // The next request after the burst is a rebuild of its own.
+        published.clear();
+        observer.updateVolumes();
+        model.settle();
+        QCOMPARE(published.count(), 1);
+        QCOMPARE(mounts.reads, scans + 1);
     }
 
     void volumeGainingATrashIsWatchedAgain()

@@ -1,4 +1,5 @@
 #include "Platform/BundleInfo.h"
+#include "Platform/linux/CommandSoundPlayer.h"
 #include "Platform/multimedia/QtSoundPlayer.h"
 
 #include <QAudioDevice>
@@ -169,6 +170,59 @@ private Q_SLOTS:
                 (void)QTest::qWaitFor([&] { return !errors.texts.empty(); }, 1500);
         }
         QVERIFY(!errors.insidePlay);
+    }
+
+    // The command line's player runs the sound server's player on the file and tells when it
+    // ended, whatever became of it: played, failed, not installed, or stopped at the bound.
+    void commandPlayerEnds_data()
+    {
+        QTest::addColumn<QString>("script"); // null: no player is installed
+        QTest::addColumn<QString>("error");  // what it reports; empty: nothing
+        QTest::newRow("plays") << QStringLiteral("exit 0") << QString();
+        QTest::newRow("fails") << QStringLiteral("echo 'no server to play on'; exit 1")
+                               << QStringLiteral("no server to play on");
+        QTest::newRow("hangs") << QStringLiteral("exec sleep 60")
+                               << QStringLiteral("did not end within 300 ms and was stopped");
+        QTest::newRow("not installed")
+            << QString() << QStringLiteral("no sound player is installed (quillane-test-player)");
+    }
+    void commandPlayerEnds()
+    {
+        QFETCH(QString, script);
+        QFETCH(QString, error);
+        const fs::path folder = m_scratch.filePath(QStringLiteral("player")).toStdString();
+        const fs::path player = folder / "quillane-test-player";
+        const fs::path played = folder / "played";
+        fs::remove_all(folder);
+        fs::create_directories(folder);
+        if (!script.isNull()) {
+            std::ofstream(player) << "#!/bin/sh\nprintf '%s' \"$1\" > '" << played.native() << "'\n"
+                                  << script.toStdString() << "\n";
+            fs::permissions(player, fs::perms::owner_all);
+        }
+        // The first player that is installed plays; none is on the path by this name.
+        CommandSoundPlayer sound(
+            std::chrono::milliseconds(300),
+            script.isNull() ? std::vector<std::string>{"quillane-test-player"}
+                            : std::vector<std::string>{"quillane-test-player", player.native()});
+        Errors errors;
+        int finished = 0;
+        errors.play(sound, m_sound);
+        sound.whenFinished([&] { ++finished; });
+        QTRY_COMPARE_WITH_TIMEOUT(finished, 1, 10000);
+        QVERIFY(!errors.insidePlay);
+        if (error.isEmpty())
+            QCOMPARE(errors.texts, std::vector<std::string>{});
+        else
+            QVERIFY2(errors.texts.size() == 1 &&
+                         QString::fromStdString(errors.texts.front()).contains(error),
+                     errors.texts.empty() ? "nothing" : errors.texts.front().c_str());
+        if (!script.isNull()) {
+            std::ifstream in(played);
+            QCOMPARE(std::string(std::istreambuf_iterator<char>(in), {}), m_sound.native());
+        }
+        QTest::qWait(50);
+        QCOMPARE(finished, 1);
     }
 };
 
