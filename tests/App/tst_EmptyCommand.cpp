@@ -393,9 +393,19 @@ private Q_SLOTS:
             QTRY_VERIFY_WITH_TIMEOUT(itemsLeft() < many, 20000);
             first.kill();
         } else if (fault == QStringLiteral("unplugged")) {
-            QTRY_VERIFY_WITH_TIMEOUT(itemsLeft() < many, 20000);
-            QVERIFY(test::run(QStringLiteral("umount"),
-                              {QStringLiteral("-l"), QString::fromStdString(stick.native())}));
+            // Held still once its first items are gone, so that the stick goes midway however
+            // fast the removal is.
+            QDeadlineTimer deadline(20000);
+            while (itemsLeft() == many && !deadline.hasExpired()) {
+            }
+            const auto pid = static_cast<pid_t>(first.processId());
+            ::kill(pid, SIGSTOP);
+            QVERIFY(itemsLeft() < many);
+            const bool unplugged =
+                test::run(QStringLiteral("umount"),
+                          {QStringLiteral("-l"), QString::fromStdString(stick.native())});
+            ::kill(pid, SIGCONT);
+            QVERIFY(unplugged);
         } else if (onAVolume) {
             // Held still as soon as its first items are gone, so that the remount lands midway
             // however fast the removal goes. The remount takes only once no write is under way,
