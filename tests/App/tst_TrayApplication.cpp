@@ -17,6 +17,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QtConcurrent>
+#include <filesystem>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -129,6 +130,42 @@ private Q_SLOTS:
 
     // A session restore and Qt's own arguments start the tray application; anything else is a
     // command for the command line.
+    // Without a session bus the application goes on without one and says so once; it starts
+    // no bus of its own, which would outlive it.
+    void runsWithoutASessionBus()
+    {
+        QTemporaryDir home;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
+        environment.remove(QStringLiteral("DISPLAY"));
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        environment.insert(QStringLiteral("HOME"), home.path());
+        environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), home.path());
+        environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home.path() + QStringLiteral("/c"));
+        environment.remove(QStringLiteral("XDG_DATA_HOME"));
+        QProcess app;
+        app.setProcessEnvironment(environment);
+        app.start(QStringLiteral(QUILLANE_EXECUTABLE), QStringList());
+        QByteArray output;
+        QTRY_VERIFY_WITH_TIMEOUT((output += app.readAllStandardOutput()).contains("session bus"),
+                                 20000);
+        QTest::qWait(500);
+        output += app.readAllStandardOutput();
+        app.terminate();
+        QVERIFY(app.waitForFinished(10000));
+        QCOMPARE(output.count("There is no session bus"), 1);
+
+        // Anything started on its behalf would carry its home in its environment.
+        const QByteArray mark = "HOME=" + QFile::encodeName(home.path()) + '\0';
+        QStringList left;
+        for (const auto& process : std::filesystem::directory_iterator("/proc")) {
+            QFile variables(QString::fromStdString((process.path() / "environ").native()));
+            if (variables.open(QIODevice::ReadOnly) && variables.readAll().contains(mark))
+                left << QString::fromStdString(process.path().filename().native());
+        }
+        QVERIFY2(left.isEmpty(), qPrintable(left.join(u' ')));
+    }
+
     void launchArguments_data()
     {
         QTest::addColumn<QStringList>("arguments");
