@@ -24,8 +24,8 @@ struct TrashAccessProblem {
 };
 
 // Looks at `<trash>`, `<trash>/files` and `<trash>/info` (trashFiles is `<trash>/files`) without
-// following links, and then reads the first entry of trashFiles. None when the user may list it, or when the trash
-// does not exist yet.
+// following links, and then reads the first entry of trashFiles. None when the user may list it, or
+// when the trash does not exist yet.
 std::optional<TrashAccessProblem> findTrashAccessProblem(const std::filesystem::path& trashFiles,
                                                          uid_t user);
 
