@@ -1,8 +1,12 @@
 #include "BenchSupport.h"
 
+#include "TrashTree.h"
+
 #include <csignal>
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
+#include <exception>
 
 namespace quillane::bench
 {
@@ -85,6 +89,20 @@ std::vector<std::string_view> splitList(std::string_view text)
         if (comma == std::string_view::npos)
             return items;
         text.remove_prefix(comma + 1);
+    }
+}
+
+int runReporting(const char* name, const std::function<int()>& benchmark)
+{
+    catchSignals();
+    try {
+        return benchmark();
+    } catch (const Interrupted&) {
+        std::fprintf(stderr, "%s: interrupted\n", name);
+        return 128 + interruptingSignal();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s: %s\n", name, error.what());
+        return 1;
     }
 }
 

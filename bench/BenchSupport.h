@@ -20,6 +20,9 @@ void catchSignals();
 bool interrupted();
 // The signal that interrupted the benchmark, 0 when none did.
 int interruptingSignal();
+// Runs a benchmark with the signals caught: its exit status, 128 plus the signal when one
+// interrupted it, or 1 with the error under the benchmark's name.
+int runReporting(const char* name, const std::function<int()>& benchmark);
 
 template <class T> std::optional<T> parseNumber(std::string_view text)
 {

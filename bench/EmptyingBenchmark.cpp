@@ -614,14 +614,5 @@ int main(int argc, char** argv)
         printUsage(stderr);
         return 2;
     }
-    catchSignals();
-    try {
-        return run(*options);
-    } catch (const Interrupted&) {
-        std::fprintf(stderr, "quillane-bench-empty: interrupted\n");
-        return 128 + quillane::bench::interruptingSignal();
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "quillane-bench-empty: %s\n", error.what());
-        return 1;
-    }
+    return quillane::bench::runReporting("quillane-bench-empty", [&] { return run(*options); });
 }

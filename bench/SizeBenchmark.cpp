@@ -383,14 +383,5 @@ int main(int argc, char** argv)
         printUsage(stderr);
         return 2;
     }
-    catchSignals();
-    try {
-        return run(*options);
-    } catch (const quillane::bench::Interrupted&) {
-        std::fprintf(stderr, "quillane-bench-size: interrupted\n");
-        return 128 + quillane::bench::interruptingSignal();
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "quillane-bench-size: %s\n", error.what());
-        return 1;
-    }
+    return quillane::bench::runReporting("quillane-bench-size", [&] { return run(*options); });
 }
