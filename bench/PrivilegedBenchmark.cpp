@@ -139,26 +139,6 @@ int runClient(int argc, char** argv, const QString& list)
     return status;
 }
 
-// In this mount namespace, a copy of the password database gives the test user its home.
-bool giveHome(const test::TestUser& user, const fs::path& scratch)
-{
-    QFile passwd(QStringLiteral("/etc/passwd"));
-    if (!passwd.open(QIODevice::ReadOnly))
-        return false;
-    QByteArrayList lines = passwd.readAll().split('\n');
-    for (QByteArray& line : lines) {
-        QByteArrayList fields = line.split(':');
-        if (fields.size() == 7 && fields[0] == user.name().toUtf8()) {
-            fields[5] = user.home().toUtf8();
-            line = fields.join(':');
-        }
-    }
-    const fs::path copy = scratch / "passwd";
-    test::writeFile(copy, lines.join('\n').toStdString());
-    chmod(copy.c_str(), 0644);
-    return mount(copy.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) == 0;
-}
-
 // N items owned by root, each with its record, in the user's home trash; their paths as a
 // list the client reads.
 fs::path makeTrash(const test::TestUser& user, const fs::path& scratch, std::uint64_t items)
@@ -233,7 +213,7 @@ int main(int argc, char** argv)
     chmod(scratch.c_str(), 0755);
     test::SystemBus bus;
     test::TestUser user(QString::fromStdString((scratch / "home").native()));
-    if (!bus.isUp() || !user.isValid() || !giveHome(user, scratch)) {
+    if (!bus.isUp() || !user.isValid() || !user.listHome(scratch)) {
         std::fputs("quillane-bench-privileged: cannot set up the bus and the test user\n", stderr);
         return 1;
     }

@@ -69,7 +69,7 @@ private Q_SLOTS:
             std::make_unique<test::TestUser>(QString::fromStdString((m_root / "home").native()));
         QVERIFY(m_user->isValid());
         m_home = m_user->home().toStdString();
-        QVERIFY(giveTheUserItsHome());
+        QVERIFY(m_user->listHome(m_root)); // where the daemon looks for it
         m_volume = "/mnt/daemon volume";
         QVERIFY(test::mountExt4(m_root / "volume.img", m_volume));
         m_stage = m_root / "stage";
@@ -594,27 +594,6 @@ private Q_SLOTS:
 private:
     fs::path homeTrash() const { return m_home / ".local" / "share" / "Trash"; }
     fs::path volumeTrash() const { return m_volume / (".Trash-" + std::to_string(m_user->uid())); }
-
-    // The daemon finds a caller's home in the password database: in this test's private
-    // mount namespace, a copy of it gives the test user its home folder here.
-    bool giveTheUserItsHome()
-    {
-        QFile passwd(QStringLiteral("/etc/passwd"));
-        if (!passwd.open(QIODevice::ReadOnly))
-            return false;
-        QByteArrayList lines = passwd.readAll().split('\n');
-        for (QByteArray& line : lines) {
-            QByteArrayList fields = line.split(':');
-            if (fields.size() == 7 && fields[0] == m_user->name().toUtf8()) {
-                fields[5] = QByteArray::fromStdString(m_home.native());
-                line = fields.join(':');
-            }
-        }
-        const fs::path copy = m_root / "passwd";
-        test::writeFile(copy, lines.join('\n').toStdString());
-        chmod(copy.c_str(), 0644);
-        return mount(copy.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) == 0;
-    }
 
     void stageInstallation()
     {

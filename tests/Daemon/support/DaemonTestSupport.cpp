@@ -13,6 +13,7 @@
 #include <pwd.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace quillane::test
@@ -242,6 +243,25 @@ TestUser::TestUser(const QString& home, const QString& name) : m_name(name), m_h
     if (isValid() && (!QDir().mkpath(m_home) ||
                       ::chown(QFile::encodeName(m_home).constData(), m_uid, m_gid) != 0))
         m_uid = 0;
+}
+
+bool TestUser::listHome(const std::filesystem::path& scratch) const
+{
+    QFile passwd(QStringLiteral("/etc/passwd"));
+    if (!passwd.open(QIODevice::ReadOnly))
+        return false;
+    QByteArrayList lines = passwd.readAll().split('\n');
+    for (QByteArray& line : lines) {
+        QByteArrayList fields = line.split(':');
+        if (fields.size() == 7 && fields[0] == m_name.toUtf8()) {
+            fields[5] = QFile::encodeName(m_home);
+            line = fields.join(':');
+        }
+    }
+    const std::filesystem::path copy = scratch / "passwd";
+    writeFile(copy, lines.join('\n').toStdString());
+    chmod(copy.c_str(), 0644);
+    return mount(copy.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) == 0;
 }
 
 void TestUser::start(QProcess& process, const QString& program, const QStringList& arguments) const

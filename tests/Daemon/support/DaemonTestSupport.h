@@ -6,6 +6,7 @@
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
+#include <filesystem>
 #include <sys/types.h>
 
 // What the daemon's end-to-end tests stand on: a private system bus, the real polkitd on it
@@ -119,6 +120,9 @@ public:
     QString home() const { return m_home; }
     // Starts the program as this user (setpriv) with the test's environment and HOME.
     void start(QProcess& process, const QString& program, const QStringList& arguments) const;
+    // Gives the user its home in the password database, where the daemon looks: a copy of
+    // it, made in `scratch`, is bound over the real one in this mount namespace only.
+    bool listHome(const std::filesystem::path& scratch) const;
 
 private:
     QString m_name;
