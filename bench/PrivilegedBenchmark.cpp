@@ -30,7 +30,6 @@
 #include <ctime>
 #include <filesystem>
 #include <optional>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>

@@ -1,5 +1,6 @@
 #include "DirHandle.h"
 #include "Platform/FileSystem.h"
+#include "Platform/SafeRemoval.h"
 #include "Platform/TrashItems.h"
 
 #include <algorithm>
@@ -43,28 +44,6 @@ bool marksSkipped(std::string_view name)
     return name.find(dsStore) != std::string_view::npos;
 }
 
-struct Fd {
-    int fd = -1;
-    Fd() = default;
-    explicit Fd(int descriptor) : fd(descriptor) {}
-    Fd(Fd&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
-    Fd& operator=(Fd&& other) noexcept
-    {
-        if (this != &other) {
-            reset();
-            fd = std::exchange(other.fd, -1);
-        }
-        return *this;
-    }
-    ~Fd() { reset(); }
-    void reset()
-    {
-        if (fd >= 0)
-            ::close(std::exchange(fd, -1));
-    }
-    explicit operator bool() const { return fd >= 0; }
-};
-
 struct Identity {
     dev_t device = 0;
     ino_t inode = 0;
@@ -88,7 +67,7 @@ struct Level {
     std::string name; // relative to the level above; the whole path for the first
     Identity identity;
     bool skipped = false; // its path holds ".DS_Store"
-    Fd fd;
+    UniqueFd fd;
     std::vector<std::string> folders;
     std::size_t next = 0;
 };
@@ -104,13 +83,13 @@ public:
     const std::string& error() const { return m_error; }
 
     // Sizes the folder open at `fd` and everything below it.
-    bool walk(Fd fd, const std::string& path, bool skipped)
+    bool walk(UniqueFd fd, const std::string& path, bool skipped)
     {
         Level top;
         top.name = path;
         top.skipped = skipped;
         top.fd = std::move(fd);
-        if (const int error = identify(top.fd.fd, "", AT_EMPTY_PATH, top.identity))
+        if (const int error = identify(top.fd.get(), "", AT_EMPTY_PATH, top.identity))
             return fail(path, error);
         m_levels.clear();
         m_levels.push_back(std::move(top));
@@ -131,7 +110,7 @@ public:
     }
 
     // Counts the files directly in the folder open at `fd` and gives the names of its folders.
-    bool list(Fd fd, const std::string& path, std::vector<std::string>& folders)
+    bool list(UniqueFd fd, const std::string& path, std::vector<std::string>& folders)
     {
         Level level;
         level.name = path;
@@ -156,14 +135,14 @@ private:
     bool enter(const std::string& name)
     {
         Level& parent = m_levels.back();
-        Fd child(openat(parent.fd.fd, name.c_str(), folderFlags));
+        UniqueFd child = UniqueFd::adopt(openat(parent.fd.get(), name.c_str(), folderFlags));
         if (!child)
             return fail(pathOf(name), errno);
         Level level;
         level.name = name;
         level.skipped = parent.skipped || marksSkipped(name);
         level.fd = std::move(child);
-        if (const int error = identify(level.fd.fd, "", AT_EMPTY_PATH, level.identity))
+        if (const int error = identify(level.fd.get(), "", AT_EMPTY_PATH, level.identity))
             return fail(pathOf(name), error);
         if (level.identity.device != m_device)
             return true; // another filesystem mounted inside the trash: not ours to count
@@ -182,11 +161,11 @@ private:
         // The folder above was closed to keep the count of descriptors down: reopen it through
         // "..", and make sure it is still the one that was left.
         Level& parent = m_levels.back();
-        Fd reopened(openat(done.fd.fd, "..", folderFlags));
+        UniqueFd reopened = UniqueFd::adopt(openat(done.fd.get(), "..", folderFlags));
         Identity identity;
         if (!reopened)
             return fail(pathOf({}), errno);
-        if (const int error = identify(reopened.fd, "", AT_EMPTY_PATH, identity))
+        if (const int error = identify(reopened.get(), "", AT_EMPTY_PATH, identity))
             return fail(pathOf({}), error);
         if (!(identity == parent.identity))
             return fail(pathOf({}), ENOENT); // moved away while it was walked
@@ -200,7 +179,7 @@ private:
         if (!m_buffer)
             m_buffer = std::make_unique<char[]>(listingBuffer);
         for (;;) {
-            const long got = syscall(SYS_getdents64, level.fd.fd, m_buffer.get(), listingBuffer);
+            const long got = syscall(SYS_getdents64, level.fd.get(), m_buffer.get(), listingBuffer);
             if (got < 0)
                 return fail(pathOf({}), errno);
             if (got == 0)
@@ -229,7 +208,7 @@ private:
             return true;
         struct statx info {
         };
-        if (statx(level.fd.fd, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT,
+        if (statx(level.fd.get(), name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT,
                   STATX_TYPE | STATX_BLOCKS, &info) != 0)
             return fail(pathOf(name), errno);
         if (S_ISDIR(info.stx_mode))
@@ -266,14 +245,15 @@ private:
 
 // Opens a folder below the top by its relative path, one name at a time, following no link.
 // Invalid, with errno set, when that fails.
-Fd openBelow(int topFd, const std::string& relative)
+UniqueFd openBelow(int topFd, const std::string& relative)
 {
-    Fd current;
+    UniqueFd current;
     std::size_t start = 0;
     while (start <= relative.size()) {
         const std::size_t end = std::min(relative.find('/', start), relative.size());
         const std::string name = relative.substr(start, end - start);
-        Fd next(openat(current ? current.fd : topFd, name.c_str(), folderFlags));
+        UniqueFd next =
+            UniqueFd::adopt(openat(current ? current.get() : topFd, name.c_str(), folderFlags));
         if (!next)
             return next;
         current = std::move(next);
@@ -313,10 +293,10 @@ Result<std::vector<std::uint64_t>> sizesOfFolders(int topFd, const fs::path& top
         static_cast<std::size_t>(std::max(2U, std::thread::hardware_concurrency()));
 
     // Opens a share, or tells that it is on another filesystem (not ours to count).
-    const auto open = [&](const Share& share, Fd& fd) {
+    const auto open = [&](const Share& share, UniqueFd& fd) {
         fd = openBelow(topFd, share.path);
         int error = fd ? 0 : errno;
-        const bool ours = fd && onDevice(fd.fd, device, error);
+        const bool ours = fd && onDevice(fd.get(), device, error);
         return error != 0 ? error : ours ? 0 : EXDEV;
     };
     if (shares.size() < workers) {
@@ -324,7 +304,7 @@ Result<std::vector<std::uint64_t>> sizesOfFolders(int topFd, const fs::path& top
         std::vector<Share> deeper;
         for (const Share& share : shares) {
             const std::string path = (top / share.path).native();
-            Fd fd;
+            UniqueFd fd;
             if (const int error = open(share, fd); error == EXDEV)
                 continue;
             else if (error != 0)
@@ -348,7 +328,7 @@ Result<std::vector<std::uint64_t>> sizesOfFolders(int topFd, const fs::path& top
         for (std::size_t index = next++; index < shares.size() && !stop; index = next++) {
             const Share& share = shares[index];
             const std::string path = (top / share.path).native();
-            Fd fd;
+            UniqueFd fd;
             if (const int error = open(share, fd); error == EXDEV) {
                 continue;
             } else if (error != 0) {
@@ -460,19 +440,19 @@ private:
 };
 
 // Opens the folder a walk starts from, links followed; 0 or the errno of the failure.
-int openTop(const fs::path& folder, Fd& top, Identity& identity)
+int openTop(const fs::path& folder, UniqueFd& top, Identity& identity)
 {
-    top = Fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    top = UniqueFd::adopt(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!top)
         return errno;
-    return identify(top.fd, "", AT_EMPTY_PATH, identity);
+    return identify(top.get(), "", AT_EMPTY_PATH, identity);
 }
 
 } // namespace
 
 Result<std::uint64_t> allocatedSizeOfDirectory(const std::filesystem::path& folder)
 {
-    Fd top;
+    UniqueFd top;
     Identity topIdentity;
     if (const int error = openTop(folder, top, topIdentity))
         return SizeResult::failure(describeErrno(folder.native(), error));
@@ -481,12 +461,12 @@ Result<std::uint64_t> allocatedSizeOfDirectory(const std::filesystem::path& fold
     std::atomic<bool> stop = false;
     Walker lister(topIdentity.device, stop);
     std::vector<std::string> folders;
-    Fd listing(dup(top.fd));
+    UniqueFd listing = UniqueFd::adopt(dup(top.get()));
     if (!listing)
         return SizeResult::failure(describeErrno(folder.native(), errno));
     if (!lister.list(std::move(listing), folder.native(), folders))
         return SizeResult::failure(lister.error());
-    const auto sizes = sizesOfFolders(top.fd, folder, topIdentity.device, folders);
+    const auto sizes = sizesOfFolders(top.get(), folder, topIdentity.device, folders);
     if (!sizes)
         return SizeResult::failure(sizes.error());
     std::uint64_t total = lister.takeTotal();
@@ -500,7 +480,7 @@ Result<std::uint64_t> allocatedSizeOfTrash(const std::filesystem::path& trashFol
     static std::mutex mutex;
     static std::map<std::string, KnownSizes> known; // by trash folder
 
-    Fd top;
+    UniqueFd top;
     Identity topIdentity;
     if (const int error = openTop(trashFolder, top, topIdentity))
         return SizeResult::failure(describeErrno(trashFolder.native(), error));
@@ -524,7 +504,7 @@ Result<std::uint64_t> allocatedSizeOfTrash(const std::filesystem::path& trashFol
             continue;
         struct statx info {
         };
-        if (statx(top.fd, name.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT,
+        if (statx(top.get(), name.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT,
                   STATX_TYPE | STATX_INO | STATX_CTIME | STATX_BLOCKS, &info) != 0) {
             if (errno == ENOENT)
                 continue; // gone since the listing, as if it had gone before
@@ -553,15 +533,15 @@ Result<std::uint64_t> allocatedSizeOfTrash(const std::filesystem::path& trashFol
     // left its figure in directorysizes; the record's time tells that the line is still true.
     static WrittenSizes written; // guarded by the mutex, as `known` is
     const std::string trash = trashFolder.native();
-    const Fd trashFd(open(trashFolder.parent_path().c_str(), folderFlags));
+    const UniqueFd trashFd = UniqueFd::adopt(open(trashFolder.parent_path().c_str(), folderFlags));
     const auto onDisk = changed.empty() || !trashFd ? std::map<std::string, DirectorySize>()
-                                                    : readDirectorySizes(trashFd.fd);
+                                                    : readDirectorySizes(trashFd.get());
     std::vector<std::string> toWalk;
     std::vector<std::pair<FolderKey, KnownSize>> toWalkKeys;
     std::vector<std::optional<std::int64_t>> toWalkTimes;
     for (std::size_t i = 0; i < changed.size(); ++i) {
         const std::optional<std::int64_t> time =
-            trashFd ? recordTime(trashFd.fd, changed[i]) : std::nullopt;
+            trashFd ? recordTime(trashFd.get(), changed[i]) : std::nullopt;
         const auto line = onDisk.find(changed[i]);
         const bool ours = [&] {
             const std::lock_guard lock(mutex);
@@ -578,7 +558,7 @@ Result<std::uint64_t> allocatedSizeOfTrash(const std::filesystem::path& trashFol
         toWalkTimes.push_back(time);
     }
 
-    const auto sizes = sizesOfFolders(top.fd, trashFolder, topIdentity.device, toWalk);
+    const auto sizes = sizesOfFolders(top.get(), trashFolder, topIdentity.device, toWalk);
     if (!sizes)
         return SizeResult::failure(sizes.error());
     std::map<std::string, DirectorySize> lines;
@@ -592,7 +572,7 @@ Result<std::uint64_t> allocatedSizeOfTrash(const std::filesystem::path& trashFol
     // What was sized is left for the next run and for other programs. A trash that cannot be
     // written to (a read-only volume) simply keeps its file.
     const std::lock_guard lock(mutex);
-    if (!lines.empty() && trashFd && writeDirectorySizes(trashFd.fd, lines).empty())
+    if (!lines.empty() && trashFd && writeDirectorySizes(trashFd.get(), lines).empty())
         written.add(trash, lines, *names);
     // Only the folders there now are kept, so what is known never outgrows the trash.
     known[trash] = std::move(now);
