@@ -2,7 +2,10 @@
 
 #include "Result.h"
 
+#include <QDateTime>
 #include <cstdint>
+#include <filesystem>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -72,5 +75,44 @@ std::map<std::string, DirectorySize> readDirectorySizes(int trashFd);
 std::string writeDirectorySizes(int trashFd, const std::map<std::string, DirectorySize>& sizes);
 // The modification time of the record of the item `name`, where it has one.
 std::optional<std::int64_t> recordTime(int trashFd, const std::string& name);
+
+// One item of a trash as its record tells it. The record is missing or broken when it has no
+// readable "Path=" line; such an item can still be restored, to a folder the user picks.
+struct TrashRecord {
+    std::string name; // the entry's name in files/, its bytes as they are
+    std::optional<std::filesystem::path> originalPath; // absolute and percent-decoded
+    QDateTime deletionDate; // invalid when the record gives none that parses
+};
+
+// Reads the record of the item `name` of the trash folder open as trashFd. A relative "Path="
+// (as volume trashes write them) is resolved against volumeTop, the top folder of the volume.
+TrashRecord readTrashRecord(int trashFd, const std::string& name,
+                            const std::filesystem::path& volumeTop);
+
+// Reads every item of files/ (skipped entries aside) with its record and hands them to `batch`
+// in groups of at most batchSize; stops early when `batch` returns false. Returns empty, or
+// what went wrong opening files/.
+std::string listTrashRecords(int trashFd, const std::filesystem::path& volumeTop,
+                             std::size_t batchSize,
+                             const std::function<bool(std::vector<TrashRecord>&&)>& batch);
+
+// What to do when the place an item goes back to is taken.
+enum class RestoreCollision { Report, KeepBoth, Skip };
+
+struct RestoreResult {
+    enum class Status { Restored, NameTaken, Skipped, Failed };
+    Status status = Status::Failed;
+    std::filesystem::path restoredAs; // where the item now is, when restored
+    std::string error;                // what went wrong, when it failed
+};
+
+// Puts the item `name` of the trash folder open as trashFd back at `destination` (its record's
+// original path, or a place the user picked), creating missing parent folders. It is renamed,
+// never copied. When `destination` is taken, Report changes nothing and says NameTaken,
+// KeepBoth restores under a free name beside it ("name (2)", "name (3)", ...), Skip changes
+// nothing. After the item, its record goes, then its directorysizes line.
+RestoreResult restoreTrashedItem(int trashFd, const std::string& name,
+                                 const std::filesystem::path& destination,
+                                 RestoreCollision onCollision);
 
 } // namespace quillane
