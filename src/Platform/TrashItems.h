@@ -103,7 +103,9 @@ struct RestoreResult {
     enum class Status { Restored, NameTaken, Skipped, Failed };
     Status status = Status::Failed;
     std::filesystem::path restoredAs; // where the item now is, when restored
-    std::string error;                // what went wrong, when it failed
+    // Why it failed; or, once restored, what of the trash could not be tidied after it (its
+    // record or its directorysizes line), else empty.
+    std::string error;
 };
 
 // Puts the item `name` of the trash folder open as trashFd back at `destination` (its record's
