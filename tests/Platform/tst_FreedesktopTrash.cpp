@@ -74,15 +74,6 @@ void trashItem(const fs::path& trash, const std::string& name, bool folder)
                     "4096 1700000000 " + percentEncoded(name) + "\n4096 1700000000 other\n");
 }
 
-// The name as the shell's printf %b spells it, since a process's arguments are text.
-QString escaped(const QByteArray& name)
-{
-    QString text;
-    for (const char c : name)
-        text += QString::asprintf("\\0%03o", static_cast<unsigned char>(c));
-    return text;
-}
-
 } // namespace
 
 class TestFreedesktopTrash : public QObject
@@ -287,17 +278,6 @@ private Q_SLOTS:
         QCOMPARE(read.deletionDate.toString(QStringLiteral("yyyy-MM-dd'T'hh:mm:ss")), date);
         if (read.deletionDate.isValid())
             QCOMPARE(read.deletionDate.timeSpec(), Qt::LocalTime);
-
-        std::vector<TrashRecord> listed;
-        QCOMPARE(listTrashRecords(trashFd.get(), top.toStdString(), 10,
-                                  [&](std::vector<TrashRecord>&& batch) {
-                                      listed = std::move(batch);
-                                      return true;
-                                  }),
-                 std::string());
-        QCOMPARE(listed.size(), std::size_t(1));
-        QCOMPARE(listed[0].originalPath, read.originalPath);
-        QCOMPARE(listed[0].deletionDate, read.deletionDate);
     }
 
     // Every item comes, in batches of the size asked for, until the receiver has had enough.
@@ -537,9 +517,8 @@ private Q_SLOTS:
                        ? process.readAllStandardOutput()
                        : "failed: " + process.readAllStandardError();
         };
-        QCOMPARE(run(trasher + QStringLiteral(" \"Documents/$(printf '%b' '") + escaped(name) +
-                     QStringLiteral("')\"")),
-                 QByteArray());
+        // The shell hands the name on as bytes; a process's arguments are text.
+        QCOMPARE(run(trasher + QStringLiteral(" Documents/*")), QByteArray());
         QVERIFY(!fs::exists(original));
         QVERIFY(run(lister).contains("Documents"));
 
