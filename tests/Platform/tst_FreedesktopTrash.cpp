@@ -340,6 +340,8 @@ private Q_SLOTS:
         using enum RestoreCollision;
         row("back where it was", "report.pdf", "", "home/report.pdf", Report, "home/report.pdf");
         row("a folder", "Photos/", "", "home/Photos", Report, "home/Photos");
+        row("no record, to a place picked", "report.pdf", "rm Trash/info/report.pdf.trashinfo",
+            "home/picked.pdf", Report, "home/picked.pdf");
         row("missing folders made", "report.pdf", "", "home/new/deeper/report.pdf", Report,
             "home/new/deeper/report.pdf");
         row("a folder on the way is a link", "report.pdf", "mkdir real; ln -s ../real home/linked",
