@@ -140,6 +140,23 @@ private Q_SLOTS:
             QCOMPARE(window->size(), size);
     }
 
+    // A window follows its view as the view changes size, as the setup window does from one
+    // page to the next.
+    void windowFollowsItsView()
+    {
+        QWidget window;
+        auto* content = new QWidget;
+        content->setFixedSize(300, 200);
+        frameAround(&window, content);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QCOMPARE(window.size(), QSize(300, 200));
+        content->setFixedSize(200, 100);
+        QTRY_COMPARE(window.size(), QSize(200, 100));
+        content->setFixedSize(500, 400);
+        QTRY_COMPARE(window.size(), QSize(500, 400));
+    }
+
     // Escape closes the panel wherever the focus is in it, and presses nothing.
     void escapeClosesThePanel_data()
     {
