@@ -4,14 +4,15 @@
 #include "Platform/tray/StatusNotifierItem.h"
 
 #include <QCursor>
+#include <QMenu>
 #include <QSystemTrayIcon>
 
 namespace quillane
 {
 
-TrayIcon::TrayIcon(QIcon icon, QDBusConnection sessionBus, QObject* parent)
-    : QObject(parent), m_icon(std::move(icon)), m_bus(std::move(sessionBus)),
-      m_hosts(std::make_unique<StatusNotifierHostWatcher>(m_bus))
+TrayIcon::TrayIcon(TrayPicture picture, TrayMenu menu, QDBusConnection sessionBus, QObject* parent)
+    : QObject(parent), m_picture(std::move(picture)), m_menu(std::move(menu)),
+      m_bus(std::move(sessionBus)), m_hosts(std::make_unique<StatusNotifierHostWatcher>(m_bus))
 {
     connect(m_hosts.get(), &StatusNotifierHostWatcher::hostAvailableChanged, this,
             [this](bool available) {
@@ -33,7 +34,7 @@ bool TrayIcon::start()
         return true;
     if (!QSystemTrayIcon::isSystemTrayAvailable())
         return false;
-    m_systemTray = std::make_unique<QSystemTrayIcon>(m_icon);
+    m_systemTray = std::make_unique<QSystemTrayIcon>(themedIcon());
     m_systemTray->setToolTip(QStringLiteral("Quillane"));
     connect(m_systemTray.get(), &QSystemTrayIcon::activated, this,
             [this](QSystemTrayIcon::ActivationReason reason) {
@@ -42,7 +43,7 @@ bool TrayIcon::start()
                     icon.isValid() ? QPoint(icon.center().x(), icon.bottom()) : QCursor::pos();
                 // A double click arrives after its first click has already opened the panel.
                 if (reason == QSystemTrayIcon::Context)
-                    Q_EMIT contextMenuRequested(anchor);
+                    popUpMenu(anchor);
                 else if (reason != QSystemTrayIcon::DoubleClick)
                     Q_EMIT clicked(anchor);
             });
@@ -55,10 +56,25 @@ bool TrayIcon::isShown() const
     return m_item || (m_systemTray && m_systemTray->isVisible());
 }
 
+void TrayIcon::setPicture(TrayPicture picture)
+{
+    m_picture = std::move(picture);
+    if (m_item)
+        m_item->setIcon(m_picture.iconName, themedIcon());
+    if (m_systemTray)
+        m_systemTray->setIcon(themedIcon());
+}
+
+QIcon TrayIcon::themedIcon() const
+{
+    return QIcon::fromTheme(m_picture.iconName, m_picture.fallback);
+}
+
 bool TrayIcon::showStatusNotifierItem()
 {
     auto item = std::make_unique<StatusNotifierItem>(m_bus, QStringLiteral("quillane"),
-                                                     QStringLiteral("Quillane"), m_icon);
+                                                     QStringLiteral("Quillane"), m_picture.iconName,
+                                                     themedIcon(), m_menu);
     if (!item->registerWithWatcher()) {
         Console::writeLine("Tray Error: " + item->error().toStdString());
         return false;
@@ -66,11 +82,23 @@ bool TrayIcon::showStatusNotifierItem()
     connect(item.get(), &StatusNotifierItem::registrationFailed, this,
             [](const QString& error) { Console::writeLine("Tray Error: ", error.toStdString()); });
     connect(item.get(), &StatusNotifierItem::activated, this, &TrayIcon::clicked);
-    connect(item.get(), &StatusNotifierItem::contextMenuRequested, this,
-            &TrayIcon::contextMenuRequested);
+    connect(item.get(), &StatusNotifierItem::contextMenuRequested, this, &TrayIcon::popUpMenu);
     m_item = std::move(item);
     m_systemTray.reset();
     return true;
+}
+
+void TrayIcon::popUpMenu(QPoint anchor)
+{
+    auto* menu = new QMenu;
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    for (const TrayMenuEntry& entry : m_menu) {
+        if (entry.isSeparator())
+            menu->addSeparator();
+        else
+            menu->addAction(entry.label, this, entry.trigger);
+    }
+    menu->popup(anchor.isNull() ? QCursor::pos() : anchor);
 }
 
 } // namespace quillane
