@@ -186,12 +186,19 @@ public:
         return entries;
     }
 
-    // Sends the menu an event for one entry, as the panel does when the user picks it.
-    QDBusMessage menuEvent(const QString& item, int id, const QString& event)
+    // Sends the menu an event for one entry, as the panel does when the user picks it: alone,
+    // or in a group (as xfce4-panel and GNOME's extension send them).
+    QDBusMessage menuEvent(const QString& item, int id, const QString& event, bool grouped = false)
     {
+        const QVariant data = QVariant::fromValue(QDBusVariant(0));
+        if (grouped)
+            return callAndWait(
+                item, StatusNotifierItem::menuPath, QStringLiteral("com.canonical.dbusmenu"),
+                QStringLiteral("EventGroup"),
+                {QVariant::fromValue(DBusMenuEventList{{id, event, QDBusVariant(0), 0}})});
         return callAndWait(item, StatusNotifierItem::menuPath,
                            QStringLiteral("com.canonical.dbusmenu"), QStringLiteral("Event"),
-                           {id, event, QVariant::fromValue(QDBusVariant(0)), uint(0)});
+                           {id, event, data, uint(0)});
     }
 
     // Calls a method of an item as the panel does, without waiting (both ends may live in

@@ -182,25 +182,28 @@ private Q_SLOTS:
     {
         QTest::addColumn<int>("id");
         QTest::addColumn<QString>("event");
+        QTest::addColumn<bool>("grouped");
         QTest::addColumn<QStringList>("ran");
         QTest::addColumn<bool>("error");
-        QTest::newRow("first entry clicked")
-            << 1 << QStringLiteral("clicked") << QStringList{QStringLiteral("open")} << false;
-        QTest::newRow("last entry clicked")
-            << 4 << QStringLiteral("clicked") << QStringList{QStringLiteral("quit")} << false;
+        const QString clicked = QStringLiteral("clicked");
+        const QStringList open{QStringLiteral("open")};
+        const QStringList quit{QStringLiteral("quit")};
+        QTest::newRow("first entry clicked") << 1 << clicked << false << open << false;
+        QTest::newRow("last entry clicked") << 4 << clicked << false << quit << false;
+        QTest::newRow("clicked, in a group") << 1 << clicked << true << open << false;
         QTest::newRow("hovered runs nothing")
-            << 3 << QStringLiteral("hovered") << QStringList{} << false;
-        QTest::newRow("separator clicked")
-            << 2 << QStringLiteral("clicked") << QStringList{} << false;
+            << 3 << QStringLiteral("hovered") << false << QStringList() << false;
+        QTest::newRow("separator clicked") << 2 << clicked << false << QStringList() << false;
         QTest::newRow("the menu itself opened")
-            << 0 << QStringLiteral("opened") << QStringList{} << false;
-        QTest::newRow("no such entry") << 5 << QStringLiteral("clicked") << QStringList{} << true;
+            << 0 << QStringLiteral("opened") << true << QStringList() << false;
+        QTest::newRow("no such entry") << 5 << clicked << false << QStringList() << true;
     }
 
     void trayMenuIsReadAndPickedOverTheBus()
     {
         QFETCH(int, id);
         QFETCH(QString, event);
+        QFETCH(bool, grouped);
         QFETCH(QStringList, ran);
         QFETCH(bool, error);
         test::SessionBus bus;
@@ -227,7 +230,7 @@ private Q_SLOTS:
                      .toUInt(),
                  3u);
 
-        const QDBusMessage reply = bus.menuEvent(item, id, event);
+        const QDBusMessage reply = bus.menuEvent(item, id, event, grouped);
         QCOMPARE(reply.type(), error ? QDBusMessage::ErrorMessage : QDBusMessage::ReplyMessage);
         QTest::qWait(50); // a command runs after the answer: let any that would run, run
         QCOMPARE(commands, ran);

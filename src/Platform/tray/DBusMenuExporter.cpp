@@ -83,8 +83,9 @@ void registerDBusMenuTypes()
     (void)registered;
 }
 
-// The menu's face on the bus. Version 3 of the protocol: properties at their default values
-// (a standard, enabled, visible item) are left out, as hosts expect.
+// The menu's face on the bus. QtDBus finds a parameter's type by its name: the lists are spelt
+// out, as their aliases are no names it knows. Version 3 of the protocol: properties at their
+// default values (a standard, enabled, visible item) are left out, as hosts expect.
 class DBusMenuAdaptor : public QDBusAbstractAdaptor
 {
     Q_OBJECT
@@ -118,8 +119,8 @@ public Q_SLOTS:
         return m_menu->revision();
     }
 
-    quillane::DBusMenuItemPropertiesList GetGroupProperties(const QList<int>& ids,
-                                                            const QStringList& propertyNames)
+    QList<quillane::DBusMenuItemProperties> GetGroupProperties(const QList<int>& ids,
+                                                               const QStringList& propertyNames)
     {
         DBusMenuItemPropertiesList found;
         for (const int id : ids) {
@@ -144,7 +145,7 @@ public Q_SLOTS:
             knownItem(id);
     }
 
-    QList<int> EventGroup(const quillane::DBusMenuEventList& events)
+    QList<int> EventGroup(const QList<quillane::DBusMenuEvent>& events)
     {
         QList<int> unknown;
         for (const DBusMenuEvent& event : events) {
@@ -171,8 +172,8 @@ public Q_SLOTS:
     }
 
 Q_SIGNALS:
-    void ItemsPropertiesUpdated(const quillane::DBusMenuItemPropertiesList& updatedProps,
-                                const quillane::DBusMenuItemPropertiesList& removedProps);
+    void ItemsPropertiesUpdated(const QList<quillane::DBusMenuItemProperties>& updatedProps,
+                                const QList<quillane::DBusMenuItemProperties>& removedProps);
     void LayoutUpdated(uint revision, int parent);
     void ItemActivationRequested(int id, uint timestamp);
 
