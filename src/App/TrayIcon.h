@@ -8,7 +8,6 @@
 #include <QPoint>
 #include <memory>
 
-class QMenu;
 class QSystemTrayIcon;
 
 namespace quillane

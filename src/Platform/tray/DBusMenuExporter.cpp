@@ -96,10 +96,7 @@ class DBusMenuAdaptor : public QDBusAbstractAdaptor
     Q_PROPERTY(QStringList IconThemePath READ iconThemePath)
 
 public:
-    explicit DBusMenuAdaptor(DBusMenuExporter* menu) : QDBusAbstractAdaptor(menu), m_menu(menu)
-    {
-        connect(menu, &DBusMenuExporter::layoutUpdated, this, &DBusMenuAdaptor::LayoutUpdated);
-    }
+    explicit DBusMenuAdaptor(DBusMenuExporter* menu) : QDBusAbstractAdaptor(menu), m_menu(menu) {}
 
     uint version() const { return 3; }
     QString textDirection() const
@@ -171,6 +168,7 @@ public Q_SLOTS:
         return {};
     }
 
+    // Part of the interface hosts subscribe to; our entries never change, so none is sent.
 Q_SIGNALS:
     void ItemsPropertiesUpdated(const QList<quillane::DBusMenuItemProperties>& updatedProps,
                                 const QList<quillane::DBusMenuItemProperties>& removedProps);
@@ -213,12 +211,6 @@ DBusMenuExporter::DBusMenuExporter(TrayMenu menu, QObject* parent)
 {
     registerDBusMenuTypes();
     new DBusMenuAdaptor(this); // owned by this object
-}
-
-void DBusMenuExporter::setMenu(TrayMenu menu)
-{
-    m_menu = std::move(menu);
-    Q_EMIT layoutUpdated(++m_revision, 0);
 }
 
 bool DBusMenuExporter::hasItem(int id) const

@@ -57,11 +57,9 @@ class DBusMenuExporter : public QObject, protected QDBusContext
 public:
     explicit DBusMenuExporter(TrayMenu menu, QObject* parent = nullptr);
 
-    // Replaces the entries; the hosts are told to read the layout again.
-    void setMenu(TrayMenu menu);
-
     // Read by the bus adaptor. Ids that name no item give nothing.
-    uint revision() const { return m_revision; }
+    // The entries never change, so neither does the layout.
+    uint revision() const { return 1; }
     bool hasItem(int id) const;
     // hasItem(), and when there is no such item, the bus call being answered fails.
     bool checkItem(int id);
@@ -70,12 +68,8 @@ public:
     // Runs the command of the item clicked; false when no item has that id.
     bool handleEvent(int id, const QString& eventId);
 
-Q_SIGNALS:
-    void layoutUpdated(uint revision, int parent);
-
 private:
     TrayMenu m_menu;
-    uint m_revision = 1;
 };
 
 } // namespace quillane
