@@ -86,6 +86,8 @@ struct TrashRecord {
 
 // Reads the record of the item `name` of the trash folder open as trashFd. A relative "Path="
 // (as volume trashes write them) is resolved against volumeTop, the top folder of the volume.
+// Only the "[Trash Info]" group counts. What is not a record reads as a missing one: a link or
+// no plain file, more than 64 KiB, no group, or a "Path=" with a bad %XX, a NUL byte or a "..".
 TrashRecord readTrashRecord(int trashFd, const std::string& name,
                             const std::filesystem::path& volumeTop);
 
