@@ -305,8 +305,11 @@ std::optional<DesktopNotification> TrashApp::notificationFor(const EmptyingResul
     if (result.ending != EmptyingResult::Ending::Completed)
         return std::nullopt;
     DesktopNotification notification;
-    notification.summary =
-        tr("Emptied the trash of %1").arg(messageText(result.volume.name(names)));
+    const QString name = messageText(result.volume.name(names));
+    notification.summary = result.chosenItems ? tr("Deleted %n item(s) from the trash of %1",
+                                                   nullptr, static_cast<int>(*result.chosenItems))
+                                                    .arg(name)
+                                              : tr("Emptied the trash of %1").arg(name);
     if (result.freedBytes)
         notification.body = tr("%1 freed").arg(formatByteCount(*result.freedBytes));
     notification.iconName = QStringLiteral("user-trash");

@@ -413,11 +413,13 @@ void VolumeObserver::startEmptying(const Volume& volume, std::optional<std::set<
     // Each emptying counts from zero; its steps are queued with the emptier as their context,
     // so none outlives it or reaches the emptying after it. Removals have a queue of their own,
     // so that the list keeps following mounts and changes meanwhile.
+    m_result = EmptyingResult();
+    m_result.volume = volume;
+    if (only)
+        m_result.chosenItems = only->size();
     m_emptier = new TrashEmptier(*volume.trashURL(), m_platform.mainQueue, m_platform.removalQueue,
                                  std::move(only), this);
     m_emptier->setMeasuresFreedSpace(m_emptying.measureFreedSpace);
-    m_result = EmptyingResult();
-    m_result.volume = volume;
     m_removing = true;
     connect(m_emptier, &TrashEmptier::couldNotStart, this, [this](const QString& error, bool busy) {
         if (!busy) // the trash could not be listed

@@ -62,6 +62,8 @@ struct EmptyingResult {
         Stopped,         // the volume failed or went away midway; what is left stays
     };
     Volume volume;
+    // How many items were chosen for removal; none when the whole trash was emptied.
+    std::optional<std::size_t> chosenItems;
     Ending ending = Ending::Completed;
     QString error; // why it did not start, or stopped
     bool busy = false;

@@ -411,23 +411,32 @@ private Q_SLOTS:
         QTest::addColumn<int>("ending");
         QTest::addColumn<QString>("volumeName");
         QTest::addColumn<qint64>("freed"); // -1: not known
+        QTest::addColumn<int>("chosen");   // -1: the whole trash
         QTest::addColumn<QString>("summary");
         QTest::addColumn<QString>("body");
         using Ending = EmptyingResult::Ending;
         QTest::newRow("completed")
-            << int(Ending::Completed) << QStringLiteral("USB Stick") << qint64(1'234'000'000)
+            << int(Ending::Completed) << QStringLiteral("USB Stick") << qint64(1'234'000'000) << -1
             << QStringLiteral("Emptied the trash of USB Stick") << QStringLiteral("1.2 GB freed");
         QTest::newRow("size not known")
-            << int(Ending::Completed) << QStringLiteral("USB Stick") << qint64(-1)
+            << int(Ending::Completed) << QStringLiteral("USB Stick") << qint64(-1) << -1
             << QStringLiteral("Emptied the trash of USB Stick") << QString();
         QTest::newRow("a newline in the name")
-            << int(Ending::Completed) << QStringLiteral("USB\nStick") << qint64(999)
+            << int(Ending::Completed) << QStringLiteral("USB\nStick") << qint64(999) << -1
             << QStringLiteral("Emptied the trash of USB\\nStick")
             << QStringLiteral("999 bytes freed");
+        QTest::newRow("one item chosen")
+            << int(Ending::Completed) << QStringLiteral("USB Stick") << qint64(4096) << 1
+            << QStringLiteral("Deleted 1 item from the trash of USB Stick")
+            << QStringLiteral("4.1 kB freed");
+        QTest::newRow("three items chosen")
+            << int(Ending::Completed) << QStringLiteral("USB Stick") << qint64(4096) << 3
+            << QStringLiteral("Deleted 3 items from the trash of USB Stick")
+            << QStringLiteral("4.1 kB freed");
         for (const auto& [name, ending] :
              {std::pair{"nothing to remove", Ending::NothingToRemove},
               std::pair{"not started", Ending::NotStarted}, std::pair{"stopped", Ending::Stopped}})
-            QTest::newRow(name) << int(ending) << QStringLiteral("USB Stick") << qint64(0)
+            QTest::newRow(name) << int(ending) << QStringLiteral("USB Stick") << qint64(0) << -1
                                 << QString() << QString();
     }
 
@@ -436,6 +445,7 @@ private Q_SLOTS:
         QFETCH(int, ending);
         QFETCH(QString, volumeName);
         QFETCH(qint64, freed);
+        QFETCH(int, chosen);
         QFETCH(QString, summary);
         QFETCH(QString, body);
         const FixedNames names(volumeName.toStdString());
@@ -445,6 +455,8 @@ private Q_SLOTS:
         result.ending = static_cast<EmptyingResult::Ending>(ending);
         if (freed >= 0)
             result.freedBytes = static_cast<std::uint64_t>(freed);
+        if (chosen >= 0)
+            result.chosenItems = static_cast<std::size_t>(chosen);
         const auto notification = TrashApp::notificationFor(result, names);
         QCOMPARE(notification.has_value(), !summary.isEmpty());
         if (!notification)
