@@ -1,6 +1,7 @@
 #include "ScreenshotCommand.h"
 
 #include "Helper/XPCClient.h"
+#include "Model/TrashContents.h"
 #include "Model/VolumeObserver.h"
 #include "Platform/BuildInfo.h"
 #include "Platform/MountWatcher.h"
@@ -15,6 +16,7 @@
 #include "Platform/widgets/WidgetApplication.h"
 #include "Shell/HelperLink.h"
 #include "Shell/Updater.h"
+#include "Views/ItemsWindow.h"
 #include "Views/MenuView.h"
 #include "Views/SettingsView.h"
 #include "Views/SetupView.h"
@@ -26,10 +28,12 @@
 #include <QLabel>
 #include <QScopeGuard>
 #include <QStandardPaths>
+#include <QTableView>
 #include <QTemporaryDir>
 #include <QVBoxLayout>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <unistd.h>
 
@@ -109,6 +113,40 @@ void fillTrash(const fs::path& trash, int items, std::size_t bytesPerItem)
     }
 }
 
+// Items as desktops trash them, each with its record: names that are not UTF-8 or hold a line
+// break among them, and one item whose record is lost.
+void fillTrashWithRecords(const fs::path& files, const fs::path& home)
+{
+    struct Staged {
+        std::string name;
+        std::string from; // the folder it was trashed from, below home; none for a lost record
+        std::string deleted;
+        std::size_t bytes;
+    };
+    const std::vector<Staged> items = {
+        {"Quarterly report.pdf", "Documents", "2026-11-23T09:14:02", 1'840'000},
+        {"caf\xe9 menu.txt", "Downloads", "2026-11-24T18:40:55", 3'200},
+        {"Holiday \xff\xfe photos", "Pictures", "2026-11-20T11:02:31", 48'000'000},
+        {"notes\nold.md", "Documents/Notes", "2026-11-25T07:55:10", 12'400},
+        {"-rf", "Projects", "2026-11-22T16:21:47", 640},
+        {"recovered.bin", "", "", 900'000},
+    };
+    const fs::path info = files.parent_path() / "info";
+    fs::create_directories(files);
+    fs::create_directories(info);
+    for (const Staged& item : items) {
+        std::ofstream(files / item.name, std::ios::binary) << std::string(item.bytes, 'q');
+        if (item.from.empty())
+            continue;
+        std::string path;
+        for (const fs::path& part : home / item.from / item.name)
+            if (part != "/")
+                path += "/" + percentEncoded(part.native());
+        std::ofstream(info / (item.name + ".trashinfo"))
+            << "[Trash Info]\nPath=" << path << "\nDeletionDate=" << item.deleted << "\n";
+    }
+}
+
 // A whole application's worth of models over the staged locations, on a virtual clock so that
 // an emptying can be stopped halfway for its picture.
 class Scene
@@ -158,6 +196,16 @@ public:
     }
 
     bool isValid() const { return m_root.isValid() && m_observer; }
+    const std::vector<Volume>& volumes() const { return m_observer->volumes(); }
+    // Runs what the views queued until `done` holds, or for ten seconds at most.
+    void runUntil(const std::function<bool()>& done)
+    {
+        QDeadlineTimer deadline(10000);
+        while (!done() && !deadline.hasExpired()) {
+            QApplication::processEvents(QEventLoop::AllEvents, 20);
+            m_scheduler.advance(std::chrono::milliseconds(50));
+        }
+    }
     fs::path homeTrashFolder() const { return m_trash.homeTrashFolder(); }
 
     ViewServices services()
@@ -243,7 +291,7 @@ QStringList screenshotViews()
     return {QStringLiteral("panel"),        QStringLiteral("panel-12"),
             QStringLiteral("emptying"),     QStringLiteral("setup-fda"),
             QStringLiteral("setup-helper"), QStringLiteral("setup-login"),
-            QStringLiteral("settings")};
+            QStringLiteral("settings"),     QStringLiteral("items")};
 }
 
 int runScreenshotCommand(const QString& view, const QString& file)
@@ -259,7 +307,12 @@ int runScreenshotCommand(const QString& view, const QString& file)
         std::fprintf(stderr, "quillane: no cache folder to stage the screenshot in\n");
         return 1;
     }
-    Scene scene(cache, view == QStringLiteral("panel-12") ? twelveLocations() : threeLocations);
+    // The items window shows the home trash with records of its own.
+    std::vector<StagedLocation> locations =
+        view == QStringLiteral("panel-12") ? twelveLocations() : threeLocations;
+    if (view == QStringLiteral("items"))
+        locations.front().items = 0;
+    Scene scene(cache, locations);
     if (!scene.isValid()) {
         std::fprintf(stderr, "quillane: could not stage the screenshot in %s\n", qPrintable(cache));
         return 1;
@@ -280,9 +333,14 @@ int runScreenshotCommand(const QString& view, const QString& file)
                         fs::perm_options::replace, ignored);
     }
 
-    if (view.startsWith(QStringLiteral("panel")) || view == QStringLiteral("emptying"))
+    ItemsWindow* items = nullptr;
+    if (view.startsWith(QStringLiteral("panel")) || view == QStringLiteral("emptying")) {
         content = new MenuView(services);
-    else if (view == QStringLiteral("setup-fda"))
+    } else if (view == QStringLiteral("items")) {
+        fillTrashWithRecords(trashFiles, "/home/robin");
+        content = items = new ItemsWindow(scene.volumes().front(), services);
+        items->setMinimumSize(900, 290);
+    } else if (view == QStringLiteral("setup-fda"))
         content = page<FDAView>(services);
     else if (view == QStringLiteral("setup-helper"))
         content = page<HelperView>(services);
@@ -296,6 +354,15 @@ int runScreenshotCommand(const QString& view, const QString& file)
     settle(*window);
     if (view == QStringLiteral("emptying")) {
         scene.emptyPartly("Backup Disk", 0.4);
+        settle(*window);
+    }
+    if (items) {
+        TrashContents& contents = *items->contents();
+        bool sized = false;
+        QObject::connect(&contents, &TrashContents::sized, [&sized] { sized = true; });
+        scene.runUntil([&] { return contents.isLoaded() && sized; });
+        items->table()->sortByColumn(TrashContents::Deleted, Qt::DescendingOrder);
+        items->table()->selectRow(1);
         settle(*window);
     }
     if (!window->grab().save(file, "PNG")) {

@@ -13,10 +13,12 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QLocale>
 #include <QPointer>
 #include <QPushButton>
 #include <QScreen>
 #include <QSortFilterProxyModel>
+#include <QStyle>
 #include <QTableView>
 #include <QVBoxLayout>
 #include <algorithm>
@@ -109,6 +111,19 @@ ItemsWindow::ItemsWindow(const Volume& volume, const ViewServices& services, QWi
     m_table->horizontalHeader()->setSectionResizeMode(TrashContents::OriginalLocation,
                                                       QHeaderView::Stretch);
     m_table->setColumnWidth(TrashContents::Name, 220);
+    // Wide enough for the longest date and size the locale writes, measured once on samples.
+    const QFontMetrics metrics = m_table->fontMetrics();
+    const int padding =
+        4 * m_table->style()->pixelMetric(QStyle::PM_HeaderMargin, nullptr, m_table);
+    m_table->setColumnWidth(
+        TrashContents::Deleted,
+        metrics.horizontalAdvance(QLocale().toString(QDateTime(QDate(2026, 12, 28), QTime(22, 58)),
+                                                     QLocale::ShortFormat)) +
+            padding);
+    m_table->setColumnWidth(TrashContents::Size,
+                            metrics.horizontalAdvance(QLocale().formattedDataSize(
+                                888'800'000, 1, QLocale::DataSizeSIFormat)) +
+                                padding);
     // In the order the trash lists them until the user picks a column: sorting while the rows
     // still come in would move them under the user's eyes.
     m_table->horizontalHeader()->setSortIndicator(-1, Qt::AscendingOrder);
