@@ -102,6 +102,8 @@ ItemsWindow::ItemsWindow(const Volume& volume, const ViewServices& services, QWi
     m_table->setSelectionMode(QAbstractItemView::ExtendedSelection);
     m_table->setEditTriggers(QAbstractItemView::NoEditTriggers);
     m_table->setShowGrid(false);
+    // Tab leaves the table for the buttons, as everywhere else in a window.
+    m_table->setTabKeyNavigation(false);
     m_table->setWordWrap(false);
     m_table->verticalHeader()->hide();
     // Rows of one height: the table then never measures 100,000 rows to lay them out.
@@ -186,6 +188,14 @@ void ItemsWindow::keyPressEvent(QKeyEvent* event)
     // The table and the search field pass Escape on: it closes the window wherever the focus is.
     if (event->key() == Qt::Key_Escape && event->modifiers() == Qt::NoModifier) {
         close();
+        return;
+    }
+    // A window is no dialog, so its buttons have no default: Return presses the one that has
+    // the focus, as Space does.
+    const bool enter = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    if (auto* button = qobject_cast<QPushButton*>(focusWidget()); enter && button) {
+        if (button->isEnabled())
+            button->click();
         return;
     }
     QWidget::keyPressEvent(event);

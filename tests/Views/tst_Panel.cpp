@@ -26,8 +26,8 @@
 #include <QSignalSpy>
 #include <QSortFilterProxyModel>
 #include <QStandardPaths>
-#include <QTableView>
 #include <QStyle>
+#include <QTableView>
 #include <QTest>
 #include <QTimer>
 #include <QUrlQuery>
@@ -657,7 +657,23 @@ private Q_SLOTS:
         selectNames(*window, {QStringLiteral("alpha"), QStringLiteral("beta")});
         QVERIFY(restore->isEnabled() && remove->isEnabled());
 
+        // Tab leaves the table for the buttons, and Return presses the one with the focus.
+        window->table()->setFocus();
+        QTest::keyClick(window->table(), Qt::Key_Tab);
+        QCOMPARE(window->focusWidget(), restore);
+        // These have no record: the restore asks where to, and is told nowhere.
+        const ItemsWindow::FolderChooser dialog = ItemsWindow::chooseFolder;
+        const auto putBack = qScopeGuard([&] { ItemsWindow::chooseFolder = dialog; });
+        QStringList asked;
+        ItemsWindow::chooseFolder = [&](QWidget*, const QString& item) {
+            asked << item;
+            return std::optional<std::filesystem::path>();
+        };
+        QTest::keyClick(restore, Qt::Key_Return);
+        QTRY_COMPARE(asked.size(), 2);
+
         // Escape closes the window, from the table as from the search field.
+        window->table()->setFocus();
         QTest::keyClick(window->table(), Qt::Key_Escape);
         QVERIFY(!window->isVisible());
         window->show();
