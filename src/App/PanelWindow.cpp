@@ -6,6 +6,7 @@
 #include <QCursor>
 #include <QEvent>
 #include <QGuiApplication>
+#include <QKeyEvent>
 #include <QScreen>
 #include <QTimer>
 
@@ -46,6 +47,8 @@ void PanelWindow::popUp(QPoint anchor)
     QScreen* screen = QGuiApplication::screenAt(anchor);
     if (!screen)
         screen = QGuiApplication::primaryScreen();
+    if (screen)
+        setScreen(screen); // the panel fits the room of the screen it opens on
     adjustSize();
     if (screen)
         move(placement(size(), anchor, screen->availableGeometry()));
@@ -79,6 +82,16 @@ void PanelWindow::hideEvent(QHideEvent* event)
 {
     QWidget::hideEvent(event);
     m_sinceHidden.start();
+}
+
+void PanelWindow::keyPressEvent(QKeyEvent* event)
+{
+    // Escape only closes, as a menu does; it never cancels an emptying or quits.
+    if (event->key() == Qt::Key_Escape && event->modifiers() == Qt::NoModifier) {
+        hide();
+        return;
+    }
+    QWidget::keyPressEvent(event);
 }
 
 void PanelWindow::closeUnlessOursIsActive()

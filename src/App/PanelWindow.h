@@ -8,8 +8,8 @@ namespace quillane
 {
 
 // The borderless panel that opens next to the tray icon and closes when the user turns to
-// another application. Alerts the panel opens itself keep it open. On Wayland a window cannot
-// place itself, so there the compositor decides where it appears.
+// another application or presses Escape. Alerts the panel opens itself keep it open. On Wayland a
+// window cannot place itself, so there the compositor decides where it appears.
 class PanelWindow : public QWidget
 {
     Q_OBJECT
@@ -29,6 +29,7 @@ public:
 protected:
     void changeEvent(QEvent* event) override;
     void hideEvent(QHideEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
 
 private:
     void closeUnlessOursIsActive();

@@ -1,6 +1,5 @@
 #include "ScreenshotCommand.h"
 
-#include "App/WindowFrame.h"
 #include "Helper/XPCClient.h"
 #include "Model/VolumeObserver.h"
 #include "Platform/BuildInfo.h"
@@ -28,6 +27,7 @@
 #include <QScopeGuard>
 #include <QStandardPaths>
 #include <QTemporaryDir>
+#include <QVBoxLayout>
 #include <cstdio>
 #include <fstream>
 #include <map>
@@ -216,11 +216,15 @@ void settle(QWidget& view)
     QApplication::processEvents();
 }
 
-// The view in a plain window background, as it appears on the desktop.
+// The view in a plain window background, as it appears on the desktop. The picture shows the
+// whole view at its own size: unlike a window, it has no screen to fit.
 std::unique_ptr<QWidget> framed(QWidget* view)
 {
     auto window = std::make_unique<QWidget>();
-    frameAround(window.get(), view);
+    auto* layout = new QVBoxLayout(window.get());
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSizeConstraint(QLayout::SetFixedSize);
+    layout->addWidget(view);
     window->setAutoFillBackground(true);
     return window;
 }

@@ -4,10 +4,33 @@
 #include "Platform/tray/StatusNotifierItem.h"
 
 #include <QCursor>
+#include <QGuiApplication>
+#include <QScreen>
 #include <QSystemTrayIcon>
 
 namespace quillane
 {
+
+namespace
+{
+
+// A StatusNotifier host says where it was clicked in the display's own pixels; windows are
+// placed in Qt's units, which a scale factor makes larger. A screen keeps its top-left corner
+// in both.
+QPoint fromDevicePixels(QPoint point)
+{
+    if (point.isNull())
+        return point;
+    for (const QScreen* screen : QGuiApplication::screens()) {
+        const QRect area = screen->geometry();
+        const qreal ratio = screen->devicePixelRatio();
+        if (QRect(area.topLeft(), area.size() * ratio).contains(point))
+            return area.topLeft() + (point - area.topLeft()) / ratio;
+    }
+    return point;
+}
+
+} // namespace
 
 TrayIcon::TrayIcon(QIcon icon, QDBusConnection sessionBus, QObject* parent)
     : QObject(parent), m_icon(std::move(icon)), m_bus(std::move(sessionBus)),
@@ -65,9 +88,10 @@ bool TrayIcon::showStatusNotifierItem()
     }
     connect(item.get(), &StatusNotifierItem::registrationFailed, this,
             [](const QString& error) { Console::writeLine("Tray Error: ", error.toStdString()); });
-    connect(item.get(), &StatusNotifierItem::activated, this, &TrayIcon::clicked);
+    connect(item.get(), &StatusNotifierItem::activated, this,
+            [this](QPoint anchor) { Q_EMIT clicked(fromDevicePixels(anchor)); });
     connect(item.get(), &StatusNotifierItem::contextMenuRequested, this,
-            &TrayIcon::contextMenuRequested);
+            [this](QPoint anchor) { Q_EMIT contextMenuRequested(fromDevicePixels(anchor)); });
     m_item = std::move(item);
     m_systemTray.reset();
     return true;

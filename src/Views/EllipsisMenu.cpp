@@ -9,6 +9,7 @@
 #include "Shell/Updater.h"
 
 #include <QApplication>
+#include <QEvent>
 #include <QKeySequence>
 #include <QLabel>
 #include <QMenu>
@@ -38,10 +39,11 @@ QString withHint(const QString& label, const char* keys)
 EllipsisMenu::EllipsisMenu(const ViewServices& services, QWidget* parent)
     : QToolButton(parent), m_services(services)
 {
-    const QIcon symbol = iconFor(Picture::symbol("ellipsis.circle"), services.bundle);
-    if (symbol.isNull())
-        setText(QStringLiteral("\u22ef")); // the ellipsis as text where no theme draws it
-    setIcon(symbol);
+    // The ellipsis as text where no picture of it can be found; a button that only shows a
+    // symbol needs a name for those who cannot see it.
+    setText(QStringLiteral("\u22ef"));
+    setAccessibleName(tr("Menu"));
+    updateSymbol();
     setIconSize(QSize(symbolSide, symbolSide));
     setAutoRaise(true);
     setMaximumWidth(buttonWidth);
@@ -85,6 +87,20 @@ EllipsisMenu::EllipsisMenu(const ViewServices& services, QWidget* parent)
 EllipsisMenu::~EllipsisMenu()
 {
     delete m_about;
+}
+
+void EllipsisMenu::changeEvent(QEvent* event)
+{
+    QToolButton::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange)
+        updateSymbol();
+}
+
+void EllipsisMenu::updateSymbol()
+{
+    const QIcon symbol = iconFor(Picture::symbol("ellipsis.circle"), m_services.bundle);
+    setIcon(symbolicIcon(symbol, palette(), QPalette::ButtonText));
+    setToolButtonStyle(symbol.isNull() ? Qt::ToolButtonTextOnly : Qt::ToolButtonIconOnly);
 }
 
 QString EllipsisMenu::helperInfoString() const

@@ -38,8 +38,13 @@ public:
     void uninstallApp();
     void quitTrash();
 
+protected:
+    void changeEvent(QEvent* event) override;
+
 private:
     void updateHelperInfo();
+    // The symbol in the palette's button text colour, so that it shows in light and dark styles.
+    void updateSymbol();
 
     ViewServices m_services;
     QLabel* m_helperInfo;

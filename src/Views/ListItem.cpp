@@ -10,6 +10,7 @@
 #include "Platform/Workspace.h"
 #include "Shell/Display.h"
 
+#include <QEvent>
 #include <QFutureWatcher>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -17,6 +18,7 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QShowEvent>
+#include <QStackedLayout>
 #include <QToolButton>
 #include <QUrl>
 #include <QVBoxLayout>
@@ -30,6 +32,8 @@ namespace
 
 constexpr int iconSide = 32;
 constexpr int progressSteps = 1000;
+// A slim bar, in the middle of the details line it stands in for.
+constexpr int progressHeight = 6;
 // The desktop's colour for a destructive action, for the trash icon of a trash with items.
 const QColor emptyIconColour(0xe0, 0x1b, 0x24);
 
@@ -82,25 +86,36 @@ ListItem::ListItem(const Volume& item, const ViewServices& services, QWidget* pa
     m_progressBar->setObjectName(QStringLiteral("progress"));
     m_progressBar->setRange(0, progressSteps);
     m_progressBar->setTextVisible(false);
+    m_progressBar->setFixedHeight(progressHeight);
     m_progressBar->setVisible(false);
+    m_progressBar->setAccessibleName(tr("Emptying the trash of %1").arg(m_name));
 
-    m_emptyButton =
-        new QPushButton(iconFor(Picture::symbol("trash"), services.bundle), tr("Empty"), this);
+    m_emptyButton = new QPushButton(tr("Empty"), this);
     m_emptyButton->setObjectName(QStringLiteral("empty"));
     m_emptyButton->setEnabled(false); // until the count is known
+    m_emptyButton->setAccessibleName(tr("Empty the trash of %1").arg(m_name));
 
     m_revealButton = new QToolButton(this);
     m_revealButton->setObjectName(QStringLiteral("reveal"));
-    m_revealButton->setIcon(
-        iconFor(Picture::symbol("rectangle.portrait.and.arrow.right"), services.bundle));
     m_revealButton->setAutoRaise(true);
     m_revealButton->setToolTip(tr("Open Trash folder in the file manager"));
+    m_revealButton->setAccessibleName(tr("Show the trash of %1").arg(m_name));
     m_revealButton->setEnabled(canReveal());
+    updateSymbols();
+
+    // The progress bar takes the details line's place while the trash empties, so that the row
+    // keeps its height and the rows below it stay where they are.
+    auto* barPlace = new QWidget(this);
+    auto* bar = new QVBoxLayout(barPlace);
+    bar->setContentsMargins(0, 0, 0, 0);
+    bar->addWidget(m_progressBar, 0, Qt::AlignVCenter);
+    m_detailsLine = new QStackedLayout;
+    m_detailsLine->addWidget(m_detailsLabel);
+    m_detailsLine->addWidget(barPlace);
 
     auto* text = new QVBoxLayout;
     text->addWidget(m_nameLabel);
-    text->addWidget(m_detailsLabel);
-    text->addWidget(m_progressBar);
+    text->addLayout(m_detailsLine);
 
     auto* row = new QHBoxLayout(this);
     row->setContentsMargins(0, 0, 0, 0);
@@ -133,6 +148,28 @@ void ListItem::showEvent(QShowEvent* event)
         startDetails();
 }
 
+void ListItem::changeEvent(QEvent* event)
+{
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange)
+        updateSymbols();
+}
+
+void ListItem::updateSymbols()
+{
+    const BundleInfo& bundle = m_services.bundle;
+    // The row's own palette: a change reaches the row before its buttons.
+    const QPalette& palette = this->palette();
+    const QIcon trash = iconFor(Picture::symbol("trash"), bundle);
+    m_emptyButton->setIcon(m_itemCount.value_or(0) >= 1
+                               ? tintedIcon(trash, emptyIconColour,
+                                            palette.color(QPalette::Disabled, QPalette::ButtonText))
+                               : symbolicIcon(trash, palette, QPalette::ButtonText));
+    m_revealButton->setIcon(
+        symbolicIcon(iconFor(Picture::symbol("rectangle.portrait.and.arrow.right"), bundle),
+                     palette, QPalette::ButtonText));
+}
+
 void ListItem::startDetails()
 {
     m_detailsStarted = true;
@@ -154,11 +191,8 @@ void ListItem::showDetails(int itemCount, std::uint64_t size)
     m_itemCount = itemCount;
     m_details = detailString(itemCount, size);
     m_detailsLabel->setText(m_details);
-    const bool hasItems = itemCount >= 1;
     updateEmptyButton();
-    if (hasItems)
-        m_emptyButton->setIcon(
-            tintedIcon(m_emptyButton->icon(), emptyIconColour, m_emptyButton->iconSize()));
+    updateSymbols();
     Q_EMIT detailsChanged();
 }
 
@@ -181,6 +215,7 @@ void ListItem::setShouldShowProgress(bool show)
 {
     m_shouldShowProgress = show;
     m_progressBar->setVisible(show);
+    m_detailsLine->setCurrentIndex(show ? 1 : 0);
 }
 
 void ListItem::updateEmptyButton()

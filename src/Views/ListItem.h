@@ -11,15 +11,16 @@
 class QLabel;
 class QProgressBar;
 class QPushButton;
+class QStackedLayout;
 class QToolButton;
 
 namespace quillane
 {
 
-// One row of the panel: a trash location's icon and name, its item count and size, a progress
-// bar while its trash is being emptied, a button that empties it and one that shows the trash
-// folder in the file manager. The row keeps its volume record for its whole life; a rebuilt
-// list brings new rows.
+// One row of the panel: a trash location's icon and name, its item count and size (a progress
+// bar in their place while its trash is being emptied), a button that empties it and one that shows
+// the trash folder in the file manager. The row keeps its volume record for its whole life; a
+// rebuilt list brings new rows.
 class ListItem : public QWidget
 {
     Q_OBJECT
@@ -51,6 +52,7 @@ Q_SIGNALS:
 
 protected:
     void showEvent(QShowEvent* event) override;
+    void changeEvent(QEvent* event) override;
 
 private:
     void startDetails();
@@ -58,6 +60,8 @@ private:
     void progressChanged();
     void setShouldShowProgress(bool show);
     void updateEmptyButton();
+    // Draws the buttons' symbols in the row's palette, the trash in red while it holds items.
+    void updateSymbols();
     bool canReveal() const;
 
     Volume m_item;
@@ -72,6 +76,7 @@ private:
     QLabel* m_nameLabel;
     QLabel* m_detailsLabel;
     QProgressBar* m_progressBar;
+    QStackedLayout* m_detailsLine;
     QPushButton* m_emptyButton;
     QToolButton* m_revealButton;
 };

@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QIconEngine>
 #include <QPainter>
 #include <QPixmap>
 #include <QStandardPaths>
@@ -46,6 +47,73 @@ bool themeInstalled(const QString& name)
     });
 }
 
+QPixmap tinted(QPixmap pixmap, const QColor& colour)
+{
+    if (pixmap.isNull())
+        return pixmap;
+    QPainter painter(&pixmap);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+    painter.fillRect(QRectF(QPointF(0, 0), pixmap.deviceIndependentSize()), colour);
+    painter.end();
+    return pixmap;
+}
+
+// Draws another icon's shape in one colour per mode, at whatever size and pixel density it is
+// asked for, so that the result is as sharp as the icon it comes from.
+class TintedIconEngine final : public QIconEngine
+{
+public:
+    TintedIconEngine(QIcon source, QColor colour, QColor disabledColour)
+        : m_source(std::move(source)), m_colour(colour), m_disabledColour(disabledColour)
+    {
+    }
+
+    void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode, QIcon::State state) override
+    {
+        const qreal ratio = painter->device() ? painter->device()->devicePixelRatioF() : 1.0;
+        QPixmap image = pixmap((QSizeF(rect.size()) * ratio).toSize(), mode, state);
+        if (image.isNull())
+            return;
+        image.setDevicePixelRatio(ratio);
+        QRectF target(QPointF(0, 0), image.deviceIndependentSize());
+        target.moveCenter(QRectF(rect).center());
+        painter->drawPixmap(target.topLeft(), image);
+    }
+
+    // The size is in device pixels.
+    QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override
+    {
+        return tinted(m_source.pixmap(size, 1.0, QIcon::Normal, state),
+                      mode == QIcon::Disabled ? m_disabledColour : m_colour);
+    }
+
+    QPixmap scaledPixmap(const QSize& size, QIcon::Mode mode, QIcon::State state,
+                         qreal /*scale*/) override
+    {
+        return pixmap(size, mode, state);
+    }
+
+    QSize actualSize(const QSize& size, QIcon::Mode /*mode*/, QIcon::State state) override
+    {
+        return m_source.actualSize(size, QIcon::Normal, state);
+    }
+
+    QList<QSize> availableSizes(QIcon::Mode /*mode*/, QIcon::State state) override
+    {
+        return m_source.availableSizes(QIcon::Normal, state);
+    }
+
+    QString iconName() override { return m_source.name(); }
+    bool isNull() override { return m_source.isNull(); }
+    QString key() const override { return QStringLiteral("quillane-tinted"); }
+    QIconEngine* clone() const override { return new TintedIconEngine(*this); }
+
+private:
+    QIcon m_source;
+    QColor m_colour;
+    QColor m_disabledColour;
+};
+
 } // namespace
 
 QString symbolIconName(const std::string& symbol)
@@ -69,7 +137,10 @@ QIcon iconFor(const Picture& picture, const BundleInfo& bundle)
     switch (picture.kind) {
     case Picture::Kind::Symbol: {
         const QString name = symbolIconName(picture.name);
-        return name.isEmpty() ? QIcon() : QIcon::fromTheme(name);
+        if (name.isEmpty())
+            return {};
+        const auto file = bundle.resource("images/" + name.toStdString() + ".svg");
+        return QIcon::fromTheme(name, file ? QIcon(QFile::decodeName(file->c_str())) : QIcon());
     }
     case Picture::Kind::Asset:
         if (const auto file = bundle.resource("images/" + picture.name + ".svg"))
@@ -81,16 +152,17 @@ QIcon iconFor(const Picture& picture, const BundleInfo& bundle)
     return {};
 }
 
-QIcon tintedIcon(const QIcon& icon, const QColor& colour, QSize size)
+QIcon tintedIcon(const QIcon& icon, const QColor& colour, const QColor& disabledColour)
 {
-    QPixmap pixmap = icon.pixmap(size);
-    if (pixmap.isNull())
+    if (icon.isNull())
         return icon;
-    QPainter painter(&pixmap);
-    painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
-    painter.fillRect(QRectF(QPointF(0, 0), pixmap.deviceIndependentSize()), colour);
-    painter.end();
-    return QIcon(pixmap);
+    return QIcon(new TintedIconEngine(icon, colour, disabledColour));
+}
+
+QIcon symbolicIcon(const QIcon& symbol, const QPalette& palette, QPalette::ColorRole role)
+{
+    return tintedIcon(symbol, palette.color(QPalette::Active, role),
+                      palette.color(QPalette::Disabled, role));
 }
 
 void ensureIconTheme()

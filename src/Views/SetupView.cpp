@@ -136,7 +136,9 @@ QLineEdit* SetupPage::addCommand(const QString& command, QPushButton** copyButto
     field->setReadOnly(true);
     field->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
     field->setCursorPosition(0);
+    field->setAccessibleName(tr("Command to run in a terminal"));
     QPushButton* copy = makeButton(tr("Copy"), true);
+    copy->setAccessibleName(tr("Copy the command"));
     connect(copy, &QPushButton::clicked, field,
             [field] { QGuiApplication::clipboard()->setText(field->text()); });
     row->addWidget(field, 1);

@@ -1,11 +1,16 @@
 #include "../Helper/HelperHarness.h"
+#include "../Views/ViewHarness.h"
 #include "App/AppDelegate.h"
 #include "App/LaunchArguments.h"
 #include "App/PanelWindow.h"
 #include "App/RunningInstance.h"
 #include "App/TrayIcon.h"
+#include "App/WindowFrame.h"
 #include "Platform/tray/StatusNotifierItem.h"
 #include "ScriptedTrayHost.h"
+#include "Views/MenuView.h"
+#include "Views/SettingsView.h"
+#include "Views/SetupView.h"
 
 #include <QDBusAbstractAdaptor>
 #include <QDBusInterface>
@@ -13,6 +18,10 @@
 #include <QLocalSocket>
 #include <QPixmap>
 #include <QProcess>
+#include <QPushButton>
+#include <QScreen>
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -47,6 +56,131 @@ private Q_SLOTS:
         QFETCH(QPoint, click);
         QFETCH(QPoint, topLeft);
         QCOMPARE(PanelWindow::placement(QSize(400, 300), click, QRect(0, 30, 1920, 1050)), topLeft);
+    }
+
+    // The views keep their own sizes where the screen has room for them, and otherwise shrink
+    // to the screen's free area and scroll, however large the scale makes them.
+    void windowsFitTheScreen_data()
+    {
+        QTest::addColumn<QString>("view");
+        QTest::addColumn<QSize>("size"); // an empty height: as tall as the view wants
+        QTest::newRow("access page") << QStringLiteral("access") << FDAView::pageSize;
+        QTest::newRow("helper page") << QStringLiteral("helper") << HelperView::pageSize;
+        QTest::newRow("login page") << QStringLiteral("login") << LoginItemView::pageSize;
+        QTest::newRow("settings") << QStringLiteral("settings") << SettingsView::windowSize;
+        QTest::newRow("panel") << QStringLiteral("panel") << QSize(400, 0);
+        QTest::newRow("panel of twelve") << QStringLiteral("panel of twelve") << QSize(400, 0);
+    }
+
+    void windowsFitTheScreen()
+    {
+        QFETCH(QString, view);
+        QFETCH(QSize, size);
+        test::ViewHarness harness;
+        if (view == QStringLiteral("panel of twelve")) {
+            std::vector<std::tuple<std::string, std::string, std::string>> mounts;
+            for (int i = 0; i < 12; ++i)
+                mounts.emplace_back("/media/volume " + std::to_string(i), "ext4", "rw");
+            harness.model.setMounts(mounts);
+        }
+        const ViewServices services = harness.services();
+        harness.model.settle();
+
+        QWidget* content = nullptr;
+        if (view == QStringLiteral("access"))
+            content = new FDAView(services);
+        else if (view == QStringLiteral("helper"))
+            content = new HelperView(services);
+        else if (view == QStringLiteral("login"))
+            content = new LoginItemView(services);
+        else if (view == QStringLiteral("settings"))
+            content = new SettingsView(services);
+        else
+            content = new MenuView(services);
+        if (auto* page = qobject_cast<SetupPage*>(content))
+            page->setFixedSize(size); // as the setup window holds its pages
+
+        const QRect room = QGuiApplication::primaryScreen()->availableGeometry();
+        std::unique_ptr<QWidget> window;
+        if (view.startsWith(QStringLiteral("panel"))) {
+            auto panel = std::make_unique<PanelWindow>(content);
+            panel->popUp(room.bottomRight()); // a tray in the screen's corner
+            window = std::move(panel);
+        } else {
+            window = std::make_unique<QWidget>();
+            frameAround(window.get(), content);
+            window->show();
+        }
+        QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+        QCoreApplication::processEvents();
+        if (size.height() == 0)
+            size.setHeight(content->sizeHint().height());
+
+        const QRect frame = window->frameGeometry();
+        QVERIFY2(room.contains(frame), qPrintable(QStringLiteral("%1,%2 %3x%4 is not within %5x%6")
+                                                      .arg(frame.x())
+                                                      .arg(frame.y())
+                                                      .arg(frame.width())
+                                                      .arg(frame.height())
+                                                      .arg(room.width())
+                                                      .arg(room.height())));
+        // Nothing is cut off: the view keeps its size, and what is not in sight can be
+        // scrolled to.
+        QCOMPARE(content->size(), size);
+        auto* area = window->findChild<QScrollArea*>(QString(), Qt::FindDirectChildrenOnly);
+        QVERIFY(area);
+        QVERIFY(area->viewport()->width() + area->horizontalScrollBar()->maximum() >=
+                content->width());
+        QVERIFY(area->viewport()->height() + area->verticalScrollBar()->maximum() >=
+                content->height());
+        // Where it fits, the window is the view's own size.
+        const QSize decoration = frame.size() - window->size();
+        if (size.width() + decoration.width() <= room.width() &&
+            size.height() + decoration.height() <= room.height())
+            QCOMPARE(window->size(), size);
+    }
+
+    // A window follows its view as the view changes size, as the setup window does from one
+    // page to the next.
+    void windowFollowsItsView()
+    {
+        QWidget window;
+        auto* content = new QWidget;
+        content->setFixedSize(300, 200);
+        frameAround(&window, content);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QCOMPARE(window.size(), QSize(300, 200));
+        content->setFixedSize(200, 100);
+        QTRY_COMPARE(window.size(), QSize(200, 100));
+        content->setFixedSize(500, 400);
+        QTRY_COMPARE(window.size(), QSize(500, 400));
+    }
+
+    // Escape closes the panel wherever the focus is in it, and presses nothing.
+    void escapeClosesThePanel_data()
+    {
+        QTest::addColumn<bool>("onButton");
+        QTest::newRow("on the panel") << false;
+        QTest::newRow("on a button") << true;
+    }
+
+    void escapeClosesThePanel()
+    {
+        QFETCH(bool, onButton);
+        auto* content = new QWidget;
+        auto* button = new QPushButton(QStringLiteral("Empty"), content);
+        int clicks = 0;
+        connect(button, &QPushButton::clicked, this, [&] { ++clicks; });
+        PanelWindow panel(content);
+        panel.popUp(QPoint(100, 100));
+        QVERIFY(panel.isVisible());
+        QWidget* target = onButton ? static_cast<QWidget*>(button) : &panel;
+        QTest::keyClick(target, Qt::Key_Tab); // other keys leave it open
+        QVERIFY(panel.isVisible());
+        QTest::keyClick(target, Qt::Key_Escape);
+        QVERIFY(!panel.isVisible());
+        QCOMPARE(clicks, 0);
     }
 
     // A second launch finds the first and asks it to come forward.
@@ -123,9 +257,12 @@ private Q_SLOTS:
         QCOMPARE(property("ItemIsMenu").toBool(), false);
         QVERIFY(property("IconPixmap").isValid());
 
+        // The host says where in the display's pixels; at twice the scale, that is half as far
+        // in the units windows are placed in.
         bus.callItem(item, QStringLiteral("Activate"), {640, 12});
         QTRY_COMPARE(clicks.count(), 1);
-        QCOMPARE(clicks.first().first().toPoint(), QPoint(640, 12));
+        const qreal scale = QGuiApplication::primaryScreen()->devicePixelRatio();
+        QCOMPARE(clicks.first().first().toPoint(), QPoint(qRound(640 / scale), qRound(12 / scale)));
     }
 
     // A session restore and Qt's own arguments start the tray application; anything else is a

@@ -80,7 +80,8 @@ check() {
 
     # The pictures where the program looks for them, and what the desktop reads to list it.
     share=$stage$(full "$prefix" "$data")
-    for image in MenuIcon Dropbox GoogleDrive OneDrive WelcomeExample LoginItem; do
+    for image in MenuIcon Dropbox GoogleDrive OneDrive WelcomeExample LoginItem \
+        view-more-symbolic user-trash-symbolic folder-open-symbolic; do
         cmp "$source/Resources/images/$image.svg" "$share/quillane/images/$image.svg" ||
             fail "image $image"
     done

@@ -9,17 +9,21 @@
 #include "Views/MenuView.h"
 #include "Views/Pictures.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QLabel>
 #include <QMenu>
 #include <QMessageBox>
 #include <QProgressBar>
+#include <QScopeGuard>
 #include <QScrollBar>
 #include <QSignalSpy>
+#include <QStyle>
 #include <QTest>
 #include <QUrlQuery>
 #include <QWidgetAction>
 #include <random>
+#include <set>
 #include <unistd.h>
 
 using namespace quillane;
@@ -27,6 +31,7 @@ using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
 Q_DECLARE_METATYPE(quillane::Picture)
+Q_DECLARE_METATYPE(std::string)
 
 namespace
 {
@@ -63,6 +68,44 @@ void mountVolumes(test::ModelHarness& model, int count)
 QAbstractButton* button(QWidget& row, const char* name)
 {
     return row.findChild<QAbstractButton*>(QString::fromLatin1(name));
+}
+
+// A dark style's colours, as Adwaita-Dark and Breeze Dark give them.
+QPalette darkPalette()
+{
+    QPalette palette;
+    const QColor background(0x24, 0x24, 0x24);
+    const QColor text(0xee, 0xee, 0xee);
+    const QColor dimmed(0x80, 0x80, 0x80);
+    for (const auto role : {QPalette::Window, QPalette::Button, QPalette::Base})
+        palette.setColor(role, background);
+    for (const auto role : {QPalette::WindowText, QPalette::ButtonText, QPalette::Text}) {
+        palette.setColor(role, text);
+        palette.setColor(QPalette::Disabled, role, dimmed);
+    }
+    return palette;
+}
+
+// How many of a control's pixels stand out from the background it is drawn on.
+int pixelsOffBackground(QWidget& control)
+{
+    const QImage image = control.grab().toImage();
+    const int background = qGray(control.palette().color(QPalette::Window).rgb());
+    int count = 0;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            if (std::abs(qGray(image.pixel(x, y)) - background) > 96)
+                ++count;
+        }
+    }
+    return count;
+}
+
+// What a screen reader says a control is.
+QString spokenName(QWidget* control)
+{
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(control);
+    return accessible ? accessible->text(QAccessible::Name) : QString();
 }
 
 std::vector<ListItem*> rowsOf(const MenuView& menu)
@@ -144,6 +187,99 @@ private Q_SLOTS:
         QVERIFY(iconFor(Picture::asset("Dropbox"), bundle).isNull());
     }
 
+    // The symbols of the menu and reveal buttons are drawn in the style's text colour: they show
+    // in light and dark styles, also when the style changes while they are on screen.
+    void symbolsShowInEveryStyle_data()
+    {
+        QTest::addColumn<QList<bool>>("darkStyles");
+        QTest::newRow("light") << QList<bool>{false};
+        QTest::newRow("dark") << QList<bool>{true};
+        QTest::newRow("light, then dark") << QList<bool>{false, true};
+        QTest::newRow("dark, then light") << QList<bool>{true, false};
+    }
+
+    void symbolsShowInEveryStyle()
+    {
+        QFETCH(QList<bool>, darkStyles);
+        const QPalette original = QApplication::palette();
+        const auto restore = qScopeGuard([&] { QApplication::setPalette(original); });
+        const auto applyStyle = [&](bool dark) {
+            QApplication::setPalette(dark ? darkPalette()
+                                          : QApplication::style()->standardPalette());
+        };
+        applyStyle(darkStyles.first());
+        test::ViewHarness harness;
+        const ViewServices services = harness.services();
+        ListItem row(makeLocation(harness, "USB Stick", 1), services);
+        EllipsisMenu menu(services);
+        row.show();
+        menu.show();
+        for (const bool dark : darkStyles) {
+            applyStyle(dark);
+            QTRY_COMPARE(qGray(row.palette().color(QPalette::Window).rgb()) < 128, dark);
+            for (QWidget* control :
+                 {static_cast<QWidget*>(button(row, "reveal")), static_cast<QWidget*>(&menu)})
+                QVERIFY2(pixelsOffBackground(*control) >= 8, qPrintable(control->objectName()));
+        }
+    }
+
+    // Each control says what it acts on, so that a screen reader tells the rows apart.
+    void controlsSayWhatTheyActOn()
+    {
+        test::ViewHarness harness;
+        const ViewServices services = harness.services();
+        ListItem row(makeLocation(harness, "USB Stick", 1), services);
+        QCOMPARE(spokenName(button(row, "empty")), QStringLiteral("Empty the trash of USB Stick"));
+        QCOMPARE(spokenName(button(row, "reveal")), QStringLiteral("Show the trash of USB Stick"));
+        QCOMPARE(spokenName(row.findChild<QProgressBar*>()),
+                 QStringLiteral("Emptying the trash of USB Stick"));
+        EllipsisMenu menu(services);
+        QCOMPARE(spokenName(&menu), QStringLiteral("Menu"));
+
+        // In a whole panel, no control goes unnamed and no two sound alike.
+        mountVolumes(harness.model, 3);
+        services.observer.updateVolumes();
+        harness.model.settle();
+        MenuView panel(services);
+        std::set<QString> names;
+        const auto controls = panel.findChildren<QAbstractButton*>();
+        for (QAbstractButton* control : controls) {
+            const QString name = spokenName(control);
+            QVERIFY(!name.isEmpty());
+            QVERIFY2(names.insert(name).second, qPrintable(name));
+        }
+        QVERIFY(rowsOf(panel).size() >= 3);
+        QCOMPARE(names.size(), rowsOf(panel).size() * 2 + 1);
+    }
+
+    // Where the icon theme has no picture for a symbol, ours stands in.
+    void symbolsWithoutATheme_data()
+    {
+        QTest::addColumn<std::string>("symbol");
+        QTest::newRow("trash") << std::string("trash");
+        QTest::newRow("menu") << std::string("ellipsis.circle");
+        QTest::newRow("reveal") << std::string("rectangle.portrait.and.arrow.right");
+    }
+
+    void symbolsWithoutATheme()
+    {
+        QFETCH(std::string, symbol);
+        const QStringList paths = QIcon::themeSearchPaths();
+        const QString theme = QIcon::themeName();
+        const QString fallback = QIcon::fallbackThemeName();
+        const auto restore = qScopeGuard([&] {
+            QIcon::setThemeSearchPaths(paths);
+            QIcon::setThemeName(theme);
+            QIcon::setFallbackThemeName(fallback);
+        });
+        QTemporaryDir noThemes;
+        QIcon::setThemeSearchPaths({noThemes.path()});
+        QIcon::setThemeName(QStringLiteral("none"));
+        QIcon::setFallbackThemeName(QStringLiteral("none"));
+        QVERIFY(QIcon::fromTheme(symbolIconName(symbol)).isNull());
+        QVERIFY(!iconFor(Picture::symbol(symbol), BundleInfo::current()).pixmap(16, 16).isNull());
+    }
+
     void listSwitchesAtTenLocations_data()
     {
         QTest::addColumn<QList<int>>("counts");
@@ -216,6 +352,7 @@ private Q_SLOTS:
         VolumeObserver& observer = services.observer;
         const Volume emptied = makeLocation(harness, "emptied", items);
         ListItem active(emptied, services);
+        active.show();
         // Another record of the same trash folder is the same trash; the others are not.
         ListItem sameTrash(Volume("/media/alias", emptied.trashURL()), services);
         ListItem other(makeLocation(harness, "other", 1), services);
@@ -223,12 +360,15 @@ private Q_SLOTS:
         other.show();
         QTRY_VERIFY(button(other, "empty")->isEnabled());
 
+        const int rowHeight = active.sizeHint().height();
+        QList<int> heights; // the row keeps its height while its bar comes and goes
         QList<double> values;
         QList<bool> activeShown, sameShown;
         bool othersShown = false;
         bool otherCouldEmpty = false; // one emptying at a time
         connect(&observer, &VolumeObserver::progressChanged, this, [&] {
             values << observer.progress();
+            heights << active.sizeHint().height();
             activeShown << active.shouldShowProgress();
             sameShown << sameTrash.shouldShowProgress();
             othersShown = othersShown || other.shouldShowProgress() || noTrash.shouldShowProgress();
@@ -243,6 +383,7 @@ private Q_SLOTS:
         QCOMPARE(values, published);
         QCOMPARE(activeShown, shown);
         QCOMPARE(sameShown, shown);
+        QCOMPARE(heights, QList<int>(heights.size(), rowHeight));
         QVERIFY(!othersShown);
         QVERIFY(!otherCouldEmpty);
         QVERIFY(button(other, "empty")->isEnabled());

@@ -2,6 +2,7 @@
 #include "ViewHarness.h"
 #include "Views/SetupView.h"
 
+#include <QAccessible>
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QLabel>
@@ -67,6 +68,13 @@ std::unique_ptr<SetupPage> makePage(Page page, const ViewServices& services)
     return nullptr;
 }
 
+// What a screen reader says a control is.
+QString spokenName(QWidget* control)
+{
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(control);
+    return accessible ? accessible->text(QAccessible::Name) : QString();
+}
+
 // Lets a close that a page queued when it appeared take place.
 void settle()
 {
@@ -82,6 +90,31 @@ class TestSetupView : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // Every button and field of a page has a name a screen reader can say.
+    void controlsAreNamed_data()
+    {
+        QTest::addColumn<Page>("page");
+        QTest::newRow("access") << Page::FullDiskAccess;
+        QTest::newRow("helper") << Page::Helper;
+        QTest::newRow("login item") << Page::LoginItem;
+    }
+
+    void controlsAreNamed()
+    {
+        QFETCH(Page, page);
+        test::ViewHarness harness;
+        const ViewServices services = servicesIn(harness, {page != Page::FullDiskAccess});
+        const std::unique_ptr<SetupPage> view = makePage(page, services);
+        int controls = 0;
+        for (QWidget* control : view->findChildren<QWidget*>()) {
+            if (!qobject_cast<QAbstractButton*>(control) && !qobject_cast<QLineEdit*>(control))
+                continue;
+            ++controls;
+            QVERIFY2(!spokenName(control).isEmpty(), control->metaObject()->className());
+        }
+        QVERIFY(controls >= 2);
+    }
+
     void pageFollowsTheState_data()
     {
         QTest::addColumn<bool>("fdaGranted");
