@@ -5,11 +5,13 @@
 #include "App/TrayIcon.h"
 #include "App/WindowFrame.h"
 #include "Helper/XPCClient.h"
+#include "Model/TrashFullness.h"
 #include "Model/VolumeObserver.h"
 #include "Platform/BuildInfo.h"
 #include "Platform/Console.h"
 #include "Platform/Scheduler.h"
 #include "Platform/UserDefaults.h"
+#include "Platform/linux/FreedesktopNotifier.h"
 #include "Platform/linux/PackageOrigin.h"
 #include "Shell/Debug.h"
 #include "Shell/Display.h"
@@ -22,7 +24,6 @@
 
 #include <QApplication>
 #include <QCloseEvent>
-#include <QMenu>
 
 namespace quillane
 {
@@ -105,9 +106,13 @@ TrashApp::TrashApp(QDBusConnection sessionBus)
     emptying.findResource = [bundle = m_bundle](const std::string& name) {
         return bundle.resource(name);
     };
+    emptying.measureFreedSpace = true;
     m_observer = std::make_unique<VolumeObserver>(m_platform, std::move(emptying));
+    m_notifier = std::make_unique<FreedesktopNotifier>(m_sessionBus, QStringLiteral("Quillane"));
     connect(m_observer.get(), &VolumeObserver::emptyingFinished, this,
             [this](const EmptyingResult& result) {
+                if (const auto notification = notificationFor(result, m_platform.volumeNames))
+                    m_notifier->notify(*notification);
                 const QString message = emptyingProblem(result, m_platform.volumeNames);
                 // After the emptying has ended, so that the next one is not held up by the alert.
                 if (!message.isEmpty())
@@ -185,10 +190,20 @@ void TrashApp::launch()
         Console::writeLine(problem.toStdString()); // and the settings window shows it
     showSetupWindow();
 
-    m_tray =
-        std::make_unique<TrayIcon>(resourceIcon(m_bundle, "images/MenuIcon.svg"), m_sessionBus);
+    // The panel's own commands, for the tray icon's other button.
+    TrayMenu menu{
+        {tr("Open Quillane"), [this] { openPanel(QPoint()); }},
+        TrayMenuEntry::separator(),
+        {tr("Check for Updates..."), [this] { m_updater->checkForUpdates(); }},
+        {tr("Settings..."), [this] { openSettings(); }},
+        TrayMenuEntry::separator(),
+        {tr("Quit Quillane"), [this] { quit(); }},
+    };
+    m_fullness = std::make_unique<TrashFullness>(*m_observer);
+    m_tray = std::make_unique<TrayIcon>(trayPicture(), std::move(menu), m_sessionBus);
+    connect(m_fullness.get(), &TrashFullness::fullChanged, m_tray.get(),
+            [this] { m_tray->setPicture(trayPicture()); });
     connect(m_tray.get(), &TrayIcon::clicked, this, &TrashApp::togglePanel);
-    connect(m_tray.get(), &TrayIcon::contextMenuRequested, this, &TrashApp::showTrayMenu);
     if (!m_tray->start()) {
         Console::writeLine(
             "This desktop shows no tray icons, so Quillane's panel opens as a window. Start "
@@ -274,16 +289,27 @@ void TrashApp::openSettings()
     bringForward(m_settingsWindow);
 }
 
-void TrashApp::showTrayMenu(QPoint anchor)
+TrayPicture TrashApp::trayPicture() const
 {
-    auto* menu = new QMenu;
-    menu->setAttribute(Qt::WA_DeleteOnClose);
-    menu->addAction(tr("Open Quillane"), this, [this, anchor] { openPanel(anchor); });
-    menu->addAction(&m_checkForUpdatesCommand);
-    menu->addAction(&m_settingsCommand);
-    menu->addSeparator();
-    menu->addAction(&m_quitCommand);
-    menu->popup(anchor.isNull() ? QCursor::pos() : anchor);
+    // The desktop's own trash icons, as its file manager shows them; ours where it has none.
+    if (m_fullness && m_fullness->isFull())
+        return {QStringLiteral("user-trash-full"),
+                resourceIcon(m_bundle, "images/MenuIconFull.svg")};
+    return {QStringLiteral("user-trash"), resourceIcon(m_bundle, "images/MenuIcon.svg")};
+}
+
+std::optional<DesktopNotification> TrashApp::notificationFor(const EmptyingResult& result,
+                                                             const VolumeNames& names)
+{
+    if (result.ending != EmptyingResult::Ending::Completed)
+        return std::nullopt;
+    DesktopNotification notification;
+    notification.summary =
+        tr("Emptied the trash of %1").arg(messageText(result.volume.name(names)));
+    if (result.freedBytes)
+        notification.body = tr("%1 freed").arg(formatByteCount(*result.freedBytes));
+    notification.iconName = QStringLiteral("user-trash");
+    return notification;
 }
 
 } // namespace quillane

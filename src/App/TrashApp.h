@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/DesktopNotifier.h"
 #include "Platform/Platform.h"
 #include "Platform/linux/LinuxPlatform.h"
 #include "Platform/multimedia/QtSoundPlayer.h"
@@ -13,6 +14,7 @@
 #include <QObject>
 #include <QPointer>
 #include <memory>
+#include <optional>
 
 class QWidget;
 
@@ -20,10 +22,15 @@ namespace quillane
 {
 
 class AppDelegate;
+class FreedesktopNotifier;
 class HelperLink;
 class PanelWindow;
+class TrashFullness;
 class TrayIcon;
 class Updater;
+class VolumeNames;
+struct EmptyingResult;
+struct TrayPicture;
 class VolumeObserver;
 class XPCClient;
 
@@ -57,6 +64,11 @@ public:
     QWidget* settingsWindow() const { return m_settingsWindow; }
     QWidget* setupWindow() const { return m_setupWindow; }
 
+    // What the desktop is told when an emptying has ended; nothing for one that emptied
+    // nothing or stopped (an alert says why).
+    static std::optional<DesktopNotification> notificationFor(const EmptyingResult& result,
+                                                              const VolumeNames& names);
+
 private:
     ViewServices viewServices();
     // A top-level window of ours around one view: sized by it, with our icon and commands.
@@ -68,7 +80,7 @@ private:
     PanelWindow& panel();
     void togglePanel(QPoint anchor);
     void openPanel(QPoint anchor);
-    void showTrayMenu(QPoint anchor);
+    TrayPicture trayPicture() const;
 
     LinuxPlatform m_linux;
     Platform m_platform;
@@ -82,6 +94,8 @@ private:
     std::unique_ptr<Updater> m_updater;
     std::unique_ptr<AppDelegate> m_appDelegate;
     QDBusConnection m_sessionBus;
+    std::unique_ptr<FreedesktopNotifier> m_notifier;
+    std::unique_ptr<TrashFullness> m_fullness;
 
     QAction m_checkForUpdatesCommand;
     QAction m_settingsCommand;

@@ -5,6 +5,7 @@
 
 #include <QCursor>
 #include <QGuiApplication>
+#include <QMenu>
 #include <QScreen>
 #include <QSystemTrayIcon>
 
@@ -32,9 +33,9 @@ QPoint fromDevicePixels(QPoint point)
 
 } // namespace
 
-TrayIcon::TrayIcon(QIcon icon, QDBusConnection sessionBus, QObject* parent)
-    : QObject(parent), m_icon(std::move(icon)), m_bus(std::move(sessionBus)),
-      m_hosts(std::make_unique<StatusNotifierHostWatcher>(m_bus))
+TrayIcon::TrayIcon(TrayPicture picture, TrayMenu menu, QDBusConnection sessionBus, QObject* parent)
+    : QObject(parent), m_picture(std::move(picture)), m_menu(std::move(menu)),
+      m_bus(std::move(sessionBus)), m_hosts(std::make_unique<StatusNotifierHostWatcher>(m_bus))
 {
     connect(m_hosts.get(), &StatusNotifierHostWatcher::hostAvailableChanged, this,
             [this](bool available) {
@@ -56,7 +57,7 @@ bool TrayIcon::start()
         return true;
     if (!QSystemTrayIcon::isSystemTrayAvailable())
         return false;
-    m_systemTray = std::make_unique<QSystemTrayIcon>(m_icon);
+    m_systemTray = std::make_unique<QSystemTrayIcon>(themedIcon());
     m_systemTray->setToolTip(QStringLiteral("Quillane"));
     connect(m_systemTray.get(), &QSystemTrayIcon::activated, this,
             [this](QSystemTrayIcon::ActivationReason reason) {
@@ -65,7 +66,7 @@ bool TrayIcon::start()
                     icon.isValid() ? QPoint(icon.center().x(), icon.bottom()) : QCursor::pos();
                 // A double click arrives after its first click has already opened the panel.
                 if (reason == QSystemTrayIcon::Context)
-                    Q_EMIT contextMenuRequested(anchor);
+                    popUpMenu(anchor);
                 else if (reason != QSystemTrayIcon::DoubleClick)
                     Q_EMIT clicked(anchor);
             });
@@ -78,10 +79,25 @@ bool TrayIcon::isShown() const
     return m_item || (m_systemTray && m_systemTray->isVisible());
 }
 
+void TrayIcon::setPicture(TrayPicture picture)
+{
+    m_picture = std::move(picture);
+    if (m_item)
+        m_item->setIcon(m_picture.iconName, themedIcon());
+    if (m_systemTray)
+        m_systemTray->setIcon(themedIcon());
+}
+
+QIcon TrayIcon::themedIcon() const
+{
+    return QIcon::fromTheme(m_picture.iconName, m_picture.fallback);
+}
+
 bool TrayIcon::showStatusNotifierItem()
 {
     auto item = std::make_unique<StatusNotifierItem>(m_bus, QStringLiteral("quillane"),
-                                                     QStringLiteral("Quillane"), m_icon);
+                                                     QStringLiteral("Quillane"), m_picture.iconName,
+                                                     themedIcon(), m_menu);
     if (!item->registerWithWatcher()) {
         Console::writeLine("Tray Error: " + item->error().toStdString());
         return false;
@@ -91,10 +107,23 @@ bool TrayIcon::showStatusNotifierItem()
     connect(item.get(), &StatusNotifierItem::activated, this,
             [this](QPoint anchor) { Q_EMIT clicked(fromDevicePixels(anchor)); });
     connect(item.get(), &StatusNotifierItem::contextMenuRequested, this,
-            [this](QPoint anchor) { Q_EMIT contextMenuRequested(fromDevicePixels(anchor)); });
+            [this](QPoint anchor) { popUpMenu(fromDevicePixels(anchor)); });
     m_item = std::move(item);
     m_systemTray.reset();
     return true;
+}
+
+void TrayIcon::popUpMenu(QPoint anchor)
+{
+    auto* menu = new QMenu;
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    for (const TrayMenuEntry& entry : m_menu) {
+        if (entry.isSeparator())
+            menu->addSeparator();
+        else
+            menu->addAction(entry.label, this, entry.trigger);
+    }
+    menu->popup(anchor.isNull() ? QCursor::pos() : anchor);
 }
 
 } // namespace quillane

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cerrno>
 #include <fcntl.h>
+#include <optional>
 #include <set>
 #include <sys/file.h>
 #include <sys/statvfs.h>
@@ -53,6 +54,8 @@ struct TrashEmptier::Job {
     UniqueFd files; // locked for the emptying's life
     UniqueFd trash; // the folder holding files/, info/ and directorysizes
     UniqueFd info;
+    bool measuresFreedSpace = false;
+    std::optional<std::uint64_t> sizeBefore; // when measured, and it could be
 };
 
 namespace
@@ -96,6 +99,11 @@ TrashEmptier::~TrashEmptier()
     m_job->cancelled = true;
 }
 
+void TrashEmptier::setMeasuresFreedSpace(bool measures)
+{
+    m_job->measuresFreedSpace = measures;
+}
+
 void TrashEmptier::start()
 {
     m_workQueue.async([job = m_job] {
@@ -127,6 +135,10 @@ void TrashEmptier::start()
             job->info = UniqueFd::adopt(
                 openat(job->trash.get(), "info", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
             job->recordsBefore = listRecords(job->trash.get());
+        }
+        if (job->measuresFreedSpace) {
+            if (const auto size = allocatedSizeOfTrash(job->trashFolder))
+                job->sizeBefore = *size;
         }
         const auto count = static_cast<long long>(job->names.size());
         job->report([count](TrashEmptier& emptier) { Q_EMIT emptier.started(count); });
@@ -161,12 +173,22 @@ void TrashEmptier::tidy()
         }
         // A volume that turned read-only after the last item is the volume's fault like any
         // other, and said once.
-        if (!errors.isEmpty() && concernsTheVolume(job->trash.get(), 0))
+        if (!errors.isEmpty() && concernsTheVolume(job->trash.get(), 0)) {
             job->report([error = errors.first()](TrashEmptier& emptier) {
                 Q_EMIT emptier.volumeFailed(error);
             });
-        else
-            job->report([errors](TrashEmptier& emptier) { Q_EMIT emptier.tidied(errors); });
+            return;
+        }
+        std::optional<std::uint64_t> freed;
+        if (job->sizeBefore) {
+            if (const auto after = allocatedSizeOfTrash(job->trashFolder))
+                freed = *job->sizeBefore - std::min(*after, *job->sizeBefore);
+        }
+        job->report([errors, freed](TrashEmptier& emptier) {
+            if (freed)
+                Q_EMIT emptier.spaceFreed(*freed);
+            Q_EMIT emptier.tidied(errors);
+        });
     });
 }
 

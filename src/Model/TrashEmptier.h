@@ -42,6 +42,10 @@ public:
 
     const std::filesystem::path& trashFolder() const { return m_trashFolder; }
 
+    // Before start(): size the trash before its removals and after its tidying, for spaceFreed().
+    // The size is read as the panel reads it, so after the panel has shown the trash the first
+    // reading walks only what changed since.
+    void setMeasuresFreedSpace(bool measures);
     void start();
     void resume();
     // Puts the trash in order once every item is settled: records whose item is gone, and
@@ -59,6 +63,8 @@ Q_SIGNALS:
     // The volume itself failed (read-only, gone), in the removals or the tidying: nothing more
     // will be tried.
     void volumeFailed(const QString& error);
+    // Just before tidied(), when measured: how much less the trash takes up than before.
+    void spaceFreed(quint64 bytes);
     void tidied(const QStringList& errors);
 
 private:

@@ -406,6 +406,7 @@ void VolumeObserver::startEmptying(const Volume& volume)
     // so that the list keeps following mounts and changes meanwhile.
     m_emptier =
         new TrashEmptier(*volume.trashURL(), m_platform.mainQueue, m_platform.removalQueue, this);
+    m_emptier->setMeasuresFreedSpace(m_emptying.measureFreedSpace);
     m_result = EmptyingResult();
     m_result.volume = volume;
     m_removing = true;
@@ -425,6 +426,8 @@ void VolumeObserver::startEmptying(const Volume& volume)
     connect(m_emptier, &TrashEmptier::removalsFinished, this,
             [this] { m_platform.mainQueue.post(m_emptier, [this] { removalsFinished(); }); });
     connect(m_emptier, &TrashEmptier::volumeFailed, this, &VolumeObserver::stopEmptying);
+    connect(m_emptier, &TrashEmptier::spaceFreed, this,
+            [this](quint64 bytes) { m_result.freedBytes = bytes; });
     connect(m_emptier, &TrashEmptier::tidied, this, [this](const QStringList& errors) {
         m_result.problems << errors;
         for (const QString& error : errors)

@@ -33,6 +33,9 @@ struct EmptyingServices {
     std::function<void(const QString& message)> alert;
     SoundPlayer* sound = nullptr;
     std::function<std::optional<std::filesystem::path>(const std::string&)> findResource;
+    // Whether the result tells how much space an emptying gave back. It sizes the trash before
+    // and after: the panel's sizes make that quick, a trash never sized is walked in full.
+    bool measureFreedSpace = false;
 };
 
 // How long the observer lets what it found settle before it shows it: the panel waits half a
@@ -65,6 +68,9 @@ struct EmptyingResult {
     std::vector<std::pair<std::filesystem::path, QString>> refused;
     // What could not be put in order afterwards (a record whose item is gone, the size cache).
     QStringList problems;
+    // How much less the trash takes up on its volume than before, once it was tidied; known
+    // when measureFreedSpace asked for it and the trash could be sized.
+    std::optional<std::uint64_t> freedBytes;
 };
 
 // The model of the panel: every trash location in display order (mounted volumes, cloud

@@ -1,9 +1,12 @@
 #pragma once
 
+#include "Platform/tray/DBusMenuExporter.h"
 #include "Platform/tray/StatusNotifierItem.h"
 
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnection>
+#include <QDBusMetaType>
+#include <QDBusObjectPath>
 #include <QDBusPendingCall>
 #include <QMutex>
 #include <QProcess>
@@ -45,6 +48,38 @@ Q_SIGNALS:
 private:
     mutable QMutex m_mutex;
     QStringList m_registered;
+};
+
+// The desktop's notification server: it records what it is asked to show.
+class ScriptedNotificationServer : public QDBusAbstractAdaptor
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
+
+public:
+    struct Shown {
+        QString application;
+        QString icon;
+        QString summary;
+        QString body;
+    };
+
+    explicit ScriptedNotificationServer(QObject* owner) : QDBusAbstractAdaptor(owner) {}
+
+    QList<Shown> shown;
+
+public Q_SLOTS:
+    uint Notify(const QString& application, uint replaces, const QString& icon,
+                const QString& summary, const QString& body, const QStringList& actions,
+                const QVariantMap& hints, int timeout)
+    {
+        (void)replaces;
+        (void)actions;
+        (void)hints;
+        (void)timeout;
+        shown.append({application, icon, summary, body});
+        return static_cast<uint>(shown.size());
+    }
 };
 
 // A private session bus with two connections to it: the application's and the panel's.
@@ -91,6 +126,81 @@ public:
         return watcher;
     }
 
+    // The notification server on the panel's connection, answering in the test's own thread;
+    // null when it could not be put there.
+    ScriptedNotificationServer* startNotificationServer()
+    {
+        auto* server = new ScriptedNotificationServer(&m_notificationObject);
+        if (!panelSide.registerObject(QStringLiteral("/org/freedesktop/Notifications"),
+                                      &m_notificationObject) ||
+            !panelSide.registerService(QStringLiteral("org.freedesktop.Notifications")))
+            return nullptr;
+        return server;
+    }
+
+    // Calls a method as the panel does and waits for the answer in the event loop (both ends
+    // may live in the test's own thread). An invalid message when none came.
+    QDBusMessage callAndWait(const QString& service, const QString& path, const QString& interface,
+                             const QString& method, const QVariantList& arguments)
+    {
+        QDBusMessage call = QDBusMessage::createMethodCall(service, path, interface, method);
+        call.setArguments(arguments);
+        QDBusPendingCall pending = panelSide.asyncCall(call);
+        if (!QTest::qWaitFor([&] { return pending.isFinished(); }, 10000))
+            return {};
+        return pending.reply();
+    }
+
+    QVariant property(const QString& service, const QString& path, const QString& interface,
+                      const QString& name)
+    {
+        const QDBusMessage reply =
+            callAndWait(service, path, QStringLiteral("org.freedesktop.DBus.Properties"),
+                        QStringLiteral("Get"), {interface, name});
+        return reply.arguments().value(0).value<QDBusVariant>().variant();
+    }
+
+    // The menu an item publishes, as the panel reads it to draw it: its entries' ids and labels,
+    // a separator as "-".
+    QList<QPair<int, QString>> menuOf(const QString& item)
+    {
+        registerDBusMenuTypes();
+        const auto path =
+            property(item, QStringLiteral("/StatusNotifierItem"),
+                     QStringLiteral("org.kde.StatusNotifierItem"), QStringLiteral("Menu"))
+                .value<QDBusObjectPath>()
+                .path();
+        const QDBusMessage reply = callAndWait(item, path, QStringLiteral("com.canonical.dbusmenu"),
+                                               QStringLiteral("GetLayout"), {0, -1, QStringList()});
+        QList<QPair<int, QString>> entries;
+        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 2)
+            return entries;
+        const auto root = qdbus_cast<DBusMenuLayoutItem>(reply.arguments().at(1));
+        for (const DBusMenuLayoutItem& child : root.children) {
+            const bool separator = child.properties.value(QStringLiteral("type")).toString() ==
+                                   QStringLiteral("separator");
+            entries.append(
+                {child.id, separator ? QStringLiteral("-")
+                                     : child.properties.value(QStringLiteral("label")).toString()});
+        }
+        return entries;
+    }
+
+    // Sends the menu an event for one entry, as the panel does when the user picks it: alone,
+    // or in a group (as xfce4-panel and GNOME's extension send them).
+    QDBusMessage menuEvent(const QString& item, int id, const QString& event, bool grouped = false)
+    {
+        const QVariant data = QVariant::fromValue(QDBusVariant(0));
+        if (grouped)
+            return callAndWait(
+                item, StatusNotifierItem::menuPath, QStringLiteral("com.canonical.dbusmenu"),
+                QStringLiteral("EventGroup"),
+                {QVariant::fromValue(DBusMenuEventList{{id, event, QDBusVariant(0), 0}})});
+        return callAndWait(item, StatusNotifierItem::menuPath,
+                           QStringLiteral("com.canonical.dbusmenu"), QStringLiteral("Event"),
+                           {id, event, data, uint(0)});
+    }
+
     // Calls a method of an item as the panel does, without waiting (both ends may live in
     // the test's own thread).
     void callItem(const QString& item, const QString& method, const QVariantList& arguments)
@@ -109,6 +219,7 @@ private:
     QProcess m_daemon;
     QThread m_panelThread;
     QObject m_watcherObject;
+    QObject m_notificationObject;
 };
 
 } // namespace quillane::test

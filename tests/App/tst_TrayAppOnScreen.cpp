@@ -3,6 +3,7 @@
 #include "Platform/FileSystem.h"
 #include "Platform/UserDefaults.h"
 #include "ScriptedTrayHost.h"
+#include "Shell/Display.h"
 #include "Shell/Translations.h"
 #include "TestSupport.h"
 #include "Views/ListItem.h"
@@ -85,6 +86,36 @@ private Q_SLOTS:
         QTRY_VERIFY(!app.trayPanel()->isVisible());
     }
 
+    // The tray's own menu, as the panel reads and draws it: the panel's commands, each run by
+    // its entry.
+    void trayMenuRunsTheCommands()
+    {
+        if (qEnvironmentVariable("QT_QPA_PLATFORM") != QStringLiteral("xcb"))
+            QSKIP("needs Xvfb");
+        settleUser();
+        test::SessionBus bus;
+        test::ScriptedWatcher* watcher = bus.startWatcher();
+        QVERIFY(watcher);
+        TrashApp app(bus.appSide);
+        app.launch();
+        QTRY_COMPARE(watcher->registered().size(), 1);
+        const QString item = watcher->registered().first();
+
+        const QList<QPair<int, QString>> expected{{1, QStringLiteral("Open Quillane")},
+                                                  {2, QStringLiteral("-")},
+                                                  {3, QStringLiteral("Check for Updates...")},
+                                                  {4, QStringLiteral("Settings...")},
+                                                  {5, QStringLiteral("-")},
+                                                  {6, QStringLiteral("Quit Quillane")}};
+        QCOMPARE(bus.menuOf(item), expected);
+
+        bus.menuEvent(item, 1, QStringLiteral("clicked"));
+        QTRY_VERIFY(app.trayPanel() && app.trayPanel()->isVisible());
+        QVERIFY(!app.settingsWindow());
+        bus.menuEvent(item, 4, QStringLiteral("clicked"));
+        QTRY_VERIFY(app.settingsWindow() && app.settingsWindow()->isVisible());
+    }
+
     void emptiesAVolumeFromThePanelWindow()
     {
         if (!test::canMount() || qEnvironmentVariable("QT_QPA_PLATFORM") != QStringLiteral("xcb"))
@@ -102,7 +133,12 @@ private Q_SLOTS:
         }
 
         settleUser();
-        TrashApp app;
+        const auto expectedFreed = allocatedSizeOfDirectory(trash / "files");
+        QVERIFY(expectedFreed);
+        test::SessionBus bus; // with the desktop's notification server, and no tray
+        test::ScriptedNotificationServer* notifications = bus.startNotificationServer();
+        QVERIFY(notifications);
+        TrashApp app(bus.appSide);
         app.launch();
         QVERIFY(app.panelWindow()); // no tray on a bare X server
         QTRY_VERIFY(app.panelWindow()->isVisible());
@@ -138,6 +174,15 @@ private Q_SLOTS:
         QVERIFY(sawProgressBar);
         QCOMPARE(listDirectory(trash / "files")->size(), 0u);
         QCOMPARE(listDirectory(trash / "info")->size(), 0u);
+
+        // The desktop is told, beside the sound.
+        QTRY_COMPARE(notifications->shown.size(), 1);
+        const QString name = messageText(
+            rowFor(app.panelWindow(), volume)->item().name(app.observer().platform().volumeNames));
+        QCOMPARE(notifications->shown[0].summary, QStringLiteral("Emptied the trash of ") + name);
+        QCOMPARE(notifications->shown[0].body,
+                 formatByteCount(*expectedFreed) + QStringLiteral(" freed"));
+        QCOMPARE(notifications->shown[0].application, QStringLiteral("Quillane"));
     }
 };
 

@@ -4,8 +4,12 @@
 #include "App/LaunchArguments.h"
 #include "App/PanelWindow.h"
 #include "App/RunningInstance.h"
+#include "App/TrashApp.h"
 #include "App/TrayIcon.h"
 #include "App/WindowFrame.h"
+#include "Model/VolumeObserver.h"
+#include "Platform/VolumeNames.h"
+#include "Platform/linux/FreedesktopNotifier.h"
 #include "Platform/tray/StatusNotifierItem.h"
 #include "ScriptedTrayHost.h"
 #include "Views/MenuView.h"
@@ -33,6 +37,51 @@
 
 using namespace quillane;
 using namespace std::chrono_literals;
+
+namespace
+{
+
+class FixedNames final : public VolumeNames
+{
+public:
+    explicit FixedNames(std::string name) : m_name(std::move(name)) {}
+    std::optional<std::string> volumeName(const std::filesystem::path&) const override
+    {
+        return m_name;
+    }
+
+private:
+    std::string m_name;
+};
+
+QPixmap filled(Qt::GlobalColor colour)
+{
+    QPixmap picture(22, 22);
+    picture.fill(colour);
+    return picture;
+}
+
+// The debug lines written while it lives.
+struct DebugCapture {
+    DebugCapture()
+    {
+        lines().clear();
+        previous = qInstallMessageHandler(
+            [](QtMsgType type, const QMessageLogContext&, const QString& message) {
+                if (type == QtDebugMsg)
+                    lines() << message;
+            });
+    }
+    ~DebugCapture() { qInstallMessageHandler(previous); }
+    static QStringList& lines()
+    {
+        static QStringList captured;
+        return captured;
+    }
+    QtMessageHandler previous;
+};
+
+} // namespace
 
 class TestTrayApplication : public QObject
 {
@@ -225,9 +274,7 @@ private Q_SLOTS:
         QVERIFY(bus.appSide.isConnected());
         QDBusConnection& panelSide = bus.panelSide;
 
-        QPixmap picture(22, 22);
-        picture.fill(Qt::red);
-        TrayIcon tray{QIcon(picture), bus.appSide};
+        TrayIcon tray{{QStringLiteral("user-trash"), QIcon(filled(Qt::red))}, {}, bus.appSide};
         QSignalSpy appeared(&tray, &TrayIcon::appeared);
         QSignalSpy clicks(&tray, &TrayIcon::clicked);
         QVERIFY(!tray.start()); // no host, and no X11 tray off screen
@@ -256,6 +303,7 @@ private Q_SLOTS:
         QCOMPARE(property("Id").toString(), QStringLiteral("quillane"));
         QCOMPARE(property("ItemIsMenu").toBool(), false);
         QVERIFY(property("IconPixmap").isValid());
+        QCOMPARE(property("IconName").toString(), QStringLiteral("user-trash"));
 
         // The host says where in the display's pixels; at twice the scale, that is half as far
         // in the units windows are placed in.
@@ -263,6 +311,177 @@ private Q_SLOTS:
         QTRY_COMPARE(clicks.count(), 1);
         const qreal scale = QGuiApplication::primaryScreen()->devicePixelRatio();
         QCOMPARE(clicks.first().first().toPoint(), QPoint(qRound(640 / scale), qRound(12 / scale)));
+    }
+
+    // The tray item publishes its menu; the panel reads it in order and draws it itself, and
+    // the entry the user picks runs its command once.
+    void trayMenuIsReadAndPickedOverTheBus_data()
+    {
+        QTest::addColumn<int>("id");
+        QTest::addColumn<QString>("event");
+        QTest::addColumn<bool>("grouped");
+        QTest::addColumn<QStringList>("ran");
+        QTest::addColumn<bool>("error");
+        const QString clicked = QStringLiteral("clicked");
+        const QStringList open{QStringLiteral("open")};
+        const QStringList quit{QStringLiteral("quit")};
+        QTest::newRow("first entry clicked") << 1 << clicked << false << open << false;
+        QTest::newRow("last entry clicked") << 4 << clicked << false << quit << false;
+        QTest::newRow("clicked, in a group") << 1 << clicked << true << open << false;
+        QTest::newRow("hovered runs nothing")
+            << 3 << QStringLiteral("hovered") << false << QStringList() << false;
+        QTest::newRow("separator clicked") << 2 << clicked << false << QStringList() << false;
+        QTest::newRow("the menu itself opened")
+            << 0 << QStringLiteral("opened") << true << QStringList() << false;
+        QTest::newRow("no such entry") << 5 << clicked << false << QStringList() << true;
+    }
+
+    void trayMenuIsReadAndPickedOverTheBus()
+    {
+        QFETCH(int, id);
+        QFETCH(QString, event);
+        QFETCH(bool, grouped);
+        QFETCH(QStringList, ran);
+        QFETCH(bool, error);
+        test::SessionBus bus;
+        test::ScriptedWatcher* watcher = bus.startWatcher();
+        QVERIFY(watcher);
+        QStringList commands;
+        TrayMenu menu{{QStringLiteral("Open"), [&] { commands << QStringLiteral("open"); }},
+                      TrayMenuEntry::separator(),
+                      {QStringLiteral("Set_up..."), [&] { commands << QStringLiteral("setup"); }},
+                      {QStringLiteral("Quit"), [&] { commands << QStringLiteral("quit"); }}};
+        TrayIcon tray{{QStringLiteral("user-trash"), QIcon(filled(Qt::red))}, menu, bus.appSide};
+        QVERIFY(tray.start());
+        QTRY_COMPARE(watcher->registered().size(), 1);
+        const QString item = watcher->registered().first();
+
+        const QList<QPair<int, QString>> expected{{1, QStringLiteral("Open")},
+                                                  {2, QStringLiteral("-")},
+                                                  // "_" alone marks an access key for the host
+                                                  {3, QStringLiteral("Set__up...")},
+                                                  {4, QStringLiteral("Quit")}};
+        QCOMPARE(bus.menuOf(item), expected);
+        QCOMPARE(bus.property(item, StatusNotifierItem::menuPath,
+                              QStringLiteral("com.canonical.dbusmenu"), QStringLiteral("Version"))
+                     .toUInt(),
+                 3u);
+
+        const QDBusMessage reply = bus.menuEvent(item, id, event, grouped);
+        QCOMPARE(reply.type(), error ? QDBusMessage::ErrorMessage : QDBusMessage::ReplyMessage);
+        QTest::qWait(50); // a command runs after the answer: let any that would run, run
+        QCOMPARE(commands, ran);
+    }
+
+    // The icon says whether the trash holds items: the host hears of each change and reads the
+    // theme's name for the new icon.
+    void trayIconFollowsTheTrash()
+    {
+        test::SessionBus bus;
+        test::ScriptedWatcher* watcher = bus.startWatcher();
+        QVERIFY(watcher);
+        TrayIcon tray{{QStringLiteral("user-trash"), QIcon(filled(Qt::red))}, {}, bus.appSide};
+        QVERIFY(tray.start());
+        QTRY_COMPARE(watcher->registered().size(), 1);
+        const QString item = watcher->registered().first();
+        const auto iconName = [&] {
+            return bus
+                .property(item, QStringLiteral("/StatusNotifierItem"),
+                          QStringLiteral("org.kde.StatusNotifierItem"), QStringLiteral("IconName"))
+                .toString();
+        };
+        QCOMPARE(iconName(), QStringLiteral("user-trash"));
+        m_newIcons = 0;
+        QVERIFY(bus.panelSide.connect(item, QStringLiteral("/StatusNotifierItem"),
+                                      QStringLiteral("org.kde.StatusNotifierItem"),
+                                      QStringLiteral("NewIcon"), this, SLOT(countNewIcon())));
+
+        tray.setPicture({QStringLiteral("user-trash-full"), QIcon(filled(Qt::blue))});
+        QTRY_COMPARE(m_newIcons, 1);
+        QCOMPARE(iconName(), QStringLiteral("user-trash-full"));
+        tray.setPicture({QStringLiteral("user-trash"), QIcon(filled(Qt::red))});
+        QTRY_COMPARE(m_newIcons, 2);
+        QCOMPARE(iconName(), QStringLiteral("user-trash"));
+    }
+
+    // What the desktop is told when an emptying ends: only an emptying that removed something,
+    // with the name shown safely and the space it gave back.
+    void emptyingNotification_data()
+    {
+        QTest::addColumn<int>("ending");
+        QTest::addColumn<QString>("volumeName");
+        QTest::addColumn<qint64>("freed"); // -1: not known
+        QTest::addColumn<QString>("summary");
+        QTest::addColumn<QString>("body");
+        using Ending = EmptyingResult::Ending;
+        QTest::newRow("completed")
+            << int(Ending::Completed) << QStringLiteral("USB Stick") << qint64(1'234'000'000)
+            << QStringLiteral("Emptied the trash of USB Stick") << QStringLiteral("1.2 GB freed");
+        QTest::newRow("size not known")
+            << int(Ending::Completed) << QStringLiteral("USB Stick") << qint64(-1)
+            << QStringLiteral("Emptied the trash of USB Stick") << QString();
+        QTest::newRow("a newline in the name")
+            << int(Ending::Completed) << QStringLiteral("USB\nStick") << qint64(999)
+            << QStringLiteral("Emptied the trash of USB\\nStick")
+            << QStringLiteral("999 bytes freed");
+        for (const auto& [name, ending] :
+             {std::pair{"nothing to remove", Ending::NothingToRemove},
+              std::pair{"not started", Ending::NotStarted}, std::pair{"stopped", Ending::Stopped}})
+            QTest::newRow(name) << int(ending) << QStringLiteral("USB Stick") << qint64(0)
+                                << QString() << QString();
+    }
+
+    void emptyingNotification()
+    {
+        QFETCH(int, ending);
+        QFETCH(QString, volumeName);
+        QFETCH(qint64, freed);
+        QFETCH(QString, summary);
+        QFETCH(QString, body);
+        const FixedNames names(volumeName.toStdString());
+        EmptyingResult result;
+        result.volume = Volume(std::filesystem::path("/media/stick"),
+                               std::filesystem::path("/media/stick/.Trash-0/files"));
+        result.ending = static_cast<EmptyingResult::Ending>(ending);
+        if (freed >= 0)
+            result.freedBytes = static_cast<std::uint64_t>(freed);
+        const auto notification = TrashApp::notificationFor(result, names);
+        QCOMPARE(notification.has_value(), !summary.isEmpty());
+        if (!notification)
+            return;
+        QCOMPARE(notification->summary, summary);
+        QCOMPARE(notification->body, body);
+        QCOMPARE(notification->iconName, QStringLiteral("user-trash"));
+    }
+
+    // The notification server receives what is shown, from Quillane; without one, a debug line
+    // is all that is said.
+    void notificationReachesTheServer()
+    {
+        test::SessionBus bus;
+        test::ScriptedNotificationServer* server = bus.startNotificationServer();
+        QVERIFY(server);
+        FreedesktopNotifier notifier(bus.appSide, QStringLiteral("Quillane"));
+        notifier.notify({QStringLiteral("Emptied the trash of USB Stick"),
+                         QStringLiteral("1.2 GB freed"), QStringLiteral("user-trash")});
+        QTRY_COMPARE(server->shown.size(), 1);
+        QCOMPARE(server->shown[0].application, QStringLiteral("Quillane"));
+        QCOMPARE(server->shown[0].icon, QStringLiteral("user-trash"));
+        QCOMPARE(server->shown[0].summary, QStringLiteral("Emptied the trash of USB Stick"));
+        QCOMPARE(server->shown[0].body, QStringLiteral("1.2 GB freed"));
+    }
+
+    void notificationWithoutAServerIsQuiet()
+    {
+        test::SessionBus bus;
+        QVERIFY(bus.appSide.isConnected());
+        DebugCapture debug;
+        FreedesktopNotifier notifier(bus.appSide, QStringLiteral("Quillane"));
+        notifier.notify(
+            {QStringLiteral("Emptied the trash of Home"), QString(), QStringLiteral("user-trash")});
+        QTRY_COMPARE(DebugCapture::lines().size(), 1);
+        QVERIFY2(DebugCapture::lines()[0].startsWith(QStringLiteral("No notification shown: ")),
+                 qPrintable(DebugCapture::lines()[0]));
     }
 
     // A session restore and Qt's own arguments start the tray application; anything else is a
@@ -368,6 +587,12 @@ private Q_SLOTS:
             QTRY_VERIFY(helper.calls(QStringLiteral("versionWithReply")) > 0);
         }
     }
+
+public Q_SLOTS:
+    void countNewIcon() { ++m_newIcons; }
+
+private:
+    int m_newIcons = 0;
 };
 
 QTEST_MAIN(TestTrayApplication)

@@ -219,6 +219,57 @@ private Q_SLOTS:
         QCOMPARE(harness.sound.played.size(), std::size_t(1));
     }
 
+    // The space an emptying gave back is what the trash lost: what the helper refused and left
+    // is not counted.
+    void freedSpaceIsWhatTheTrashLost_data()
+    {
+        QTest::addColumn<bool>("asked");
+        QTest::addColumn<bool>("oneStays");
+        QTest::newRow("not asked") << false << false;
+        QTest::newRow("all removed") << true << false;
+        QTest::newRow("one stays with the helper") << true << true;
+    }
+
+    void freedSpaceIsWhatTheTrashLost()
+    {
+        QFETCH(bool, asked);
+        QFETCH(bool, oneStays);
+        EmptyingHarness harness;
+        harness.model.emptying.measureFreedSpace = asked;
+        test::writeFile(harness.files() / "big", std::string(200000, 'x'));
+        test::writeFile(harness.files() / "folder" / "inner", std::string(50000, 'y'));
+        const fs::path locked = harness.files() / "stays" / "inner";
+        test::writeFile(locked, std::string(30000, 'z'));
+        const auto total = allocatedSizeOfDirectory(harness.files());
+        const auto kept = allocatedSizeOfDirectory(locked.parent_path());
+        QVERIFY(total && kept && *kept > 0);
+        const QString lockedName = QString::fromStdString(locked.native());
+        if (oneStays)
+            QVERIFY(test::run(QStringLiteral("chattr"), {QStringLiteral("+i"), lockedName}));
+        VolumeObserver& observer = harness.start();
+        QSignalSpy finished(&observer, &VolumeObserver::emptyingFinished);
+        observer.emptySelectedTrash(observer.volumes()[0]);
+        harness.model.scheduler.runPending();
+        if (oneStays) {
+            test::run(QStringLiteral("chattr"), {QStringLiteral("-i"), lockedName});
+            QCOMPARE(harness.handedOver.size(), std::size_t(1));
+            NotificationCenter::defaultCenter().post(
+                {Constant::xpcDeleteFailedName,
+                 QByteArray::fromStdString(harness.handedOver[0].native()),
+                 {{Constant::deleteErrorKey, QStringLiteral("not authorized")}}});
+        }
+        harness.model.scheduler.advance(1s);
+
+        QCOMPARE(finished.count(), 1);
+        const auto result = finished[0][0].value<EmptyingResult>();
+        QCOMPARE(result.ending, EmptyingResult::Ending::Completed);
+        QCOMPARE(fs::exists(locked), oneStays);
+        if (!asked)
+            QVERIFY(!result.freedBytes);
+        else
+            QCOMPARE(result.freedBytes, std::optional(*total - (oneStays ? *kept : 0)));
+    }
+
     void unansweredItemsEndTheEmptying_data()
     {
         QTest::addColumn<QString>("fault");

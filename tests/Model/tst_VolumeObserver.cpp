@@ -1,4 +1,5 @@
 #include "Model/FolderMonitor.h"
+#include "Model/TrashFullness.h"
 #include "ModelHarness.h"
 #include "TestSupport.h"
 
@@ -22,6 +23,13 @@ class HeldWorkQueue final : public WorkQueue
 public:
     void async(Task task) override { m_tasks.push_back(std::move(task)); }
     std::size_t size() const { return m_tasks.size(); }
+    // As a second worker that finishes first would.
+    void runNewest()
+    {
+        const Task task = std::move(m_tasks.back());
+        m_tasks.pop_back();
+        task();
+    }
     void runAll()
     {
         while (!m_tasks.empty()) {
@@ -375,6 +383,64 @@ private Q_SLOTS:
         test::writeFile(model.homeTrash() / "folder" / "deep");
         QCOMPARE(rebuildsAfter([&] { test::writeFile(model.homeTrash() / "second"); }), 1);
         QCOMPARE(observer.volumes().size(), std::size_t(1));
+    }
+
+    // The tray's full or empty trash: whether any listed trash holds an item, read again with
+    // each published list. The entry a trash never counts is no item.
+    void fullnessFollowsTheTrashes()
+    {
+        test::ModelHarness model;
+        model.setMounts({{"/", "ext4", "rw"}});
+        model.makeHomeTrash();
+        test::writeFile(model.homeTrash() / ".DS_Store");
+        VolumeObserver& observer = model.start();
+        TrashFullness fullness(observer);
+        QSignalSpy changes(&fullness, &TrashFullness::fullChanged);
+        model.scheduler.runPending();
+        QVERIFY(!fullness.isFull());
+
+        const auto fullAfter = [&](const std::function<void()>& change) {
+            change();
+            if (!QTest::qWaitFor([&] { return model.scheduler.pendingCount() > 0; }, 5000))
+                return std::optional<bool>();
+            model.settle();
+            model.scheduler.runPending();
+            return std::optional(fullness.isFull());
+        };
+        QCOMPARE(fullAfter([&] { test::writeFile(model.homeTrash() / "report.pdf"); }),
+                 std::optional(true));
+        QCOMPARE(fullAfter([&] { fs::remove(model.homeTrash() / "report.pdf"); }),
+                 std::optional(false));
+        QCOMPARE(changes.count(), 2);
+    }
+
+    // Readings run off the main thread and may end out of order: an older one that ends last
+    // is not shown.
+    void fullnessShowsTheNewestReading()
+    {
+        test::ModelHarness model;
+        model.setMounts({{"/", "ext4", "rw"}});
+        model.makeHomeTrash();
+        HeldWorkQueue held;
+        Platform platform = model.platform();
+        Platform offMain{platform.mainQueue,     held,
+                         platform.removalQueue,  platform.trash,
+                         platform.mounts,        platform.mountWatcher,
+                         platform.folderWatcher, platform.defaults,
+                         platform.volumeNames,   platform.home};
+        VolumeObserver observer(offMain);
+        QTRY_VERIFY_WITH_TIMEOUT((held.runAll(), model.settle(), observer.volumes().size() == 1),
+                                 5000);
+        held.runAll();
+
+        TrashFullness fullness(observer); // the first reading
+        Q_EMIT observer.listPublished();  // and a second
+        QCOMPARE(held.size(), std::size_t(2));
+        held.runNewest(); // the trash is empty
+        test::writeFile(model.homeTrash() / "late");
+        held.runAll(); // the first reading, late, sees an item
+        model.scheduler.runPending();
+        QVERIFY(!fullness.isFull());
     }
 
     void firstTrashingIsNoticed()

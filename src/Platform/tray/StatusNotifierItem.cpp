@@ -1,10 +1,13 @@
 #include "StatusNotifierItem.h"
 
+#include "DBusMenuExporter.h"
+
 #include <QCoreApplication>
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusMetaType>
+#include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QDBusReply>
 #include <QDBusServiceWatcher>
@@ -16,6 +19,7 @@
 namespace quillane
 {
 
+const QString StatusNotifierItem::menuPath = QStringLiteral("/MenuBar");
 const QString StatusNotifierHostWatcher::watcherService =
     QStringLiteral("org.kde.StatusNotifierWatcher");
 const QString StatusNotifierHostWatcher::watcherPath = QStringLiteral("/StatusNotifierWatcher");
@@ -108,7 +112,7 @@ class StatusNotifierItemAdaptor : public QDBusAbstractAdaptor
     Q_PROPERTY(QString Status READ status)
     Q_PROPERTY(int WindowId READ windowId)
     Q_PROPERTY(QString IconThemePath READ none)
-    Q_PROPERTY(QString IconName READ none)
+    Q_PROPERTY(QString IconName READ iconName)
     Q_PROPERTY(quillane::StatusIconPixmaps IconPixmap READ iconPixmap)
     Q_PROPERTY(QString OverlayIconName READ none)
     Q_PROPERTY(quillane::StatusIconPixmaps OverlayIconPixmap READ noPixmaps)
@@ -117,11 +121,13 @@ class StatusNotifierItemAdaptor : public QDBusAbstractAdaptor
     Q_PROPERTY(QString AttentionMovieName READ none)
     Q_PROPERTY(quillane::StatusToolTip ToolTip READ toolTip)
     Q_PROPERTY(bool ItemIsMenu READ itemIsMenu)
+    Q_PROPERTY(QDBusObjectPath Menu READ menu)
 
 public:
     explicit StatusNotifierItemAdaptor(StatusNotifierItem* item)
         : QDBusAbstractAdaptor(item), m_item(item)
     {
+        connect(item, &StatusNotifierItem::iconChanged, this, &StatusNotifierItemAdaptor::NewIcon);
     }
 
     QString category() const { return QStringLiteral("ApplicationStatus"); }
@@ -130,11 +136,13 @@ public:
     QString status() const { return QStringLiteral("Active"); }
     int windowId() const { return 0; }
     QString none() const { return {}; }
+    QString iconName() const { return m_item->iconName(); }
     StatusIconPixmaps iconPixmap() const { return m_item->pixmaps(); }
     StatusIconPixmaps noPixmaps() const { return {}; }
     StatusToolTip toolTip() const { return {{}, {}, m_item->title(), {}}; }
-    // A click opens our panel rather than a menu the host would draw.
+    // A click opens our panel; the menu is for the other button.
     bool itemIsMenu() const { return false; }
+    QDBusObjectPath menu() const { return QDBusObjectPath(StatusNotifierItem::menuPath); }
 
 public Q_SLOTS:
     void Activate(int x, int y) { Q_EMIT m_item->activated(pointOrNull(x, y)); }
@@ -158,10 +166,11 @@ private:
     StatusNotifierItem* m_item;
 };
 
-StatusNotifierItem::StatusNotifierItem(QDBusConnection bus, QString id, QString title, QIcon icon,
-                                       QObject* parent)
+StatusNotifierItem::StatusNotifierItem(QDBusConnection bus, QString id, QString title,
+                                       QString iconName, QIcon icon, TrayMenu menu, QObject* parent)
     : QObject(parent), m_bus(std::move(bus)), m_id(std::move(id)), m_title(std::move(title)),
-      m_pixmaps(statusIconPixmaps(icon))
+      m_iconName(std::move(iconName)), m_pixmaps(statusIconPixmaps(icon)),
+      m_menu(new DBusMenuExporter(std::move(menu), this))
 {
     registerTypes();
     new StatusNotifierItemAdaptor(this); // owned by this object
@@ -174,6 +183,7 @@ StatusNotifierItem::StatusNotifierItem(QDBusConnection bus, QString id, QString 
 StatusNotifierItem::~StatusNotifierItem()
 {
     if (m_exported) {
+        m_bus.unregisterObject(menuPath);
         m_bus.unregisterObject(itemPath);
         m_bus.unregisterService(m_serviceName);
     }
@@ -190,8 +200,14 @@ bool StatusNotifierItem::registerWithWatcher()
             m_error = m_bus.lastError().message();
             return false;
         }
+        if (!m_bus.registerObject(menuPath, m_menu, QDBusConnection::ExportAdaptors)) {
+            m_error = m_bus.lastError().message();
+            m_bus.unregisterObject(itemPath);
+            return false;
+        }
         if (!m_bus.registerService(m_serviceName)) {
             m_error = m_bus.lastError().message();
+            m_bus.unregisterObject(menuPath);
             m_bus.unregisterObject(itemPath);
             return false;
         }
@@ -213,6 +229,13 @@ bool StatusNotifierItem::registerWithWatcher()
             });
     m_error.clear();
     return true;
+}
+
+void StatusNotifierItem::setIcon(QString iconName, const QIcon& icon)
+{
+    m_iconName = std::move(iconName);
+    m_pixmaps = statusIconPixmaps(icon);
+    Q_EMIT iconChanged();
 }
 
 StatusNotifierHostWatcher::StatusNotifierHostWatcher(QDBusConnection bus, QObject* parent)

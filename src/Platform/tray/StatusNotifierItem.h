@@ -1,5 +1,7 @@
 #pragma once
 
+#include "TrayMenu.h"
+
 #include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -10,6 +12,8 @@
 
 namespace quillane
 {
+
+class DBusMenuExporter;
 
 // One picture of an item's icon as the tray host wants it: ARGB32 pixels in network byte order.
 struct StatusIconPixmap {
@@ -39,14 +43,21 @@ StatusIconPixmaps statusIconPixmaps(const QIcon& icon);
 // with the host's watcher. Qt has such an item too, but decides once per process whether a host
 // exists, so an application started before the panel would never get its icon; this one
 // registers whenever it is asked to.
+//
+// Its menu is published with it (com.canonical.dbusmenu), for the host to draw as its own.
 class StatusNotifierItem : public QObject
 {
     Q_OBJECT
 
 public:
-    StatusNotifierItem(QDBusConnection bus, QString id, QString title, QIcon icon,
-                       QObject* parent = nullptr);
+    // iconName: the icon theme's name for the icon, which hosts prefer; icon: its pictures, for
+    // hosts whose theme lacks that name.
+    StatusNotifierItem(QDBusConnection bus, QString id, QString title, QString iconName, QIcon icon,
+                       TrayMenu menu, QObject* parent = nullptr);
     ~StatusNotifierItem() override;
+
+    // Changes the icon; the host is told to read it again.
+    void setIcon(QString iconName, const QIcon& icon);
 
     // Exports the item and asks the watcher to show it; false, with the reason in error(),
     // when the item cannot be exported. The watcher's refusal arrives later, as
@@ -57,7 +68,10 @@ public:
     // Read by the bus adaptor.
     QString id() const { return m_id; }
     QString title() const { return m_title; }
+    QString iconName() const { return m_iconName; }
     const StatusIconPixmaps& pixmaps() const { return m_pixmaps; }
+
+    static const QString menuPath;
 
 Q_SIGNALS:
     // The icon was clicked; where: the click's position on the screen, as the host reports it
@@ -65,12 +79,15 @@ Q_SIGNALS:
     void activated(QPoint where);
     void contextMenuRequested(QPoint where);
     void registrationFailed(const QString& error);
+    void iconChanged();
 
 private:
     QDBusConnection m_bus;
     QString m_id;
     QString m_title;
+    QString m_iconName;
     StatusIconPixmaps m_pixmaps;
+    DBusMenuExporter* m_menu;
     QString m_serviceName;
     QString m_error;
     bool m_exported = false;
