@@ -86,6 +86,8 @@ struct TrashRecord {
 
 // Reads the record of the item `name` of the trash folder open as trashFd. A relative "Path="
 // (as volume trashes write them) is resolved against volumeTop, the top folder of the volume.
+// Only the "[Trash Info]" group counts. What is not a record reads as a missing one: a link or
+// no plain file, more than 64 KiB, no group, or a "Path=" with a bad %XX, a NUL byte or a "..".
 TrashRecord readTrashRecord(int trashFd, const std::string& name,
                             const std::filesystem::path& volumeTop);
 
@@ -103,7 +105,9 @@ struct RestoreResult {
     enum class Status { Restored, NameTaken, Skipped, Failed };
     Status status = Status::Failed;
     std::filesystem::path restoredAs; // where the item now is, when restored
-    std::string error;                // what went wrong, when it failed
+    // Why it failed; or, once restored, what of the trash could not be tidied after it (its
+    // record or its directorysizes line), else empty.
+    std::string error;
 };
 
 // Puts the item `name` of the trash folder open as trashFd back at `destination` (its record's
