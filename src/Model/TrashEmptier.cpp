@@ -24,9 +24,10 @@ namespace quillane
 namespace fs = std::filesystem;
 
 struct TrashEmptier::Job {
-    Job(Scheduler& queue, WorkQueue& workers, TrashEmptier* emptier, fs::path folder)
+    Job(Scheduler& queue, WorkQueue& workers, TrashEmptier* emptier, fs::path folder,
+        std::optional<std::set<std::string>> onlyNames)
         : mainQueue(queue), workQueue(workers), owner(emptier), context(emptier),
-          trashFolder(std::move(folder))
+          trashFolder(std::move(folder)), only(std::move(onlyNames))
     {
     }
 
@@ -41,6 +42,7 @@ struct TrashEmptier::Job {
     TrashEmptier* const owner;
     const QPointer<const QObject> context; // the owner's guard, made on the main thread
     const fs::path trashFolder;
+    const std::optional<std::set<std::string>> only;
     std::vector<std::string> names;
     std::set<std::string> recordsBefore;
     // The workers share the list: each takes the next item until none is left, the emptier is
@@ -88,9 +90,10 @@ bool concernsTheVolume(int trashFolder, int error)
 } // namespace
 
 TrashEmptier::TrashEmptier(fs::path trashFolder, Scheduler& mainQueue, WorkQueue& workQueue,
-                           QObject* parent)
-    : QObject(parent), m_trashFolder(std::move(trashFolder)), m_workQueue(workQueue),
-      m_job(std::make_shared<Job>(mainQueue, workQueue, this, m_trashFolder))
+                           std::optional<std::set<std::string>> only, QObject* parent)
+    : QObject(parent), m_trashFolder(std::move(trashFolder)), m_only(std::move(only)),
+      m_workQueue(workQueue),
+      m_job(std::make_shared<Job>(mainQueue, workQueue, this, m_trashFolder, m_only))
 {
 }
 
@@ -127,8 +130,11 @@ void TrashEmptier::start()
             return;
         }
         // Skipped names are settled before anything goes, so none can hold up the end.
-        std::ranges::copy_if(*listing, std::back_inserter(job->names),
-                             [](const std::string& name) { return !isSkippedTrashEntry(name); });
+        // Names asked for that are gone by now are nothing to account for.
+        std::ranges::copy_if(
+            *listing, std::back_inserter(job->names), [&only = job->only](const std::string& name) {
+                return !isSkippedTrashEntry(name) && (!only || only->contains(name));
+            });
         job->trash =
             UniqueFd::adopt(openat(job->files.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         if (job->trash) {

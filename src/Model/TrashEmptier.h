@@ -5,6 +5,8 @@
 #include <QStringList>
 #include <filesystem>
 #include <memory>
+#include <optional>
+#include <set>
 #include <string>
 
 namespace quillane
@@ -16,7 +18,8 @@ class WorkQueue;
 // One emptying of one trash folder. It removes the folder's items on its work queue, taking
 // them in listing order with as many workers as the queue runs at once, each item before its
 // record, and reports each outcome on the main thread. The entry that is never emptied
-// (isSkippedTrashEntry) is left alone and not counted.
+// (isSkippedTrashEntry) is left alone and not counted. Given a set of names, it removes only the
+// items of those names that are there, and counts only them.
 //
 // The object is the emptying's context: what it queued for the main thread is dropped once it is
 // gone, and its removals stop at the next item. For its whole life it holds a lock on the trash
@@ -37,10 +40,13 @@ public:
     };
 
     TrashEmptier(std::filesystem::path trashFolder, Scheduler& mainQueue, WorkQueue& workQueue,
+                 std::optional<std::set<std::string>> only = std::nullopt,
                  QObject* parent = nullptr);
     ~TrashEmptier() override;
 
     const std::filesystem::path& trashFolder() const { return m_trashFolder; }
+    // The names it removes, or none when it empties the whole trash.
+    const std::optional<std::set<std::string>>& only() const { return m_only; }
 
     // Before start(): size the trash before its removals and after its tidying, for spaceFreed().
     // The size is read as the panel reads it, so after the panel has shown the trash the first
@@ -74,6 +80,7 @@ private:
     static void removeFrom(const std::shared_ptr<Job>& job);
 
     std::filesystem::path m_trashFolder;
+    std::optional<std::set<std::string>> m_only;
     WorkQueue& m_workQueue;
     std::shared_ptr<Job> m_job;
 };

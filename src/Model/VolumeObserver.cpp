@@ -383,29 +383,39 @@ void VolumeObserver::setActiveVolume(std::optional<Volume> volume)
     Q_EMIT activeVolumeChanged();
 }
 
-void VolumeObserver::emptySelectedTrash(const Volume& volume)
+void VolumeObserver::emptySelectedTrash(const Volume& volume,
+                                        std::optional<std::set<std::string>> only)
 {
     if (!volume.trashURL())
         return;
-    if (m_emptier) {
-        const auto sameTrash = [&](const Volume& other) {
-            return other.trashURL() == volume.trashURL();
-        };
-        if (m_emptier->trashFolder() != *volume.trashURL() &&
-            std::ranges::none_of(m_waitingToEmpty, sameTrash))
-            m_waitingToEmpty.push_back(volume);
+    if (!m_emptier) {
+        startEmptying(volume, std::move(only));
         return;
     }
-    startEmptying(volume);
+    // A trash being emptied whole has nothing more to give; any other request waits, one per
+    // trash: the names asked for meanwhile are joined, and a whole emptying takes them all in.
+    if (m_emptier->trashFolder() == *volume.trashURL() && !m_emptier->only())
+        return;
+    const auto waiting = std::ranges::find_if(m_waitingToEmpty, [&](const auto& request) {
+        return request.first.trashURL() == volume.trashURL();
+    });
+    if (waiting == m_waitingToEmpty.end()) {
+        m_waitingToEmpty.emplace_back(volume, std::move(only));
+        return;
+    }
+    if (!only || !waiting->second)
+        waiting->second.reset();
+    else
+        waiting->second->merge(*only);
 }
 
-void VolumeObserver::startEmptying(const Volume& volume)
+void VolumeObserver::startEmptying(const Volume& volume, std::optional<std::set<std::string>> only)
 {
     // Each emptying counts from zero; its steps are queued with the emptier as their context,
     // so none outlives it or reaches the emptying after it. Removals have a queue of their own,
     // so that the list keeps following mounts and changes meanwhile.
-    m_emptier =
-        new TrashEmptier(*volume.trashURL(), m_platform.mainQueue, m_platform.removalQueue, this);
+    m_emptier = new TrashEmptier(*volume.trashURL(), m_platform.mainQueue, m_platform.removalQueue,
+                                 std::move(only), this);
     m_emptier->setMeasuresFreedSpace(m_emptying.measureFreedSpace);
     m_result = EmptyingResult();
     m_result.volume = volume;
@@ -579,9 +589,9 @@ void VolumeObserver::finishEmptying(EmptyingResult::Ending ending)
     Q_EMIT emptyingChanged();
     Q_EMIT emptyingFinished(result);
     if (!m_waitingToEmpty.empty() && !m_emptier) {
-        const Volume next = m_waitingToEmpty.front();
+        auto [next, only] = std::move(m_waitingToEmpty.front());
         m_waitingToEmpty.erase(m_waitingToEmpty.begin());
-        startEmptying(next);
+        startEmptying(next, std::move(only));
     }
 }
 

@@ -12,6 +12,8 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
+#include <string>
 #include <vector>
 
 namespace quillane
@@ -115,8 +117,9 @@ public:
     bool isEmptying() const { return m_emptier != nullptr; }
 
     // Called on the main thread. A trash asked for while another is being emptied waits its
-    // turn.
-    void emptySelectedTrash(const Volume& volume);
+    // turn. Given names, only the items of those names are removed, in the same way.
+    void emptySelectedTrash(const Volume& volume,
+                            std::optional<std::set<std::string>> only = std::nullopt);
     void handleProgress(const std::optional<std::filesystem::path>& url);
     void xpcDidDelete(const Notification& notification);
     // The helper did not remove an item: it counts as settled, and stays.
@@ -159,7 +162,7 @@ private:
     void watchForHomeTrash();
     void setProgress(double progress);
     void setActiveVolume(std::optional<Volume> volume);
-    void startEmptying(const Volume& volume);
+    void startEmptying(const Volume& volume, std::optional<std::set<std::string>> only);
     void handleOutcome(const TrashEmptier::Outcome& outcome);
     void removalsFinished();
     void completeEmptying();
@@ -193,7 +196,8 @@ private:
     // The emptying under way, the context of all its queued steps; null when none is.
     TrashEmptier* m_emptier = nullptr;
     EmptyingResult m_result; // of the emptying under way, as far as it is known
-    std::vector<Volume> m_waitingToEmpty;
+    // Each with the names to remove, or none for all.
+    std::vector<std::pair<Volume, std::optional<std::set<std::string>>>> m_waitingToEmpty;
     // Items of the emptying with the helper, each with whether it was sent a second time; and
     // the deadline for its next answer, restarted by every hand-over and every answer.
     std::map<std::filesystem::path, bool> m_withHelper;

@@ -40,6 +40,10 @@ Result<std::uint64_t> allocatedSizeOfDirectory(const std::filesystem::path& fold
 // trash's own emptying changes trashed items.
 Result<std::uint64_t> allocatedSizeOfTrash(const std::filesystem::path& trashFolder);
 
+// The space allocated for one entry as the walks count it: a regular file's blocks, a folder's
+// walk, nothing for a link or anything else. The entry itself is never followed.
+Result<std::uint64_t> allocatedSizeOfEntry(const std::filesystem::path& entry);
+
 // The last component of a path as a URL names it: "/" for the root folder.
 std::string lastPathComponent(const std::filesystem::path& path);
 

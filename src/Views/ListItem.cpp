@@ -1,5 +1,6 @@
 #include "ListItem.h"
 
+#include "ItemsWindow.h"
 #include "Model/VolumeObserver.h"
 #include "Pictures.h"
 #include "Platform/Alerts.h"
@@ -10,10 +11,13 @@
 #include "Platform/Workspace.h"
 #include "Shell/Display.h"
 
+#include <QContextMenuEvent>
 #include <QEvent>
 #include <QFutureWatcher>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMenu>
+#include <QMouseEvent>
 #include <QPointer>
 #include <QProgressBar>
 #include <QPushButton>
@@ -72,7 +76,11 @@ ListItem::ListItem(const Volume& item, const ViewServices& services, QWidget* pa
     m_nameLabel = new QLabel(m_name, this);
     m_nameLabel->setObjectName(QStringLiteral("name"));
     m_nameLabel->setTextFormat(Qt::PlainText); // a volume's label is the user's text
-    if (!m_item.trashURL()) {
+    if (m_item.trashURL()) {
+        m_nameLabel->setCursor(Qt::PointingHandCursor);
+        m_nameLabel->setToolTip(tr("Show the items in this trash"));
+        m_nameLabel->installEventFilter(this);
+    } else {
         QPalette palette = m_nameLabel->palette();
         palette.setColor(QPalette::WindowText, QColor(Qt::gray));
         m_nameLabel->setPalette(palette);
@@ -267,6 +275,29 @@ void ListItem::askBeforeDeleting()
         defaults.setBool(Constant::deleteCheckSupressionKey, true);
     if (answer.button == AlertAnswer::secondButton)
         emptyLater();
+}
+
+bool ListItem::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched == m_nameLabel && event->type() == QEvent::MouseButtonRelease &&
+        static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton) {
+        showItems();
+        return true;
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
+void ListItem::contextMenuEvent(QContextMenuEvent* event)
+{
+    QMenu menu(this);
+    QAction* show = menu.addAction(tr("Show Items"), this, &ListItem::showItems);
+    show->setEnabled(m_item.trashURL().has_value());
+    menu.exec(event->globalPos());
+}
+
+void ListItem::showItems()
+{
+    ItemsWindow::showItems(m_item, m_services);
 }
 
 bool ListItem::canReveal() const

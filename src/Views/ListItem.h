@@ -46,6 +46,9 @@ public:
     // The reveal button: the trash folder in the file manager, unless there is no folder to
     // show (no trash).
     void revealTrash();
+    // A click on the name, or "Show Items" in the row's context menu: the window that lists
+    // what the trash holds.
+    void showItems();
 
 Q_SIGNALS:
     void detailsChanged();
@@ -53,6 +56,8 @@ Q_SIGNALS:
 protected:
     void showEvent(QShowEvent* event) override;
     void changeEvent(QEvent* event) override;
+    void contextMenuEvent(QContextMenuEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     void startDetails();

@@ -149,6 +149,83 @@ private Q_SLOTS:
                      name == QStringLiteral(".DS_Store"));
     }
 
+    // Removing chosen items is an emptying of those items only: they go with their records,
+    // everything else stays, and a name that went meanwhile is nothing to count.
+    void selectedItemsOnly_data()
+    {
+        QTest::addColumn<QByteArrayList>("chosen");
+        QTest::addColumn<long long>("counted");
+        QTest::newRow("one") << QByteArrayList{"b"} << 1LL;
+        QTest::newRow("two, one of them Latin-1") << QByteArrayList{"a", "caf\xe9"} << 2LL;
+        QTest::newRow("one gone meanwhile") << QByteArrayList{"c", "gone"} << 1LL;
+    }
+
+    void selectedItemsOnly()
+    {
+        QFETCH(QByteArrayList, chosen);
+        QFETCH(long long, counted);
+        EmptyingHarness harness;
+        const QByteArrayList all = {"a", "b", "c", "caf\xe9"};
+        for (const QByteArray& name : all)
+            harness.trash(name.toStdString());
+        VolumeObserver& observer = harness.start();
+        QSignalSpy finished(&observer, &VolumeObserver::emptyingFinished);
+        std::set<std::string> names;
+        for (const QByteArray& name : chosen)
+            names.insert(name.toStdString());
+        observer.emptySelectedTrash(observer.volumes()[0], names);
+        harness.model.scheduler.runPending();
+        QCOMPARE(observer.itemsToDelete(), std::optional(counted));
+        harness.model.scheduler.advance(2s);
+        QCOMPARE(finished.count(), 1);
+        QCOMPARE(finished[0][0].value<EmptyingResult>().ending, EmptyingResult::Ending::Completed);
+        for (const QByteArray& name : all) {
+            const bool kept = !chosen.contains(name);
+            QCOMPARE(fs::exists(harness.files() / name.toStdString()), kept);
+            QCOMPARE(fs::exists(harness.info() / (name.toStdString() + ".trashinfo")), kept);
+        }
+        fs::remove_all(harness.files().parent_path()); // names QTemporaryDir cannot remove
+    }
+
+    // A request for chosen items while another trash is emptied waits, joined with the next
+    // one for the same trash; a whole emptying asked for meanwhile takes them in.
+    void selectedItemsWaitTheirTurn()
+    {
+        EmptyingHarness harness;
+        for (const char* name : {"a", "b", "c", "d"})
+            harness.trash(name);
+        const fs::path otherTrash = harness.model.home / "stick/.Trash-1000/files";
+        for (int i = 0; i < 40; ++i)
+            test::writeFile(otherTrash / std::to_string(i), "x");
+        VolumeObserver& observer = harness.start();
+        const Volume home = observer.volumes()[0];
+        const Volume stick(harness.model.home / "stick", otherTrash);
+        QSignalSpy finished(&observer, &VolumeObserver::emptyingFinished);
+
+        observer.emptySelectedTrash(stick);
+        harness.model.scheduler.advance(20ms);
+        observer.emptySelectedTrash(home, std::set<std::string>{"a"});
+        observer.emptySelectedTrash(home, std::set<std::string>{"b"});
+        QVERIFY(fs::exists(harness.files() / "a"));
+        harness.model.scheduler.advance(2s);
+        QCOMPARE(finished.count(), 2);
+        QCOMPARE(finished[1][0].value<EmptyingResult>().volume.trashURL(), home.trashURL());
+        QVERIFY(!fs::exists(harness.files() / "a"));
+        QVERIFY(!fs::exists(harness.files() / "b"));
+        QVERIFY(fs::exists(harness.files() / "c"));
+
+        // Chosen items, then the whole trash, while the stick's trash fills and empties again.
+        for (int i = 0; i < 40; ++i)
+            test::writeFile(otherTrash / std::to_string(i), "x");
+        observer.emptySelectedTrash(stick);
+        harness.model.scheduler.advance(20ms);
+        observer.emptySelectedTrash(home, std::set<std::string>{"c"});
+        observer.emptySelectedTrash(home);
+        harness.model.scheduler.advance(2s);
+        QCOMPARE(finished.count(), 4);
+        QVERIFY(fs::is_empty(harness.files()));
+    }
+
     void itemsTheUserMayNotRemoveGoToTheHelper_data()
     {
         QTest::addColumn<bool>("helperRefusesOne");

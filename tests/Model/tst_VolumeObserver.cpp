@@ -1,4 +1,5 @@
 #include "Model/FolderMonitor.h"
+#include "Model/TrashContents.h"
 #include "Model/TrashFullness.h"
 #include "ModelHarness.h"
 #include "TestSupport.h"
@@ -638,6 +639,134 @@ private Q_SLOTS:
         }));
         observer.updateMonitors(); // drop the watches before the volume goes
         QVERIFY(test::unmount(volume));
+    }
+
+    // The items of one trash come to the main thread a batch at a time: the first rows are
+    // there after the first step, before the rest have been read.
+    void contentsComeInBatches()
+    {
+        test::ModelHarness model;
+        const int count = static_cast<int>(2 * TrashContents::batchSize + 5);
+        const fs::path info = model.homeTrash().parent_path() / "info";
+        for (int i = 0; i < count; ++i) {
+            const std::string name = "item " + std::to_string(i);
+            test::writeFile(model.homeTrash() / name);
+            test::writeFile(info / (name + ".trashinfo"),
+                            "[Trash Info]\nPath=/home/me/" + name +
+                                "\nDeletionDate=2024-03-01T10:20:30\n");
+        }
+        TrashContents contents(model.homeTrash(), "/", model.platform());
+        QSignalSpy inserted(&contents, &QAbstractItemModel::rowsInserted);
+        QSignalSpy loaded(&contents, &TrashContents::loaded);
+        QSignalSpy sized(&contents, &TrashContents::sized);
+        contents.load();
+        QCOMPARE(contents.rowCount(), 0); // nothing reaches the model outside the main queue
+        while (contents.rowCount() == 0 && model.scheduler.runNext()) {
+        }
+        QCOMPARE(contents.rowCount(), static_cast<int>(TrashContents::batchSize));
+        QVERIFY(!contents.isLoaded());
+        model.scheduler.runPending();
+        QCOMPARE(inserted.count(), 3);
+        QCOMPARE(contents.rowCount(), count);
+        QCOMPARE(loaded.count(), 1);
+        QCOMPARE(sized.count(), 1);
+        const int row = contents.rowOf("item 7");
+        QVERIFY(row >= 0);
+        QCOMPARE(contents.index(row, TrashContents::OriginalLocation).data().toString(),
+                 QStringLiteral("/home/me/item 7"));
+        QCOMPARE(
+            contents.index(row, TrashContents::Deleted).data(TrashContents::SortRole).toDateTime(),
+            QDateTime(QDate(2024, 3, 1), QTime(10, 20, 30)));
+        QVERIFY(contents.size(row).has_value());
+    }
+
+    void contentsShowEveryRecordSafely_data()
+    {
+        QTest::addColumn<QByteArray>("name");
+        QTest::addColumn<QByteArray>("record");
+        QTest::addColumn<QString>("shownName");
+        QTest::addColumn<QString>("shownLocation");
+        const QString unknown = QStringLiteral("Unknown");
+        QTest::newRow("plain") << QByteArray("report.pdf")
+                               << QByteArray("[Trash Info]\nPath=/home/me/report.pdf\n")
+                               << QStringLiteral("report.pdf")
+                               << QStringLiteral("/home/me/report.pdf");
+        QTest::newRow("Latin-1 name")
+            << QByteArray("caf\xe9") << QByteArray() << QStringLiteral("caf\uFFFD") << unknown;
+        QTest::newRow("newline in the name")
+            << QByteArray("two\nlines") << QByteArray("[Trash Info]\nPath=/a/two%0Alines\n")
+            << QStringLiteral("two\\nlines") << QStringLiteral("/a/two\\nlines");
+        QTest::newRow("relative to the volume")
+            << QByteArray("photo.jpg")
+            << QByteArray("[Trash Info]\nPath=Pictures/photo%20one.jpg\n")
+            << QStringLiteral("photo.jpg") << QStringLiteral("/media/stick/Pictures/photo one.jpg");
+        QTest::newRow("garbage record") << QByteArray("junk") << QByteArray("\x01\x02garbage\n")
+                                        << QStringLiteral("junk") << unknown;
+    }
+
+    void contentsShowEveryRecordSafely()
+    {
+        QFETCH(QByteArray, name);
+        QFETCH(QByteArray, record);
+        QFETCH(QString, shownName);
+        QFETCH(QString, shownLocation);
+        test::ModelHarness model;
+        const fs::path trash = model.home / "stick/.Trash-1000/files";
+        test::writeFile(trash / name.toStdString(), std::string(10000, 'x'));
+        if (!record.isEmpty())
+            test::writeFile(trash.parent_path() / "info" / (name.toStdString() + ".trashinfo"),
+                            record.toStdString());
+        TrashContents contents(trash, "/media/stick", model.platform());
+        contents.load();
+        model.scheduler.runPending();
+        QCOMPARE(contents.rowCount(), 1);
+        QCOMPARE(contents.index(0, TrashContents::Name).data().toString(), shownName);
+        QCOMPARE(contents.index(0, TrashContents::Name).data(TrashContents::NameBytesRole),
+                 QVariant(name));
+        QCOMPARE(contents.index(0, TrashContents::OriginalLocation).data().toString(),
+                 shownLocation);
+        // Allocated, not apparent: whole blocks, at least the bytes written.
+        QVERIFY(contents.size(0).value_or(0) >= 10000);
+        QCOMPARE(contents.index(0, TrashContents::Size).data(TrashContents::SortRole).toULongLong(),
+                 *contents.size(0));
+        fs::remove_all(trash.parent_path()); // names QTemporaryDir cannot remove
+    }
+
+    // A change reads the names again and takes out and puts in only the rows that differ: a
+    // row the user holds stays where it is.
+    void contentsFollowTheTrash()
+    {
+        test::ModelHarness model;
+        for (const char* name : {"a", "b", "c"})
+            test::writeFile(model.homeTrash() / name);
+        TrashContents contents(model.homeTrash(), "/", model.platform());
+        contents.load();
+        model.scheduler.runPending();
+        QCOMPARE(contents.rowCount(), 3);
+        const QPersistentModelIndex held = contents.index(contents.rowOf("b"), 0);
+        QSignalSpy reset(&contents, &QAbstractItemModel::modelReset);
+        QSignalSpy refreshed(&contents, &TrashContents::refreshed);
+
+        fs::remove(model.homeTrash() / "a");
+        test::writeFile(model.homeTrash() / "d", std::string(5000, 'y'));
+        // The watch tells the main thread through its event loop; the reading waits for the
+        // changes to settle.
+        QVERIFY(QTest::qWaitFor([&] { return model.scheduler.pendingCount() > 0; }, 5000));
+        QTest::qWait(50); // both changes in
+        model.scheduler.advance(1s);
+        QTRY_VERIFY_WITH_TIMEOUT((model.scheduler.advance(1s), refreshed.count() >= 1), 5000);
+        QCOMPARE(contents.rowCount(), 3);
+        QCOMPARE(contents.rowOf("a"), -1);
+        QVERIFY(contents.rowOf("d") >= 0);
+        QVERIFY(contents.size(contents.rowOf("d")).value_or(0) >= 5000);
+        QVERIFY(held.isValid());
+        QCOMPARE(held.data().toString(), QStringLiteral("b"));
+        QCOMPARE(reset.count(), 0);
+
+        // The trash going away empties the list and says why.
+        fs::remove_all(model.homeTrash().parent_path());
+        QTRY_VERIFY_WITH_TIMEOUT((model.scheduler.advance(1s), contents.rowCount() == 0), 5000);
+        QVERIFY(!contents.error().isEmpty());
     }
 };
 

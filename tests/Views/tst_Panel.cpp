@@ -1,3 +1,4 @@
+#include "Model/TrashContents.h"
 #include "Model/VolumeObserver.h"
 #include "Platform/Constant.h"
 #include "Platform/FileSystem.h"
@@ -5,21 +6,30 @@
 #include "TestSupport.h"
 #include "ViewHarness.h"
 #include "Views/EllipsisMenu.h"
+#include "Views/ItemsWindow.h"
 #include "Views/ListItem.h"
 #include "Views/MenuView.h"
 #include "Views/Pictures.h"
 
 #include <QAccessible>
 #include <QApplication>
+#include <QContextMenuEvent>
+#include <QHeaderView>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMenu>
 #include <QMessageBox>
+#include <QProcess>
 #include <QProgressBar>
 #include <QScopeGuard>
 #include <QScrollBar>
 #include <QSignalSpy>
+#include <QSortFilterProxyModel>
+#include <QStandardPaths>
 #include <QStyle>
+#include <QTableView>
 #include <QTest>
+#include <QTimer>
 #include <QUrlQuery>
 #include <QWidgetAction>
 #include <random>
@@ -134,6 +144,54 @@ public:
 private:
     const QLocale m_before;
 };
+
+// An item of the harness's home trash with its record; an empty record leaves it without one.
+void trashItem(test::ViewHarness& harness, const std::string& name, const std::string& record,
+               std::string_view bytes = "x")
+{
+    const fs::path trash = harness.model.homeTrash();
+    test::writeFile(trash / name, bytes);
+    if (!record.empty())
+        test::writeFile(trash.parent_path() / "info" / (name + ".trashinfo"),
+                        "[Trash Info]\n" + record);
+}
+
+std::string pathLine(const fs::path& path)
+{
+    return "Path=" + path.native() + "\nDeletionDate=2024-01-02T03:04:05\n";
+}
+
+// The window over the harness's home trash, with its first reading in.
+std::unique_ptr<ItemsWindow> itemsWindow(test::ViewHarness& harness)
+{
+    auto window =
+        std::make_unique<ItemsWindow>(Volume("/", harness.model.homeTrash()), harness.services());
+    window->show();
+    harness.model.scheduler.runPending();
+    return window;
+}
+
+// The names shown, top to bottom.
+QStringList shownNames(const ItemsWindow& window)
+{
+    QStringList names;
+    const QAbstractItemModel* shown = window.table()->model();
+    for (int row = 0; row < shown->rowCount(); ++row)
+        names << shown->index(row, TrashContents::Name).data().toString();
+    return names;
+}
+
+void selectNames(ItemsWindow& window, const QStringList& names)
+{
+    QTableView* table = window.table();
+    table->clearSelection();
+    const QAbstractItemModel* shown = table->model();
+    for (int row = 0; row < shown->rowCount(); ++row) {
+        if (names.contains(shown->index(row, TrashContents::Name).data().toString()))
+            table->selectionModel()->select(shown->index(row, 0), QItemSelectionModel::Select |
+                                                                      QItemSelectionModel::Rows);
+    }
+}
 
 } // namespace
 
@@ -641,6 +699,216 @@ private Q_SLOTS:
         QTRY_VERIFY(services.client.uninstallerReplied());
         // Calls arrive in order: had Cancel sent one, the daemon would have seen two.
         QCOMPARE(harness.helper.calls(QStringLiteral("uninstall")), 1);
+    }
+
+    // Sizes sort by bytes and dates by time, whatever their text says; typing in the table
+    // searches.
+    void itemsWindowSortsAndSearches()
+    {
+        test::ViewHarness harness;
+        trashItem(harness, "beta", "DeletionDate=2024-11-02T08:00:00\n", std::string(9000, 'b'));
+        trashItem(harness, "alpha", "DeletionDate=2024-02-10T08:00:00\n", std::string(120000, 'a'));
+        trashItem(harness, "Gamma", "DeletionDate=2023-12-31T08:00:00\n", "g");
+        const auto window = itemsWindow(harness);
+        QCOMPARE(window->windowTitle(), window->windowTitle().trimmed());
+        QVERIFY(window->table()->accessibleName().contains(QStringLiteral("trash")));
+        QTRY_VERIFY(window->contents()->isLoaded());
+        QCOMPARE(shownNames(*window).size(), 3);
+
+        window->table()->sortByColumn(TrashContents::Size, Qt::AscendingOrder);
+        QCOMPARE(shownNames(*window), (QStringList{QStringLiteral("Gamma"), QStringLiteral("beta"),
+                                                   QStringLiteral("alpha")}));
+        window->table()->sortByColumn(TrashContents::Deleted, Qt::AscendingOrder);
+        QCOMPARE(shownNames(*window), (QStringList{QStringLiteral("Gamma"), QStringLiteral("alpha"),
+                                                   QStringLiteral("beta")}));
+        window->table()->sortByColumn(TrashContents::Name, Qt::AscendingOrder);
+        QCOMPARE(shownNames(*window), (QStringList{QStringLiteral("alpha"), QStringLiteral("beta"),
+                                                   QStringLiteral("Gamma")}));
+
+        window->table()->setFocus();
+        QTest::keyClicks(window->table(), QStringLiteral("GA"));
+        QCOMPARE(window->searchField()->text(), QStringLiteral("GA"));
+        QCOMPARE(shownNames(*window), QStringList{QStringLiteral("Gamma")});
+        window->searchField()->clear();
+        QCOMPARE(shownNames(*window).size(), 3);
+
+        // Nothing to act on without a selection.
+        auto* restore = window->findChild<QAbstractButton*>(QStringLiteral("restore"));
+        auto* remove = window->findChild<QAbstractButton*>(QStringLiteral("delete"));
+        QVERIFY(!restore->isEnabled() && !remove->isEnabled());
+        QVERIFY(!restore->accessibleName().isEmpty() && !remove->accessibleName().isEmpty());
+        selectNames(*window, {QStringLiteral("alpha"), QStringLiteral("beta")});
+        QVERIFY(restore->isEnabled() && remove->isEnabled());
+
+        // Escape closes the window, from the table as from the search field.
+        QTest::keyClick(window->table(), Qt::Key_Escape);
+        QVERIFY(!window->isVisible());
+        window->show();
+        QTest::keyClick(window->searchField(), Qt::Key_Escape);
+        QVERIFY(!window->isVisible());
+    }
+
+    // A name already taken asks: Keep Both restores under a new name beside it, Skip and
+    // Escape leave the item in the trash. A missing parent folder is made; an item without a
+    // record goes where the user picks.
+    void itemsWindowRestores_data()
+    {
+        QTest::addColumn<int>("answer");
+        QTest::addColumn<bool>("keptBoth");
+        QTest::newRow("keep both") << int(AlertAnswer::firstButton) << true;
+        QTest::newRow("skip") << int(AlertAnswer::secondButton) << false;
+        QTest::newRow("escape") << int(test::ScriptedAlerts::escape) << false;
+    }
+
+    void itemsWindowRestores()
+    {
+        QFETCH(int, answer);
+        QFETCH(bool, keptBoth);
+        test::ViewHarness harness;
+        const fs::path root = harness.model.root.path().toStdString();
+        test::writeFile(root / "docs/notes.txt", "mine");
+        trashItem(harness, "notes.txt", pathLine(root / "docs/notes.txt"), "trashed");
+        trashItem(harness, "deep", pathLine(root / "not/yet/there/deep"), "deep");
+        trashItem(harness, "caf\xe9", "\x01garbage\xff\n", "no record");
+        const auto window = itemsWindow(harness);
+        QTRY_VERIFY(window->contents()->isLoaded());
+        std::vector<QString> asked;
+        const ItemsWindow::FolderChooser dialog = ItemsWindow::chooseFolder;
+        ItemsWindow::chooseFolder = [&](QWidget*, const QString& item) {
+            asked.push_back(item);
+            return std::optional(root / "picked");
+        };
+        fs::create_directories(root / "picked");
+        harness.helper.alerts.answers = {answer};
+        selectNames(*window, {QStringLiteral("notes.txt"), QStringLiteral("deep"),
+                              QStringLiteral("caf\uFFFD")});
+        QSignalSpy finished(window.get(), &ItemsWindow::restoresFinished);
+        window->findChild<QAbstractButton*>(QStringLiteral("restore"))->click();
+        QTRY_VERIFY((harness.model.scheduler.runPending(), finished.count() == 1));
+
+        QCOMPARE(asked, std::vector<QString>{QStringLiteral("caf\uFFFD")});
+        QCOMPARE(harness.helper.alerts.shown.size(), std::size_t(1)); // the name taken, no failure
+        const AlertRequest& question = harness.helper.alerts.shown[0];
+        QCOMPARE(question.buttons,
+                 (QStringList{QStringLiteral("Keep Both"), QStringLiteral("Skip")}));
+        QCOMPARE(question.cancelButton, 1);
+        QCOMPARE(test::readFile(root / "docs/notes.txt"), std::string("mine"));
+        QCOMPARE(test::readFile(root / "not/yet/there/deep"), std::string("deep"));
+        QCOMPARE(test::readFile(root / "picked" / "caf\xe9"), std::string("no record"));
+        const fs::path trash = harness.model.homeTrash();
+        QCOMPARE(fs::exists(trash / "notes.txt"), !keptBoth);
+        QVERIFY(!fs::exists(trash / "deep"));
+        QVERIFY(!fs::exists(trash.parent_path() / "info/deep.trashinfo"));
+        std::size_t inDocs = 0;
+        for (const auto& entry : fs::directory_iterator(root / "docs")) {
+            ++inDocs;
+            if (entry.path().filename() != "notes.txt")
+                QCOMPARE(test::readFile(entry.path()), std::string("trashed"));
+        }
+        QCOMPARE(inDocs, std::size_t(keptBoth ? 2 : 1));
+        // The window follows: what went back leaves the list.
+        QTRY_VERIFY_WITH_TIMEOUT((harness.model.scheduler.advance(1s),
+                                  window->contents()->rowCount() == (keptBoth ? 0 : 1)),
+                                 5000);
+        ItemsWindow::chooseFolder = dialog;
+        fs::remove_all(root / "picked"); // a name QTemporaryDir cannot remove
+    }
+
+    // Delete removes the chosen items only, with their records, after asking; trash-cli no
+    // longer lists them and still lists the others.
+    void itemsWindowDeletesTheSelection_data()
+    {
+        QTest::addColumn<int>("answer");
+        QTest::newRow("delete") << int(AlertAnswer::secondButton);
+        QTest::newRow("escape") << int(test::ScriptedAlerts::escape);
+    }
+
+    void itemsWindowDeletesTheSelection()
+    {
+        QFETCH(int, answer);
+        test::ViewHarness harness;
+        const fs::path root = harness.model.root.path().toStdString();
+        for (const char* name : {"one", "two", "three", "-dash"})
+            trashItem(harness, name, pathLine(root / "from" / name));
+        const auto window = itemsWindow(harness);
+        QTRY_VERIFY(window->contents()->isLoaded());
+        selectNames(*window, {QStringLiteral("two"), QStringLiteral("-dash")});
+        harness.helper.alerts.answers = {answer};
+        window->findChild<QAbstractButton*>(QStringLiteral("delete"))->click();
+        QCOMPARE(harness.helper.alerts.shown.back().destructiveButton, 1);
+        harness.model.scheduler.advance(2s);
+        const bool deleted = answer == AlertAnswer::secondButton;
+        const fs::path trash = harness.model.homeTrash();
+        for (const char* name : {"one", "three"})
+            QVERIFY(fs::exists(trash / name));
+        for (const char* name : {"two", "-dash"}) {
+            QCOMPARE(fs::exists(trash / name), !deleted);
+            QCOMPARE(fs::exists(trash.parent_path() / "info" / (std::string(name) + ".trashinfo")),
+                     !deleted);
+        }
+
+        if (QStandardPaths::findExecutable(QStringLiteral("trash-list")).isEmpty())
+            QSKIP("trash-cli is not installed");
+        QProcess list;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("HOME"), QString::fromStdString(harness.model.home));
+        environment.insert(QStringLiteral("XDG_DATA_HOME"),
+                           QString::fromStdString(harness.model.home / ".local/share"));
+        list.setProcessEnvironment(environment);
+        list.start(QStringLiteral("trash-list"), {});
+        QVERIFY(list.waitForFinished(30000));
+        const QString listed = QString::fromLocal8Bit(list.readAllStandardOutput());
+        for (const char* name : {"one", "three", "two", "-dash"}) {
+            const bool kept =
+                !deleted || (qstrcmp(name, "two") != 0 && qstrcmp(name, "-dash") != 0);
+            QCOMPARE(listed.contains(QString::fromStdString((root / "from" / name).native())),
+                     kept);
+        }
+    }
+
+    // The name opens the window of that trash, and a second click brings the same one forward.
+    void rowNameShowsItems()
+    {
+        test::ViewHarness harness;
+        const ViewServices services = harness.services();
+        trashItem(harness, "thing", pathLine("/x/thing"));
+        ListItem row(Volume("/", harness.model.homeTrash()), services);
+        row.show();
+        auto* name = row.findChild<QLabel*>(QStringLiteral("name"));
+        QTest::mouseClick(name, Qt::LeftButton);
+        const auto windows = [] {
+            QList<ItemsWindow*> found;
+            for (QWidget* widget : QApplication::topLevelWidgets()) {
+                if (auto* window = qobject_cast<ItemsWindow*>(widget);
+                    window && window->isVisible())
+                    found << window;
+            }
+            return found;
+        };
+        QCOMPARE(windows().size(), 1);
+        QTest::mouseClick(name, Qt::LeftButton);
+        QCOMPARE(windows().size(), 1);
+        ItemsWindow* window = windows().first();
+        QCOMPARE(window->trashFolder(), harness.model.homeTrash());
+        harness.model.scheduler.runPending();
+        QCOMPARE(shownNames(*window), QStringList{QStringLiteral("thing")});
+        QVERIFY(harness.workspace.opened.isEmpty()); // the reveal button still opens the folder
+        window->close();
+        QTRY_VERIFY(windows().isEmpty());
+
+        // The context menu's "Show Items" does the same.
+        QTimer::singleShot(0, [] {
+            auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+            QVERIFY(menu);
+            QCOMPARE(menu->actions().first()->text(), QStringLiteral("Show Items"));
+            menu->actions().first()->trigger();
+            menu->close();
+        });
+        QContextMenuEvent event(QContextMenuEvent::Mouse, QPoint(5, 5),
+                                row.mapToGlobal(QPoint(5, 5)));
+        QApplication::sendEvent(&row, &event);
+        QTRY_COMPARE(windows().size(), 1);
+        windows().first()->close();
     }
 };
 

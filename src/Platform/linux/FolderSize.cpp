@@ -579,4 +579,18 @@ Result<std::uint64_t> allocatedSizeOfTrash(const std::filesystem::path& trashFol
     return SizeResult::success(total);
 }
 
+Result<std::uint64_t> allocatedSizeOfEntry(const std::filesystem::path& entry)
+{
+    struct statx info {
+    };
+    if (statx(AT_FDCWD, entry.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT,
+              STATX_TYPE | STATX_BLOCKS, &info) != 0)
+        return SizeResult::failure(describeErrno(entry.native(), errno), errno);
+    if (marksSkipped(entry.filename().native()))
+        return SizeResult::success(0);
+    if (S_ISDIR(info.stx_mode))
+        return allocatedSizeOfDirectory(entry);
+    return SizeResult::success(S_ISREG(info.stx_mode) ? info.stx_blocks * 512 : 0);
+}
+
 } // namespace quillane
