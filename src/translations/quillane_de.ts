@@ -145,6 +145,10 @@ Version %1</translation>
         <source>OK</source>
         <translation>OK</translation>
     </message>
+    <message>
+        <source>Menu</source>
+        <translation>Menü</translation>
+    </message>
 </context>
 <context>
     <name>quillane::EmptyCommand</name>
@@ -297,6 +301,106 @@ Version %1</translation>
     </message>
 </context>
 <context>
+    <name>quillane::ItemsWindow</name>
+    <message>
+        <source>Choose where to restore “%1”</source>
+        <translation>Ort zum Wiederherstellen von „%1“ wählen</translation>
+    </message>
+    <message>
+        <source>Trash of %1</source>
+        <translation>Papierkorb von %1</translation>
+    </message>
+    <message>
+        <source>Search</source>
+        <translation>Suchen</translation>
+    </message>
+    <message>
+        <source>Search the trash of %1</source>
+        <translation>Im Papierkorb von %1 suchen</translation>
+    </message>
+    <message>
+        <source>Items in the trash of %1</source>
+        <translation>Objekte im Papierkorb von %1</translation>
+    </message>
+    <message>
+        <source>Restore</source>
+        <translation>Wiederherstellen</translation>
+    </message>
+    <message>
+        <source>Restore the selected items</source>
+        <translation>Die ausgewählten Objekte wiederherstellen</translation>
+    </message>
+    <message>
+        <source>Delete</source>
+        <translation>Löschen</translation>
+    </message>
+    <message>
+        <source>Delete the selected items</source>
+        <translation>Die ausgewählten Objekte löschen</translation>
+    </message>
+    <message numerus="yes">
+        <source>%Ln item(s)</source>
+        <translation>
+            <numerusform>%Ln Objekt</numerusform>
+            <numerusform>%Ln Objekte</numerusform>
+        </translation>
+    </message>
+    <message numerus="yes">
+        <source>%1 of %Ln item(s)</source>
+        <translation>
+            <numerusform>%1 von %Ln Objekt</numerusform>
+            <numerusform>%1 von %Ln Objekten</numerusform>
+        </translation>
+    </message>
+    <message numerus="yes">
+        <source>Are you sure you want to delete %n item(s) from the trash of %1?</source>
+        <translation>
+            <numerusform>Möchten Sie %n Objekt wirklich aus dem Papierkorb von %1 löschen?</numerusform>
+            <numerusform>Möchten Sie %n Objekte wirklich aus dem Papierkorb von %1 löschen?</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>This action cannot be undone.</source>
+        <translation>Dies kann nicht rückgängig gemacht werden.</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>Abbrechen</translation>
+    </message>
+    <message>
+        <source>d</source>
+        <extracomment>The key that answers Delete.</extracomment>
+        <translation>l</translation>
+    </message>
+    <message>
+        <source>An item named “%1” already exists in %2.</source>
+        <translation>In %2 gibt es bereits ein Objekt namens „%1“.</translation>
+    </message>
+    <message>
+        <source>Keep both, restoring this one under a new name, or skip it and leave it in the trash?</source>
+        <translation>Beide behalten und dieses unter einem neuen Namen wiederherstellen, oder es überspringen und im Papierkorb lassen?</translation>
+    </message>
+    <message>
+        <source>Keep Both</source>
+        <translation>Beide behalten</translation>
+    </message>
+    <message>
+        <source>Skip</source>
+        <translation>Überspringen</translation>
+    </message>
+    <message numerus="yes">
+        <source>%n item(s) could not be restored.</source>
+        <translation>
+            <numerusform>%n Objekt konnte nicht wiederhergestellt werden.</numerusform>
+            <numerusform>%n Objekte konnten nicht wiederhergestellt werden.</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>OK</source>
+        <translation>OK</translation>
+    </message>
+</context>
+<context>
     <name>quillane::ListCommand</name>
     <message>
         <source>NAME</source>
@@ -374,6 +478,26 @@ Version %1</translation>
         <extracomment>The key that answers Delete.</extracomment>
         <translation>l</translation>
     </message>
+    <message>
+        <source>Show the items in this trash</source>
+        <translation>Die Objekte in diesem Papierkorb zeigen</translation>
+    </message>
+    <message>
+        <source>Emptying the trash of %1</source>
+        <translation>Papierkorb von %1 wird geleert</translation>
+    </message>
+    <message>
+        <source>Empty the trash of %1</source>
+        <translation>Papierkorb von %1 leeren</translation>
+    </message>
+    <message>
+        <source>Show the trash of %1</source>
+        <translation>Papierkorb von %1 zeigen</translation>
+    </message>
+    <message>
+        <source>Show Items</source>
+        <translation>Objekte zeigen</translation>
+    </message>
 </context>
 <context>
     <name>quillane::LoginItemView</name>
@@ -414,6 +538,14 @@ Version %1</translation>
     <message>
         <source>Copy</source>
         <translation>Kopieren</translation>
+    </message>
+    <message>
+        <source>Command to run in a terminal</source>
+        <translation>In einem Terminal auszuführender Befehl</translation>
+    </message>
+    <message>
+        <source>Copy the command</source>
+        <translation>Den Befehl kopieren</translation>
     </message>
 </context>
 <context>
@@ -481,6 +613,49 @@ Was noch nicht entfernt wurde, liegt weiter im Papierkorb.</translation>
             <numerusform>Der Hilfsdienst hat %n Objekt nicht aus dem Papierkorb von %1 entfernt; es liegt noch dort:</numerusform>
             <numerusform>Der Hilfsdienst hat %n Objekte nicht aus dem Papierkorb von %1 entfernt; sie liegen noch dort:</numerusform>
         </translation>
+    </message>
+    <message>
+        <source>Check for Updates...</source>
+        <translation>Nach Aktualisierungen suchen …</translation>
+    </message>
+    <message>
+        <source>Quit Quillane</source>
+        <translation>Quillane beenden</translation>
+    </message>
+    <message>
+        <source>Emptied the trash of %1</source>
+        <translation>Papierkorb von %1 geleert</translation>
+    </message>
+    <message>
+        <source>%1 freed</source>
+        <translation>%1 freigegeben</translation>
+    </message>
+</context>
+<context>
+    <name>quillane::TrashContents</name>
+    <message>
+        <source>The record of this item is missing or unreadable.</source>
+        <translation>Der Eintrag zu diesem Objekt fehlt oder ist nicht lesbar.</translation>
+    </message>
+    <message>
+        <source>Name</source>
+        <translation>Name</translation>
+    </message>
+    <message>
+        <source>Original Location</source>
+        <translation>Ursprünglicher Ort</translation>
+    </message>
+    <message>
+        <source>Deleted</source>
+        <translation>Gelöscht am</translation>
+    </message>
+    <message>
+        <source>Size</source>
+        <translation>Größe</translation>
+    </message>
+    <message>
+        <source>Unknown</source>
+        <translation>Unbekannt</translation>
     </message>
 </context>
 <context>

@@ -137,6 +137,10 @@ Version %1</source>
         <source>OK</source>
         <translation type="unfinished"></translation>
     </message>
+    <message>
+        <source>Menu</source>
+        <translation type="unfinished"></translation>
+    </message>
 </context>
 <context>
     <name>quillane::EmptyCommand</name>
@@ -289,6 +293,106 @@ Version %1</source>
     </message>
 </context>
 <context>
+    <name>quillane::ItemsWindow</name>
+    <message>
+        <source>Choose where to restore “%1”</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Trash of %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Search</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Search the trash of %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Items in the trash of %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Restore</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Restore the selected items</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Delete</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Delete the selected items</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message numerus="yes">
+        <source>%Ln item(s)</source>
+        <translation>
+            <numerusform>%Ln item</numerusform>
+            <numerusform>%Ln items</numerusform>
+        </translation>
+    </message>
+    <message numerus="yes">
+        <source>%1 of %Ln item(s)</source>
+        <translation>
+            <numerusform>%1 of %Ln item</numerusform>
+            <numerusform>%1 of %Ln items</numerusform>
+        </translation>
+    </message>
+    <message numerus="yes">
+        <source>Are you sure you want to delete %n item(s) from the trash of %1?</source>
+        <translation>
+            <numerusform>Are you sure you want to delete %n item from the trash of %1?</numerusform>
+            <numerusform>Are you sure you want to delete %n items from the trash of %1?</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>This action cannot be undone.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>d</source>
+        <extracomment>The key that answers Delete.</extracomment>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>An item named “%1” already exists in %2.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Keep both, restoring this one under a new name, or skip it and leave it in the trash?</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Keep Both</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Skip</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message numerus="yes">
+        <source>%n item(s) could not be restored.</source>
+        <translation>
+            <numerusform>%n item could not be restored.</numerusform>
+            <numerusform>%n items could not be restored.</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>OK</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
     <name>quillane::ListCommand</name>
     <message>
         <source>NAME</source>
@@ -364,6 +468,26 @@ Version %1</source>
         <extracomment>The key that answers Delete.</extracomment>
         <translation type="unfinished"></translation>
     </message>
+    <message>
+        <source>Show the items in this trash</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Emptying the trash of %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Empty the trash of %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Show the trash of %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Show Items</source>
+        <translation type="unfinished"></translation>
+    </message>
 </context>
 <context>
     <name>quillane::LoginItemView</name>
@@ -403,6 +527,14 @@ Version %1</source>
     <name>quillane::SetupPage</name>
     <message>
         <source>Copy</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Command to run in a terminal</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Copy the command</source>
         <translation type="unfinished"></translation>
     </message>
 </context>
@@ -469,6 +601,49 @@ What was not removed yet is still in the trash.</source>
     </message>
     <message>
         <source>Open Quillane</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Check for Updates...</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Quit Quillane</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Emptied the trash of %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>%1 freed</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>quillane::TrashContents</name>
+    <message>
+        <source>The record of this item is missing or unreadable.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Name</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Original Location</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Deleted</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Size</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Unknown</source>
         <translation type="unfinished"></translation>
     </message>
 </context>
