@@ -154,11 +154,16 @@ void TrashContents::read(std::optional<std::vector<std::string>> names)
                                 folder = m_trashFolder, top = m_volumeTop] {
         std::vector<std::string> read;
         const auto deliver = [&](std::vector<TrashRecord>&& batch) {
-            for (const TrashRecord& record : batch)
+            // What the rows show is worked out here, not on the main thread.
+            std::vector<Item> items;
+            items.reserve(batch.size());
+            for (TrashRecord& record : batch) {
                 read.push_back(record.name);
-            mainQueue.post([this, alive, batch = std::move(batch)]() mutable {
+                items.push_back(itemFor(std::move(record)));
+            }
+            mainQueue.post([this, alive, items = std::move(items)]() mutable {
                 if (alive.lock())
-                    append(std::move(batch));
+                    append(std::move(items));
             });
             return !alive.expired();
         };
@@ -220,22 +225,25 @@ void TrashContents::read(std::optional<std::vector<std::string>> names)
     });
 }
 
-void TrashContents::append(std::vector<TrashRecord>&& records)
+TrashContents::Item TrashContents::itemFor(TrashRecord&& record)
+{
+    QString name = shownText(record.name);
+    QString location =
+        record.originalPath ? shownText(record.originalPath->native()) : tr("Unknown");
+    return {std::move(record), std::nullopt, std::move(name), std::move(location)};
+}
+
+void TrashContents::append(std::vector<Item>&& items)
 {
     // An item read twice (a change while it was being read) keeps its first row.
-    std::erase_if(records,
-                  [this](const TrashRecord& record) { return m_rows.contains(record.name); });
-    if (records.empty())
+    std::erase_if(items, [this](const Item& item) { return m_rows.contains(item.record.name); });
+    if (items.empty())
         return;
     const int first = rowCount();
-    beginInsertRows({}, first, first + static_cast<int>(records.size()) - 1);
-    m_items.reserve(m_items.size() + records.size());
-    for (TrashRecord& record : records) {
-        m_rows.emplace(record.name, static_cast<int>(m_items.size()));
-        QString name = shownText(record.name);
-        QString location =
-            record.originalPath ? shownText(record.originalPath->native()) : tr("Unknown");
-        m_items.push_back({std::move(record), std::nullopt, std::move(name), std::move(location)});
+    beginInsertRows({}, first, first + static_cast<int>(items.size()) - 1);
+    for (Item& item : items) {
+        m_rows.emplace(item.record.name, static_cast<int>(m_items.size()));
+        m_items.push_back(std::move(item));
     }
     endInsertRows();
 }

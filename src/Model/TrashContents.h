@@ -38,7 +38,7 @@ public:
         NameBytesRole,
     };
 
-    static constexpr std::size_t batchSize = 2000;
+    static constexpr std::size_t batchSize = 1000;
 
     // trashFolder is the trash's files/ folder; volumeTop the top folder of its volume, against
     // which relative original locations are read.
@@ -89,7 +89,9 @@ private:
     };
     struct Reading;
 
-    void append(std::vector<TrashRecord>&& records);
+    // Called on the work queue.
+    static Item itemFor(TrashRecord&& record);
+    void append(std::vector<Item>&& items);
     void setSizes(const std::vector<std::pair<std::string, std::uint64_t>>& sizes);
     void folderChanged();
     void refresh();

@@ -769,6 +769,8 @@ private Q_SLOTS:
         test::writeFile(root / "docs/notes.txt", "mine");
         trashItem(harness, "notes.txt", pathLine(root / "docs/notes.txt"), "trashed");
         trashItem(harness, "deep", pathLine(root / "not/yet/there/deep"), "deep");
+        // Its way back goes through a file: it fails, and says so in one alert at the end.
+        trashItem(harness, "blocked", pathLine(root / "docs/notes.txt/blocked"), "blocked");
         trashItem(harness, "caf\xe9", "\x01garbage\xff\n", "no record");
         const auto window = itemsWindow(harness);
         QTRY_VERIFY(window->contents()->isLoaded());
@@ -781,13 +783,17 @@ private Q_SLOTS:
         fs::create_directories(root / "picked");
         harness.helper.alerts.answers = {answer};
         selectNames(*window, {QStringLiteral("notes.txt"), QStringLiteral("deep"),
-                              QStringLiteral("caf\uFFFD")});
+                              QStringLiteral("caf\uFFFD"), QStringLiteral("blocked")});
         QSignalSpy finished(window.get(), &ItemsWindow::restoresFinished);
         window->findChild<QAbstractButton*>(QStringLiteral("restore"))->click();
         QTRY_VERIFY((harness.model.scheduler.runPending(), finished.count() == 1));
 
         QCOMPARE(asked, std::vector<QString>{QStringLiteral("caf\uFFFD")});
-        QCOMPARE(harness.helper.alerts.shown.size(), std::size_t(1)); // the name taken, no failure
+        QCOMPARE(harness.helper.alerts.shown.size(), std::size_t(2)); // the name taken, the failure
+        const AlertRequest& failed = harness.helper.alerts.shown[1];
+        QVERIFY(failed.informativeText.startsWith(QStringLiteral("blocked (")));
+        QCOMPARE(failed.informativeText.count(QLatin1Char('\n')), 0);
+        QVERIFY(fs::exists(harness.model.homeTrash() / "blocked"));
         const AlertRequest& question = harness.helper.alerts.shown[0];
         QCOMPARE(question.buttons,
                  (QStringList{QStringLiteral("Keep Both"), QStringLiteral("Skip")}));
@@ -808,7 +814,7 @@ private Q_SLOTS:
         QCOMPARE(inDocs, std::size_t(keptBoth ? 2 : 1));
         // The window follows: what went back leaves the list.
         QTRY_VERIFY_WITH_TIMEOUT((harness.model.scheduler.advance(1s),
-                                  window->contents()->rowCount() == (keptBoth ? 0 : 1)),
+                                  window->contents()->rowCount() == (keptBoth ? 1 : 2)),
                                  5000);
         ItemsWindow::chooseFolder = dialog;
         fs::remove_all(root / "picked"); // a name QTemporaryDir cannot remove
