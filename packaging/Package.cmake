@@ -38,7 +38,8 @@ set(CPACK_DEBIAN_PACKAGE_DEPENDS
     "libqt6svg6, gstreamer1.0-plugins-base, gstreamer1.0-plugins-good, \
 gstreamer1.0-plugins-bad, dbus, polkitd")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
-    "adwaita-icon-theme, qt6-wayland, packagekit, pipewire-bin | pulseaudio-utils")
+    "adwaita-icon-theme, qt6-wayland, qt6-translations-l10n, packagekit, \
+pipewire-bin | pulseaudio-utils")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
     ${CMAKE_CURRENT_LIST_DIR}/deb/postinst ${CMAKE_CURRENT_LIST_DIR}/deb/prerm
     ${CMAKE_CURRENT_LIST_DIR}/deb/postrm)

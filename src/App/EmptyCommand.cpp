@@ -48,6 +48,18 @@ enum ExitCode {
     Refused = 4
 };
 
+// What the command says goes to standard error, so that its output stays clean.
+void say(const QString& text)
+{
+    std::fputs(qPrintable(text), stderr);
+    std::fflush(stderr);
+}
+
+void complain(const QString& text)
+{
+    say(QStringLiteral("quillane: %1\n").arg(text));
+}
+
 // Alerts on a terminal: the title and the text on standard error; no one is there to answer,
 // so the alert backs out.
 class TerminalAlerts final : public Alerts
@@ -97,26 +109,42 @@ std::string whyNoTrash(const std::vector<Volume>& volumes, const QString& locati
     if (const std::filesystem::path path = QFile::encodeName(location).toStdString();
         !place && fileExists(path))
         place = path;
+    const auto unknown = [] {
+        return QCoreApplication::translate("quillane::EmptyCommand",
+                                           "it is no location of the list; see quillane list")
+            .toStdString();
+    };
     if (!place)
-        return "it is no location of the list; see quillane list";
+        return unknown();
     struct statvfs volume {
     };
     if (statvfs(place->c_str(), &volume) == 0 && (volume.f_flag & ST_RDONLY))
-        return "it is on a volume mounted read-only, where nothing can be removed";
+        return QCoreApplication::translate("quillane::EmptyCommand",
+                                           "it is on a volume mounted read-only, where nothing "
+                                           "can be removed")
+            .toStdString();
     if (const auto trash = platform.trash.trashFolder(*place); !trash)
         return trash.error();
-    return "it is no location of the list; see quillane list";
+    return unknown();
 }
 
 bool confirmed(const QString& name, int items)
 {
-    std::fprintf(stderr, "Empty the trash of %s (%d %s)? The items cannot be restored. [y/N] ",
-                 qPrintable(name), items, items == 1 ? "item" : "items");
-    std::fflush(stderr);
-    std::string answer;
-    if (!std::getline(std::cin, answer))
+    say(QCoreApplication::translate("quillane::EmptyCommand",
+                                    "Empty the trash of %1 (%n item(s))? The items cannot be "
+                                    "restored. [y/N] ",
+                                    nullptr, items)
+            .arg(name));
+    std::string line;
+    if (!std::getline(std::cin, line))
         return false;
-    return answer == "y" || answer == "Y" || answer == "yes";
+    // "y" always agrees, as scripts type it; so does the language's own answer.
+    const QString answer = QString::fromLocal8Bit(line).trimmed().toLower();
+    //: What agrees to the question that ends in [y/N]: its letter, then the word.
+    const QStringList yes = QCoreApplication::translate("quillane::EmptyCommand", "y yes")
+                                .toLower()
+                                .split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    return answer == QStringLiteral("y") || answer == QStringLiteral("yes") || yes.contains(answer);
 }
 
 void drawProgress(double fraction)
@@ -172,7 +200,9 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
         NotificationCenter::defaultCenter().post(
             {Constant::xpcDeleteFailedName,
              QVariant(QByteArray::fromStdString(item.native())),
-             {{Constant::deleteErrorKey, QStringLiteral("not sent to the helper daemon")}}});
+             {{Constant::deleteErrorKey,
+               QCoreApplication::translate("quillane::EmptyCommand",
+                                           "not sent to the helper daemon")}}});
     };
     emptying.alert = [](const QString& message) {
         std::fprintf(stderr, "\n%s\n", qPrintable(message));
@@ -191,41 +221,49 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
                 std::fputc('\n', stderr);
             switch (result.ending) {
             case EmptyingResult::Ending::NotStarted:
-                std::fprintf(stderr, "quillane: the trash of %s was not emptied: %s\n",
-                             qPrintable(name), qPrintable(result.error));
+                complain(QCoreApplication::translate("quillane::EmptyCommand",
+                                                     "the trash of %1 was not emptied: %2")
+                             .arg(name, result.error));
                 QCoreApplication::exit(NotEmptied);
                 return;
             case EmptyingResult::Ending::Stopped:
-                std::fprintf(stderr, "\nquillane: emptying the trash of %s stopped: %s\n",
-                             qPrintable(name), qPrintable(result.error));
+                std::fputc('\n', stderr);
+                complain(QCoreApplication::translate("quillane::EmptyCommand",
+                                                     "emptying the trash of %1 stopped: %2")
+                             .arg(name, result.error));
                 QCoreApplication::exit(NotEmptied);
                 return;
             case EmptyingResult::Ending::NothingToRemove:
-                std::fprintf(stderr, "quillane: the trash of %s holds nothing to remove\n",
-                             qPrintable(name));
+                complain(QCoreApplication::translate("quillane::EmptyCommand",
+                                                     "the trash of %1 holds nothing to remove")
+                             .arg(name));
                 QCoreApplication::exit(Completed);
                 return;
             case EmptyingResult::Ending::Completed:
                 break;
             }
             for (const QString& problem : result.problems)
-                std::fprintf(stderr, "quillane: %s\n", qPrintable(problem));
+                complain(problem);
             for (const auto& [item, reason] : result.refused)
-                std::fprintf(stderr, "quillane: %s stayed: %s\n", qPrintable(messagePath(item)),
-                             qPrintable(reason));
+                complain(QCoreApplication::translate("quillane::EmptyCommand", "%1 stayed: %2")
+                             .arg(messagePath(item), reason));
             int code = Completed;
             if (result.helperStoppedAnswering) {
-                std::fprintf(stderr, "quillane: the helper daemon stopped answering\n");
+                complain(QCoreApplication::translate("quillane::EmptyCommand",
+                                                     "the helper daemon stopped answering"));
                 code = HelperUnreachable;
             } else if (!unreachable.isEmpty()) {
-                std::fprintf(stderr,
-                             "quillane: %d item(s) need the helper daemon, which is not "
-                             "reachable: %s\n",
-                             handedOver, qPrintable(unreachable));
+                complain(QCoreApplication::translate("quillane::EmptyCommand",
+                                                     "%n item(s) need the helper daemon, which "
+                                                     "is not reachable: %1",
+                                                     nullptr, handedOver)
+                             .arg(unreachable));
                 code = HelperUnreachable;
             } else if (!result.refused.empty()) {
-                std::fprintf(stderr, "quillane: the helper daemon did not remove %d item(s)\n",
-                             int(result.refused.size()));
+                complain(QCoreApplication::translate("quillane::EmptyCommand",
+                                                     "the helper daemon did not remove %n "
+                                                     "item(s)",
+                                                     nullptr, int(result.refused.size())));
                 code = Refused;
             }
             // The sound has just started: let it finish before the program does.
@@ -235,10 +273,11 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
     whenFirstListed(observer, [&] {
         const auto candidates = matching(observer.volumes(), location, platform.volumeNames);
         if (candidates.size() > 1) {
-            std::fprintf(stderr,
-                         "quillane: \"%s\" names %d locations; say which by its location or "
-                         "trash folder:\n",
-                         qPrintable(messageText(location.toStdString())), int(candidates.size()));
+            complain(QCoreApplication::translate("quillane::EmptyCommand",
+                                                 "\"%1\" names %n locations; say which by its "
+                                                 "location or trash folder:",
+                                                 nullptr, int(candidates.size()))
+                         .arg(messageText(location.toStdString())));
             for (const Volume& candidate : candidates)
                 std::fprintf(stderr, "  %s\n", qPrintable(messagePath(*candidate.trashURL())));
             QCoreApplication::exit(UnknownLocation);
@@ -246,10 +285,9 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
         }
         const auto volume = candidates.begin();
         if (volume == candidates.end() || !volume->trashURL()) {
-            std::fprintf(
-                stderr, "quillane: no trash at \"%s\": %s\n",
-                qPrintable(messageText(location.toStdString())),
-                qPrintable(messageText(whyNoTrash(observer.volumes(), location, platform))));
+            complain(QCoreApplication::translate("quillane::EmptyCommand", "no trash at \"%1\": %2")
+                         .arg(messageText(location.toStdString()),
+                              messageText(whyNoTrash(observer.volumes(), location, platform))));
             QCoreApplication::exit(UnknownLocation);
             return;
         }
@@ -257,7 +295,7 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
         const bool ask = !yes && !platform.defaults.boolValue(Constant::deleteCheckSupressionKey);
         if (ask &&
             !confirmed(messageText(volume->name(platform.volumeNames)), volume->itemCount())) {
-            std::fprintf(stderr, "quillane: nothing was removed\n");
+            complain(QCoreApplication::translate("quillane::EmptyCommand", "nothing was removed"));
             QCoreApplication::exit(NotEmptied);
             return;
         }

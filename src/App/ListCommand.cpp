@@ -8,6 +8,7 @@
 #include <QFutureWatcher>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLocale>
 #include <QtConcurrent>
 #include <cstdio>
 
@@ -62,15 +63,19 @@ QJsonArray toJson(const std::vector<LocationReport>& reports)
 
 QString toTable(const std::vector<LocationReport>& reports)
 {
-    const QStringList header = {QStringLiteral("NAME"), QStringLiteral("TRASH"),
-                                QStringLiteral("ITEMS"), QStringLiteral("SIZE")};
+    const QStringList header = {QCoreApplication::translate("quillane::ListCommand", "NAME"),
+                                QCoreApplication::translate("quillane::ListCommand", "TRASH"),
+                                QCoreApplication::translate("quillane::ListCommand", "ITEMS"),
+                                QCoreApplication::translate("quillane::ListCommand", "SIZE")};
     std::vector<QStringList> rows = {header};
     for (const LocationReport& report : reports) {
         // The terminal gets names with their control bytes escaped; the JSON keeps them exact.
         const auto shown = [](const QString& text) { return messageText(text.toStdString()); };
         rows.push_back({shown(report.name),
-                        report.trash ? shown(*report.trash) : QStringLiteral("(no trash folder)"),
-                        QString::number(report.items), formatByteCount(report.bytes)});
+                        report.trash ? shown(*report.trash)
+                                     : QCoreApplication::translate("quillane::ListCommand",
+                                                                   "(no trash folder)"),
+                        QLocale().toString(report.items), formatByteCount(report.bytes)});
     }
     std::vector<qsizetype> widths(header.size(), 0);
     for (const QStringList& row : rows)

@@ -255,7 +255,8 @@ void settle(QWidget& view)
         QApplication::processEvents(QEventLoop::AllEvents, 50);
         const auto labels = view.findChildren<QLabel*>();
         if (std::ranges::none_of(labels, [](const QLabel* label) {
-                return label->text() == QStringLiteral("Calculating...");
+                return label->text() ==
+                       QCoreApplication::translate("quillane::ListItem", "Calculating...");
             }))
             break;
     }

@@ -67,27 +67,26 @@ QString emptyingProblem(const EmptyingResult& result, const VolumeNames& names)
 {
     const QString name = messageText(result.volume.name(names));
     if (result.ending == EmptyingResult::Ending::NotStarted)
-        return result.busy ? QStringLiteral("The trash of %1 is already being emptied by another "
-                                            "Quillane. Nothing was removed.")
+        return result.busy ? TrashApp::tr("The trash of %1 is already being emptied "
+                                          "by another Quillane. Nothing was removed.")
                                  .arg(name)
-                           : QStringLiteral("The trash of %1 could not be emptied: %2")
+                           : TrashApp::tr("The trash of %1 could not be emptied: %2")
                                  .arg(name, result.error);
     if (result.ending == EmptyingResult::Ending::Stopped)
-        return QStringLiteral("Emptying the trash of %1 stopped: %2\nWhat was not removed yet is "
-                              "still in the trash.")
+        return TrashApp::tr("Emptying the trash of %1 stopped: %2\nWhat was not "
+                            "removed yet is still in the trash.")
             .arg(name, result.error);
     QStringList lines;
-    if (const std::size_t count = result.refused.size(); count > 0) {
-        lines << QStringLiteral(
-                     "The helper did not remove %1 from the trash of %2; %3 still there:")
-                     .arg(count == 1 ? QStringLiteral("1 item")
-                                     : QStringLiteral("%1 items").arg(count),
-                          name, count == 1 ? QStringLiteral("it is") : QStringLiteral("they are"));
+    if (const int count = int(result.refused.size()); count > 0) {
+        lines << TrashApp::tr("The helper did not remove %n item(s) from the trash "
+                              "of %1; they are still there:",
+                              nullptr, count)
+                     .arg(name);
         for (const auto& [item, reason] : result.refused)
             lines << QStringLiteral("%1: %2").arg(messagePath(item), reason);
     }
     if (!result.problems.isEmpty())
-        lines << QStringLiteral("The trash of %1 could not be put fully in order:").arg(name)
+        lines << TrashApp::tr("The trash of %1 could not be put fully in order:").arg(name)
               << result.problems;
     return lines.join(QLatin1Char('\n'));
 }
@@ -135,14 +134,14 @@ TrashApp::TrashApp(QDBusConnection sessionBus)
     // The application's commands. Linux applications have no application menu: the commands
     // are keyboard shortcuts of every window of ours, and entries of the panel's menu. There
     // is no new-window command to take away.
-    m_checkForUpdatesCommand.setText(QStringLiteral("Check for Updates"));
+    m_checkForUpdatesCommand.setText(tr("Check for Updates"));
     m_checkForUpdatesCommand.setShortcut(QKeySequence(QStringLiteral("Ctrl+U")));
     connect(&m_checkForUpdatesCommand, &QAction::triggered, this,
             [this] { m_updater->checkForUpdates(); });
-    m_settingsCommand.setText(QStringLiteral("Settings..."));
+    m_settingsCommand.setText(tr("Settings..."));
     m_settingsCommand.setShortcut(QKeySequence(QStringLiteral("Ctrl+,")));
     connect(&m_settingsCommand, &QAction::triggered, this, &TrashApp::openSettings);
-    m_quitCommand.setText(QStringLiteral("Quit"));
+    m_quitCommand.setText(tr("Quit"));
     m_quitCommand.setShortcut(QKeySequence(QStringLiteral("Ctrl+Q")));
     connect(&m_quitCommand, &QAction::triggered, this, &TrashApp::quit);
 }
@@ -285,7 +284,7 @@ void TrashApp::openSettings()
     if (!m_settingsWindow) {
         m_settingsWindow = windowAround(new QWidget, new SettingsView(viewServices()));
         m_settingsWindow->setAttribute(Qt::WA_DeleteOnClose);
-        m_settingsWindow->setWindowTitle(QStringLiteral("Quillane Settings"));
+        m_settingsWindow->setWindowTitle(tr("Quillane Settings"));
     }
     bringForward(m_settingsWindow);
 }

@@ -5,8 +5,8 @@
 
 #include <QCursor>
 #include <QGuiApplication>
-#include <QScreen>
 #include <QMenu>
+#include <QScreen>
 #include <QSystemTrayIcon>
 
 namespace quillane

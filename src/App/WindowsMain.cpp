@@ -3,8 +3,8 @@
 #include "App/TrashApp.h"
 #include "Platform/BuildInfo.h"
 #include "Platform/Console.h"
+#include "Shell/Translations.h"
 #include "Views/Pictures.h"
-#include "Views/Translations.h"
 
 #include <QApplication>
 #include <QFileInfo>

@@ -3,6 +3,7 @@
 #include "App/ListCommand.h"
 #include "Platform/BuildInfo.h"
 #include "Platform/Console.h"
+#include "Shell/Translations.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -66,9 +67,11 @@ int runCommandLine(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
     nameApplication();
+    quillane::installTranslations();
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral(
+    parser.setApplicationDescription(QCoreApplication::translate(
+        "quillane::CommandLine",
         "Quillane shows the trash of every location (your home, each mounted volume, cloud "
         "folders) and empties one at a time.\n\nWithout a command it runs as a tray "
         "application.\n\nCommands:\n"
@@ -77,24 +80,30 @@ int runCommandLine(int argc, char* argv[])
         "  --screenshot VIEW FILE   Draw a view of the application into a PNG file."));
     parser.addHelpOption();
     parser.addVersionOption();
-    const QCommandLineOption jsonOption(QStringLiteral("json"),
-                                        QStringLiteral("With list: print a JSON array."));
+    const QCommandLineOption jsonOption(
+        QStringLiteral("json"),
+        QCoreApplication::translate("quillane::CommandLine", "With list: print a JSON array."));
     parser.addOption(jsonOption);
-    const QCommandLineOption yesOption(QStringLiteral("yes"),
-                                       QStringLiteral("With empty: do not ask first."));
+    const QCommandLineOption yesOption(
+        QStringLiteral("yes"),
+        QCoreApplication::translate("quillane::CommandLine", "With empty: do not ask first."));
     parser.addOption(yesOption);
     const QCommandLineOption verboseOption(
         QStringLiteral("verbose"),
-        QStringLiteral("Also print the diagnostic lines of the tray application, on standard "
-                       "error."));
+        QCoreApplication::translate(
+            "quillane::CommandLine",
+            "Also print the diagnostic lines of the tray application, on standard "
+            "error."));
     parser.addOption(verboseOption);
     // For the benchmarks: with empty, the longest main-thread stall on standard error at the end.
     QCommandLineOption stallsOption(QStringLiteral("report-stalls"),
                                     QStringLiteral("With empty: report the longest stall."));
     stallsOption.setFlags(QCommandLineOption::HiddenFromHelp);
     parser.addOption(stallsOption);
-    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list or empty"),
-                                 QStringLiteral("[command]"));
+    parser.addPositionalArgument(
+        QStringLiteral("command"),
+        QCoreApplication::translate("quillane::CommandLine", "list or empty"),
+        QStringLiteral("[command]"));
     parser.process(app);
 
     // The command line prints its output and real errors; the diagnostic lines the tray
@@ -112,8 +121,11 @@ int runCommandLine(int argc, char* argv[])
         return quillane::runEmptyCommand(arguments[1], parser.isSet(yesOption),
                                          parser.isSet(stallsOption));
 
-    std::fprintf(stderr, "quillane: unknown command \"%s\"; see quillane --help\n",
-                 qPrintable(arguments.join(QLatin1Char(' '))));
+    const QString unknown =
+        QCoreApplication::translate("quillane::CommandLine",
+                                    "quillane: unknown command \"%1\"; see quillane --help")
+            .arg(arguments.join(QLatin1Char(' ')));
+    std::fprintf(stderr, "%s\n", qPrintable(unknown));
     return 2;
 }
 

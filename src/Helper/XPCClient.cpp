@@ -45,9 +45,12 @@ constexpr int uninstallTimeoutMs = 6 * 60 * 1000;
 constexpr auto deletionGathering = 2ms;
 // A batch stays well within what the daemon lets one user have waiting (2 MiB).
 constexpr qsizetype batchBytes = 512 * 1024;
-const QString timeoutText = QStringLiteral(
-    "The Quillane helper is required for Quillane to function correctly. Restarting your computer "
-    "and relaunching Quillane may address the issue.");
+QString timeoutText()
+{
+    return XPCClient::tr(
+        "The Quillane helper is required for Quillane to function correctly. Restarting your "
+        "computer and relaunching Quillane may address the issue.");
+}
 
 std::optional<QString> firstOf(const QStringList& values)
 {
@@ -244,7 +247,7 @@ void XPCClient::retryTick()
     if (m_retryCount > startRetryLimit) {
         m_retryTimer.reset();
         runSoon([this] {
-            showTimeoutAlert(QStringLiteral("Start Quillane Helper timed out"), [this] {
+            showTimeoutAlert(XPCClient::tr("Start Quillane Helper timed out"), [this] {
                 m_retryCount = 0;
                 start();
             });
@@ -256,8 +259,8 @@ void XPCClient::showTimeoutAlert(const QString& title, std::function<void()> kee
 {
     const AlertAnswer answer =
         m_services.alerts.runModal({title,
-                                    timeoutText,
-                                    {QStringLiteral("Keep Trying"), QStringLiteral("Quit")},
+                                    timeoutText(),
+                                    {XPCClient::tr("Keep Trying"), XPCClient::tr("Quit")},
                                     false,
                                     {},
                                     /*cancelButton=*/0});
@@ -324,7 +327,7 @@ void XPCClient::waitAndStart()
         if (++*ticks > registrationWaitLimit) {
             m_waitTimer.reset();
             runSoon([this] {
-                showTimeoutAlert(QStringLiteral("Registering Quillane Helper timed out"),
+                showTimeoutAlert(XPCClient::tr("Registering Quillane Helper timed out"),
                                  [this] { waitAndStart(); });
             });
         }
@@ -403,7 +406,7 @@ void XPCClient::sendDeletions()
     TrashHelperProxy* helper = proxy();
     // Without a bus there is no one to ask: the items stay, and whoever waits on them is told.
     if (!helper || !m_services.bus.isConnected()) {
-        deletionsFailed(items, QStringLiteral("the system bus is not reachable"));
+        deletionsFailed(items, XPCClient::tr("the system bus is not reachable"));
         return;
     }
     for (qsizetype first = 0; first < items.size();) {
@@ -525,11 +528,11 @@ void XPCClient::showRemovalCommand(const QString& package, const std::string& wh
 {
     Console::writeLine("Uninstall Failed: ", why);
     m_services.alerts.runModal(
-        {QStringLiteral("Uninstall Failed"),
-         QStringLiteral("Quillane came with the package %1, which only the package manager "
-                        "removes. Run this command in a terminal: sudo apt remove %1")
+        {XPCClient::tr("Uninstall Failed"),
+         XPCClient::tr("Quillane came with the package %1, which only the package manager "
+                       "removes. Run this command in a terminal: sudo apt remove %1")
              .arg(package),
-         {QStringLiteral("OK")},
+         {XPCClient::tr("OK")},
          false,
          {},
          /*cancelButton=*/0});
@@ -546,7 +549,7 @@ void XPCClient::repairHomeTrash(std::function<void(std::optional<QString>)> done
                                        QStringLiteral("repairHomeTrash"));
     call.setInteractiveAuthorizationAllowed(true);
     if (!m_services.bus.isConnected()) {
-        done(QStringLiteral("the system bus is not reachable"));
+        done(XPCClient::tr("the system bus is not reachable"));
         return;
     }
     // An administrator may take minutes to answer polkit's question.

@@ -117,7 +117,7 @@ void TrashEmptier::start()
         if (job->files && flock(job->files.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
             job->report([](TrashEmptier& emptier) {
                 Q_EMIT emptier.couldNotStart(
-                    QStringLiteral("another emptying of this trash is under way"), true);
+                    TrashEmptier::tr("another emptying of this trash is under way"), true);
             });
             return;
         }

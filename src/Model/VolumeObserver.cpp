@@ -351,8 +351,9 @@ void VolumeObserver::didUnmount(const fs::path& path)
     Console::writeLine("Unmounted: ", path.native());
     m_unmounted.push_back(withoutTrailingSlash(path));
     if (m_emptier && m_result.volume.volPath() == m_unmounted.back())
-        stopEmptying(QString::fromStdString(printable(path.native())) +
-                     QStringLiteral(" was unmounted while its trash was being emptied"));
+        stopEmptying(VolumeObserver::tr("%1 was unmounted while its trash was being "
+                                        "emptied")
+                         .arg(QString::fromStdString(printable(path.native()))));
     updateVolumes();
 }
 
@@ -471,8 +472,8 @@ void VolumeObserver::handleOutcome(const TrashEmptier::Outcome& outcome)
     // than held across it.
     const QPointer<TrashEmptier> emptier = m_emptier;
     if (m_emptying.alert)
-        m_emptying.alert(QStringLiteral("There was a problem deleting the file.\n(") +
-                         QString::fromStdString(outcome.error) + QLatin1Char(')'));
+        m_emptying.alert(VolumeObserver::tr("There was a problem deleting the file.\n(%1)")
+                             .arg(QString::fromStdString(outcome.error)));
     if (!emptier || emptier != m_emptier)
         return;
     handleProgress(outcome.location);
@@ -572,7 +573,8 @@ void VolumeObserver::helperStoppedAnswering()
         return;
     m_result.helperStoppedAnswering = true;
     for (const auto& [item, sentAgain] : unanswered) {
-        m_result.refused.emplace_back(item, QStringLiteral("the helper daemon stopped answering"));
+        m_result.refused.emplace_back(item,
+                                      VolumeObserver::tr("the helper daemon stopped answering"));
         handleProgress(item);
     }
 }

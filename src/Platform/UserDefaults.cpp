@@ -1,5 +1,7 @@
 #include "UserDefaults.h"
 
+#include <QCoreApplication>
+
 namespace quillane
 {
 
@@ -43,8 +45,10 @@ QString SettingsUserDefaults::storageProblem() const
 {
     if (m_settings->isWritable() && m_settings->status() != QSettings::AccessError)
         return {};
-    return QStringLiteral("Your settings cannot be saved: %1 cannot be written. Quillane uses "
-                          "its defaults until it can.")
+    return QCoreApplication::translate(
+               "quillane::UserDefaults",
+               "Your settings cannot be saved: %1 cannot be written. Quillane uses "
+               "its defaults until it can.")
         .arg(m_settings->fileName());
 }
 

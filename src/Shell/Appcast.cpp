@@ -1,5 +1,6 @@
 #include "Appcast.h"
 
+#include <QCoreApplication>
 #include <QXmlStreamReader>
 #include <optional>
 
@@ -79,7 +80,8 @@ ItemFields readItem(QXmlStreamReader& xml)
 
 std::string xmlError(const QXmlStreamReader& xml)
 {
-    return QStringLiteral("The feed is not well-formed XML (line %1: %2).")
+    return QCoreApplication::translate("quillane::Appcast",
+                                       "The feed is not well-formed XML (line %1: %2).")
         .arg(xml.lineNumber())
         .arg(xml.errorString())
         .toStdString();
@@ -103,13 +105,15 @@ std::optional<quint64> buildNumber(const QString& text)
 Result<AppcastItem> newestAppcastItem(const QByteArray& feed)
 {
     if (feed.trimmed().isEmpty())
-        return Result<AppcastItem>::failure("The feed is empty.");
+        return Result<AppcastItem>::failure(
+            QCoreApplication::translate("quillane::Appcast", "The feed is empty.").toStdString());
     QXmlStreamReader xml(feed);
     if (!xml.readNextStartElement())
         return Result<AppcastItem>::failure(xmlError(xml));
     if (xml.name() != u"rss" || !xml.namespaceUri().isEmpty())
         return Result<AppcastItem>::failure(
-            QStringLiteral("The feed is not an RSS feed (it starts with <%1>).")
+            QCoreApplication::translate("quillane::Appcast",
+                                        "The feed is not an RSS feed (it starts with <%1>).")
                 .arg(xml.qualifiedName())
                 .toStdString());
 
@@ -136,7 +140,10 @@ Result<AppcastItem> newestAppcastItem(const QByteArray& feed)
     if (xml.hasError())
         return Result<AppcastItem>::failure(xmlError(xml));
     if (!newest)
-        return Result<AppcastItem>::failure("The feed lists no release with a build number.");
+        return Result<AppcastItem>::failure(
+            QCoreApplication::translate("quillane::Appcast",
+                                        "The feed lists no release with a build number.")
+                .toStdString());
     return Result<AppcastItem>::success(*newest);
 }
 

@@ -4,6 +4,7 @@
 #include "Platform/BundleInfo.h"
 #include "Platform/Console.h"
 
+#include <QCoreApplication>
 #include <QFile>
 #include <QLocale>
 #include <QSaveFile>
@@ -82,7 +83,11 @@ std::optional<fs::path> logFile(const QString& userName, const DebugLogContext& 
 
 void Debug::alert(Alerts& alerts, const QString& message)
 {
-    alerts.runModal({QStringLiteral("Quillane Alert"), message, {QStringLiteral("Ok")}, false, {}});
+    alerts.runModal({QCoreApplication::translate("quillane::Debug", "Quillane Alert"),
+                     message,
+                     {QCoreApplication::translate("quillane::Debug", "Ok")},
+                     false,
+                     {}});
 }
 
 void Debug::writeToFile(const QString& text, const QString& userName, const BundleInfo& bundle,

@@ -2,29 +2,29 @@
 
 #include "Platform/FileSystem.h"
 
-#include <array>
+#include <QCoreApplication>
+#include <QLocale>
+#include <algorithm>
+#include <cmath>
 
 namespace quillane
 {
 
 QString formatByteCount(std::uint64_t bytes)
 {
-    if (bytes == 1)
-        return QStringLiteral("1 byte");
-    if (bytes < 1000)
-        return QStringLiteral("%1 bytes").arg(bytes);
-
-    static const std::array units = {QStringLiteral("kB"), QStringLiteral("MB"),
-                                     QStringLiteral("GB"), QStringLiteral("TB"),
-                                     QStringLiteral("PB"), QStringLiteral("EB")};
-    double value = static_cast<double>(bytes) / 1000.0;
-    std::size_t unit = 0;
-    // Round first, so that 999,950 bytes reads "1.0 MB" and not "1000.0 kB".
-    while (unit + 1 < units.size() && value >= 999.95) {
-        value /= 1000.0;
-        ++unit;
+    if (bytes < 1000) {
+        const int count = static_cast<int>(bytes);
+        return QCoreApplication::translate("quillane::Display", "%Ln byte(s)", nullptr, count);
     }
-    return QStringLiteral("%1 %2").arg(value, 0, 'f', 1).arg(units[unit]);
+    // Qt picks the unit by the exact value and rounds after: 999,950 bytes would read
+    // "1000.0 kB". Rounded first, it reads "1.0 MB", the size of the next unit's first step.
+    const auto shown = static_cast<qint64>(std::min<std::uint64_t>(bytes, INT64_MAX));
+    qint64 step = 1000;
+    while (shown / step >= 1000)
+        step *= 1000;
+    const double tenths = std::round(static_cast<double>(shown) / static_cast<double>(step) * 10);
+    const qint64 size = tenths >= 10000 ? step * 1000 : shown;
+    return QLocale().formattedDataSize(size, 1, QLocale::DataSizeSIFormat);
 }
 
 QString displayText(std::string_view bytes)

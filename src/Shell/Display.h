@@ -8,8 +8,8 @@
 namespace quillane
 {
 
-// A size in decimal units with one decimal, as desktop file managers show it: "532 bytes",
-// "1 byte", "1.2 MB".
+// A size in decimal units with one decimal, as desktop file managers show it, in the user's
+// language: "532 bytes", "1 byte", "1.2 MB"; in German "1,2 MB".
 QString formatByteCount(std::uint64_t bytes);
 
 // Names and paths are bytes; for display, bytes that are not UTF-8 read as U+FFFD.

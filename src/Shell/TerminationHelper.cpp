@@ -5,6 +5,8 @@
 #include "Platform/Constant.h"
 #include "Platform/UserDefaults.h"
 
+#include <QCoreApplication>
+
 namespace quillane
 {
 
@@ -16,14 +18,18 @@ void TerminationHelper::terminationCheck(UserDefaults& defaults, Alerts& alerts,
         application.terminate();
         return;
     }
-    const AlertAnswer answer = alerts.runModal(
-        {QStringLiteral("Are you sure you want to quit Quillane?"),
-         QStringLiteral("Quitting will remove Quillane from your tray. Trash will empty for "
-                        "all mounted volumes."),
-         {QStringLiteral("Quit"), QStringLiteral("Cancel")},
-         true,
-         {},
-         /*cancelButton=*/1});
+    const AlertAnswer answer =
+        alerts.runModal({QCoreApplication::translate("quillane::TerminationHelper",
+                                                     "Are you sure you want to quit Quillane?"),
+                         QCoreApplication::translate(
+                             "quillane::TerminationHelper",
+                             "Quitting will remove Quillane from your tray. Trash will empty for "
+                             "all mounted volumes."),
+                         {QCoreApplication::translate("quillane::TerminationHelper", "Quit"),
+                          QCoreApplication::translate("quillane::TerminationHelper", "Cancel")},
+                         true,
+                         {},
+                         /*cancelButton=*/1});
     if (answer.suppressed)
         defaults.setBool(Constant::quitSuppressionKey, true);
     if (answer.button == AlertAnswer::firstButton)

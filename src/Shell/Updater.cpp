@@ -58,9 +58,9 @@ QString sentence(QString reason)
 
 AlertRequest upToDate(const QString& ours)
 {
-    return {QStringLiteral("You’re up to date!"),
-            QStringLiteral("Quillane %1 is the newest version available.").arg(ours),
-            {QStringLiteral("OK")},
+    return {Updater::tr("You’re up to date!"),
+            Updater::tr("Quillane %1 is the newest version available.").arg(ours),
+            {Updater::tr("OK")},
             false,
             {}};
 }
@@ -68,16 +68,16 @@ AlertRequest upToDate(const QString& ours)
 AlertRequest newVersion(const QString& theirs, const QString& ours, bool fromPackage,
                         bool hasReleasePage)
 {
-    QString text = QStringLiteral("Quillane %1 is now available; you have %2.").arg(theirs, ours);
+    QString text = Updater::tr("Quillane %1 is now available; you have %2.").arg(theirs, ours);
     if (fromPackage)
-        text += QStringLiteral(" Install it with your package manager, as Quillane was installed "
-                               "from a package.");
+        text += Updater::tr(" Install it with your package manager, as Quillane was installed "
+                            "from a package.");
     else if (hasReleasePage)
-        text += QStringLiteral(" Would you like to see what is new and download it?");
-    const QStringList buttons =
-        hasReleasePage ? QStringList{QStringLiteral("View Release"), QStringLiteral("Later")}
-                       : QStringList{QStringLiteral("OK")};
-    return {QStringLiteral("A new version of Quillane is available!"),
+        text += Updater::tr(" Would you like to see what is new and download it?");
+    const QStringList buttons = hasReleasePage
+                                    ? QStringList{Updater::tr("View Release"), Updater::tr("Later")}
+                                    : QStringList{Updater::tr("OK")};
+    return {Updater::tr("A new version of Quillane is available!"),
             text,
             buttons,
             false,
@@ -87,19 +87,19 @@ AlertRequest newVersion(const QString& theirs, const QString& ours, bool fromPac
 
 AlertRequest failed(const QString& reason)
 {
-    return {QStringLiteral("Update Check Failed"),
-            QStringLiteral("The check for updates could not be made. %1").arg(sentence(reason)),
-            {QStringLiteral("OK")},
+    return {Updater::tr("Update Check Failed"),
+            Updater::tr("The check for updates could not be made. %1").arg(sentence(reason)),
+            {Updater::tr("OK")},
             false,
             {}};
 }
 
 AlertRequest automaticChecksQuestion()
 {
-    return {QStringLiteral("Check for updates automatically?"),
-            QStringLiteral("Quillane can look for a newer version once a day and tell you when "
-                           "there is one. You can still check at any time from its menu."),
-            {QStringLiteral("Check Automatically"), QStringLiteral("Don’t Check")},
+    return {Updater::tr("Check for updates automatically?"),
+            Updater::tr("Quillane can look for a newer version once a day and tell you when "
+                        "there is one. You can still check at any time from its menu."),
+            {Updater::tr("Check Automatically"), Updater::tr("Don’t Check")},
             false,
             {},
             /*cancelButton=*/1};
@@ -108,28 +108,28 @@ AlertRequest automaticChecksQuestion()
 QString httpStatus(int code, const QString& phrase)
 {
     if (phrase.isEmpty())
-        return QStringLiteral("The update server answered with HTTP status %1.").arg(code);
-    return QStringLiteral("The update server answered with HTTP status %1 (%2).")
+        return Updater::tr("The update server answered with HTTP status %1.").arg(code);
+    return Updater::tr("The update server answered with HTTP status %1 (%2).")
         .arg(code)
         .arg(phrase);
 }
 
 QString noAnswer()
 {
-    return QStringLiteral("The update server did not answer within %1 seconds.")
+    return Updater::tr("The update server did not answer within %1 seconds.")
         .arg(requestTimeout.count());
 }
 
 QString tooLarge()
 {
-    return QStringLiteral("The update feed is larger than %1 KB, far larger than any feed of "
-                          "ours.")
+    return Updater::tr("The update feed is larger than %1 KB, far larger than any feed of "
+                       "ours.")
         .arg(largestFeed / 1024);
 }
 
 QString unknownOwnBuild()
 {
-    return QStringLiteral("This copy of Quillane does not know its own build number.");
+    return Updater::tr("This copy of Quillane does not know its own build number.");
 }
 
 } // namespace Text

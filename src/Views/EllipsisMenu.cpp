@@ -64,20 +64,20 @@ EllipsisMenu::EllipsisMenu(const ViewServices& services, QWidget* parent)
     menu->addAction(helperLine);
     updateHelperInfo();
 
-    connect(menu->addAction(QStringLiteral("About Quillane")), &QAction::triggered, this,
+    connect(menu->addAction(tr("About Quillane")), &QAction::triggered, this,
             &EllipsisMenu::showAbout);
     menu->addSeparator();
-    connect(menu->addAction(withHint(QStringLiteral("Check for Updates..."), "Ctrl+U")),
-            &QAction::triggered, this, &EllipsisMenu::checkForUpdates);
-    connect(menu->addAction(withHint(QStringLiteral("Settings..."), "Ctrl+,")), &QAction::triggered,
-            this, &EllipsisMenu::openSettings);
-    connect(menu->addAction(QStringLiteral("Contact Support...")), &QAction::triggered, this,
+    connect(menu->addAction(withHint(tr("Check for Updates..."), "Ctrl+U")), &QAction::triggered,
+            this, &EllipsisMenu::checkForUpdates);
+    connect(menu->addAction(withHint(tr("Settings..."), "Ctrl+,")), &QAction::triggered, this,
+            &EllipsisMenu::openSettings);
+    connect(menu->addAction(tr("Contact Support...")), &QAction::triggered, this,
             &EllipsisMenu::contactSupport);
-    connect(menu->addAction(QStringLiteral("Uninstall Quillane...")), &QAction::triggered, this,
+    connect(menu->addAction(tr("Uninstall Quillane...")), &QAction::triggered, this,
             &EllipsisMenu::uninstallApp);
     menu->addSeparator();
-    connect(menu->addAction(withHint(QStringLiteral("Quit Quillane"), "Ctrl+Q")),
-            &QAction::triggered, this, &EllipsisMenu::quitTrash);
+    connect(menu->addAction(withHint(tr("Quit Quillane"), "Ctrl+Q")), &QAction::triggered, this,
+            &EllipsisMenu::quitTrash);
     setMenu(menu);
 
     connect(&services.client, &XPCClient::helperBuildStringChanged, this,
@@ -107,8 +107,8 @@ QString EllipsisMenu::helperInfoString() const
 {
     const QString build = m_services.client.helperBuildString();
     if (build == QStringLiteral("unknown"))
-        return QStringLiteral("Helper not running");
-    return QStringLiteral("Helper Running. Build: ") + build;
+        return tr("Helper not running");
+    return tr("Helper Running. Build: %1").arg(build);
 }
 
 void EllipsisMenu::updateHelperInfo()
@@ -118,7 +118,7 @@ void EllipsisMenu::updateHelperInfo()
 
 QString EllipsisMenu::aboutText(const BundleInfo& bundle)
 {
-    QString text = QStringLiteral("Quillane\nVersion ") + bundle.shortVersion;
+    QString text = tr("Quillane\nVersion %1").arg(bundle.shortVersion);
     if (bundle.buildVersion)
         text += QStringLiteral(" (") + *bundle.buildVersion + QLatin1Char(')');
     return text;
@@ -129,7 +129,7 @@ void EllipsisMenu::showAbout()
     m_services.application.activate(true);
     if (!m_about) {
         // Not modal: the panel and the tray keep working while it is open.
-        m_about = new QMessageBox(QMessageBox::NoIcon, QStringLiteral("About Quillane"),
+        m_about = new QMessageBox(QMessageBox::NoIcon, tr("About Quillane"),
                                   aboutText(m_services.bundle), QMessageBox::Ok);
         m_about->setAttribute(Qt::WA_DeleteOnClose);
         const QIcon icon = QApplication::windowIcon();
@@ -175,14 +175,14 @@ void EllipsisMenu::contactSupport()
 
 void EllipsisMenu::uninstallApp()
 {
-    const AlertAnswer answer = m_services.alerts.runModal(
-        {QStringLiteral("Uninstalling Quillane"),
-         QStringLiteral("Are you sure that you want to uninstall Quillane?"),
-         {QStringLiteral("Cancel"), QStringLiteral("OK")},
-         false,
-         {},
-         /*cancelButton=*/0,
-         /*destructiveButton=*/1});
+    const AlertAnswer answer =
+        m_services.alerts.runModal({tr("Uninstalling Quillane"),
+                                    tr("Are you sure that you want to uninstall Quillane?"),
+                                    {tr("Cancel"), tr("OK")},
+                                    false,
+                                    {},
+                                    /*cancelButton=*/0,
+                                    /*destructiveButton=*/1});
     if (answer.button == AlertAnswer::secondButton)
         m_services.client.uninstallQuillane();
 }

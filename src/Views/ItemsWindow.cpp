@@ -51,7 +51,8 @@ std::map<fs::path, QPointer<ItemsWindow>>& openWindows()
 ItemsWindow::FolderChooser ItemsWindow::chooseFolder =
     [](QWidget* parent, const QString& item) -> std::optional<fs::path> {
     const QString folder = QFileDialog::getExistingDirectory(
-        parent, tr("Choose where to restore “%1”").arg(item), QString(), QFileDialog::ShowDirsOnly);
+        parent, ItemsWindow::tr("Choose where to restore “%1”").arg(item), QString(),
+        QFileDialog::ShowDirsOnly);
     if (folder.isEmpty())
         return std::nullopt;
     return fs::path(QFile::encodeName(folder).toStdString());
@@ -245,8 +246,8 @@ void ItemsWindow::updateStatus()
     const int shown = m_proxy->rowCount();
     const int all = m_contents->rowCount();
     QString text = shown == all
-                       ? tr("%n item(s)", nullptr, all)
-                       : tr("%1 of %n item(s)", nullptr, all).arg(QLocale().toString(shown));
+                       ? tr("%Ln item(s)", nullptr, all)
+                       : tr("%1 of %Ln item(s)", nullptr, all).arg(QLocale().toString(shown));
     if (!m_contents->isLoaded())
         text += QStringLiteral(" …");
     m_status->setText(text);
@@ -266,7 +267,8 @@ void ItemsWindow::deleteSelected()
          tr("This action cannot be undone."),
          {tr("Cancel"), tr("Delete")},
          false,
-         QStringLiteral("d"),
+         //: The key that answers Delete.
+         tr("d"),
          /*cancelButton=*/0,
          /*destructiveButton=*/1});
     if (answer.button != AlertAnswer::secondButton)

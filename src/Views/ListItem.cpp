@@ -64,7 +64,7 @@ QFont smallerFont(QFont font)
 ListItem::ListItem(const Volume& item, const ViewServices& services, QWidget* parent)
     : QWidget(parent), m_item(item), m_services(services),
       m_name(displayText(item.name(services.observer.platform().volumeNames))),
-      m_details(QStringLiteral("Calculating..."))
+      m_details(tr("Calculating..."))
 {
     m_iconLabel = new QLabel(this);
     m_iconLabel->setObjectName(QStringLiteral("icon"));
@@ -98,7 +98,7 @@ ListItem::ListItem(const Volume& item, const ViewServices& services, QWidget* pa
     m_progressBar->setVisible(false);
     m_progressBar->setAccessibleName(tr("Emptying the trash of %1").arg(m_name));
 
-    m_emptyButton = new QPushButton(QStringLiteral("Empty"), this);
+    m_emptyButton = new QPushButton(tr("Empty"), this);
     m_emptyButton->setObjectName(QStringLiteral("empty"));
     m_emptyButton->setEnabled(false); // until the count is known
     m_emptyButton->setAccessibleName(tr("Empty the trash of %1").arg(m_name));
@@ -106,7 +106,7 @@ ListItem::ListItem(const Volume& item, const ViewServices& services, QWidget* pa
     m_revealButton = new QToolButton(this);
     m_revealButton->setObjectName(QStringLiteral("reveal"));
     m_revealButton->setAutoRaise(true);
-    m_revealButton->setToolTip(QStringLiteral("Open Trash folder in the file manager"));
+    m_revealButton->setToolTip(tr("Open Trash folder in the file manager"));
     m_revealButton->setAccessibleName(tr("Show the trash of %1").arg(m_name));
     m_revealButton->setEnabled(canReveal());
     updateSymbols();
@@ -143,7 +143,8 @@ ListItem::~ListItem() = default;
 
 QString ListItem::detailString(int itemCount, std::uint64_t size)
 {
-    return tr("%n item(s)", nullptr, itemCount) + QStringLiteral(", ") + formatByteCount(size);
+    //: The detail line of a row: the item count, then the size.
+    return tr("%1, %2").arg(tr("%Ln item(s)", nullptr, itemCount), formatByteCount(size));
 }
 
 void ListItem::showEvent(QShowEvent* event)
@@ -230,8 +231,8 @@ void ListItem::updateEmptyButton()
     // One trash is emptied at a time: while one is, no other can be started.
     const bool busy = m_services.observer.isEmptying();
     m_emptyButton->setEnabled(m_itemCount.value_or(0) >= 1 && !busy);
-    m_emptyButton->setToolTip(busy ? QStringLiteral("A trash is being emptied. Quillane empties "
-                                                    "one trash at a time.")
+    m_emptyButton->setToolTip(busy ? tr("A trash is being emptied. Quillane empties "
+                                        "one trash at a time.")
                                    : QString());
 }
 
@@ -261,14 +262,13 @@ void ListItem::askBeforeDeleting()
         return;
     }
     const AlertAnswer answer = alerts.runModal(
-        {QStringLiteral("Are you sure you want to empty the trash for ") + m_name +
-             QLatin1Char('?'),
-         QStringLiteral("Clicking Delete will empty the trash for the selected volume. This "
-                        "action cannot be undone. \n\n This alert can be enabled or disabled "
-                        "in Settings."),
-         {QStringLiteral("Cancel"), QStringLiteral("Delete")},
+        {tr("Are you sure you want to empty the trash for %1?").arg(m_name),
+         tr("Clicking Delete will empty the trash for the selected volume. This action cannot be "
+            "undone. \n\n This alert can be enabled or disabled in Settings."),
+         {tr("Cancel"), tr("Delete")},
          true,
-         QStringLiteral("d"),
+         //: The key that answers Delete.
+         tr("d"),
          /*cancelButton=*/0,
          /*destructiveButton=*/1});
     if (answer.suppressed)

@@ -19,9 +19,9 @@ namespace quillane
 
 SettingsView::SettingsView(const ViewServices& services, QWidget* parent)
     : QWidget(parent), m_services(services),
-      m_askBeforeEmptying(new QCheckBox(QStringLiteral("Ask before emptying trash"))),
-      m_launchOnLogin(new QCheckBox(QStringLiteral("Launch Quillane on login"))),
-      m_warnBeforeQuitting(new QCheckBox(QStringLiteral("Warn before quitting Quillane")))
+      m_askBeforeEmptying(new QCheckBox(tr("Ask before emptying trash"))),
+      m_launchOnLogin(new QCheckBox(tr("Launch Quillane on login"))),
+      m_warnBeforeQuitting(new QCheckBox(tr("Warn before quitting Quillane")))
 {
     setFixedSize(windowSize);
     auto* group = new QGroupBox(this);

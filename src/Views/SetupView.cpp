@@ -137,7 +137,7 @@ QLineEdit* SetupPage::addCommand(const QString& command, QPushButton** copyButto
     field->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
     field->setCursorPosition(0);
     field->setAccessibleName(tr("Command to run in a terminal"));
-    QPushButton* copy = makeButton(QStringLiteral("Copy"), true);
+    QPushButton* copy = makeButton(tr("Copy"), true);
     copy->setAccessibleName(tr("Copy the command"));
     connect(copy, &QPushButton::clicked, field,
             [field] { QGuiApplication::clipboard()->setText(field->text()); });
@@ -205,15 +205,15 @@ void SetupPage::setDefaultButton(QPushButton* button)
 
 FDAView::FDAView(const ViewServices& services, QWidget* parent) : SetupPage(services, parent)
 {
-    addLargeTitle(QStringLiteral("Welcome to Quillane"), 10, 10);
-    addText(QStringLiteral("The Quillane app can be used to empty the trash on each volume "
-                           "individually. Click the Quillane icon in your desktop's panel, and "
-                           "empty the trash for individual volumes."),
+    addLargeTitle(tr("Welcome to Quillane"), 10, 10);
+    addText(tr("The Quillane app can be used to empty the trash on each volume "
+               "individually. Click the Quillane icon in your desktop's panel, and "
+               "empty the trash for individual volumes."),
             QMargins(0, 0, 0, 20));
     const QMargins margins = column()->contentsMargins();
     addPicture(QStringLiteral("WelcomeExample"),
                QSize(pageSize.width() - margins.left() - margins.right(), 280));
-    addTitle(QStringLiteral("Quillane requires access to your trash"), 10);
+    addTitle(tr("Quillane requires access to your trash"), 10);
 
     // The trash belongs to whoever owns the home it is in.
     const Platform& platform = m_services.observer.platform();
@@ -222,12 +222,12 @@ FDAView::FDAView(const ViewServices& services, QWidget* parent) : SetupPage(serv
     const uid_t user = ::stat(platform.home.c_str(), &home) == 0 ? home.st_uid : getuid();
     const Diagnosis diagnosis =
         diagnose(findTrashAccessProblem(platform.trash.homeTrashFolder(), user), userName(user));
-    QString text = QStringLiteral("To have access to empty your trash, Quillane needs to be able "
-                                  "to list your trash folder. ") +
+    QString text = tr("To have access to empty your trash, Quillane needs to be able "
+                      "to list your trash folder. ") +
                    diagnosis.problem;
     if (!diagnosis.command.isEmpty())
-        text += QStringLiteral(" To fix it, run this command in a terminal, then quit and reopen "
-                               "Quillane:");
+        text += tr(" To fix it, run this command in a terminal, then quit and reopen "
+                   "Quillane:");
     m_problem = addText(text, QMargins(15, 0, 15, 15));
 
     QPushButton* copy = nullptr;
@@ -237,20 +237,20 @@ FDAView::FDAView(const ViewServices& services, QWidget* parent) : SetupPage(serv
 
     // The helper can do the same fix, once an administrator approves.
     if (!diagnosis.command.isEmpty() && m_services.client.helperRegistered()) {
-        m_repair = makeButton(QStringLiteral("Fix It with the Quillane Helper"), false);
+        m_repair = makeButton(tr("Fix It with the Quillane Helper"), false);
         column()->addWidget(m_repair, 0, Qt::AlignHCenter);
         connect(m_repair, &QPushButton::clicked, this, [this] {
             m_repair->setEnabled(false);
-            m_outcome->setText(QStringLiteral("Waiting for an administrator's approval\u2026"));
+            m_outcome->setText(tr("Waiting for an administrator's approval…"));
             QPointer<FDAView> self(this);
             m_services.client.repairHomeTrash([self](const std::optional<QString>& error) {
                 if (!self)
                     return;
                 self->m_repair->setEnabled(error.has_value());
                 self->m_outcome->setText(
-                    error ? QStringLiteral("The helper could not fix it: %1").arg(*error)
-                          : QStringLiteral("Your trash folder is yours again. Quit and reopen "
-                                           "Quillane to empty your trash."));
+                    error ? tr("The helper could not fix it: %1").arg(*error)
+                          : tr("Your trash folder is yours again. Quit and reopen "
+                               "Quillane to empty your trash."));
             });
         });
     }
@@ -259,7 +259,7 @@ FDAView::FDAView(const ViewServices& services, QWidget* parent) : SetupPage(serv
     if (copy) {
         setDefaultButton(copy);
     } else {
-        QPushButton* close = makeButton(QStringLiteral("Close"), false);
+        QPushButton* close = makeButton(tr("Close"), false);
         column()->addWidget(close, 0, Qt::AlignHCenter);
         setDefaultButton(close);
         connect(close, &QPushButton::clicked, this, [this] { window()->close(); });
@@ -275,40 +275,40 @@ FDAView::Diagnosis FDAView::diagnose(const std::optional<TrashAccessProblem>& pr
                                      const QString& user)
 {
     if (!problem)
-        return {QStringLiteral("It can now: quit and reopen Quillane."), QString()};
+        return {tr("It can now: quit and reopen Quillane."), QString()};
     const QString folder = displayPath(problem->folder);
     switch (problem->kind) {
     case TrashAccessProblem::Kind::Owner:
-        return {QStringLiteral("The folder \u2018%1\u2019 belongs to %2, not to you, as happens "
-                               "when a file manager was run with sudo.")
+        return {tr("The folder ‘%1’ belongs to %2, not to you, as happens "
+                   "when a file manager was run with sudo.")
                     .arg(folder, userName(problem->owner)),
                 QStringLiteral("sudo chown -R %1: %2")
                     .arg(shellQuoted(user), shellQuoted(problem->trash))};
     case TrashAccessProblem::Kind::Mode:
-        return {QStringLiteral("The folder \u2018%1\u2019 has the permissions %2, which keep you "
-                               "out of it.")
+        return {tr("The folder ‘%1’ has the permissions %2, which keep you "
+                   "out of it.")
                     .arg(folder, QStringLiteral("%1").arg(problem->mode, 4, 8, QLatin1Char('0'))),
                 QStringLiteral("chmod u+rwx %1").arg(shellQuoted(problem->folder))};
     case TrashAccessProblem::Kind::Other:
         break;
     }
-    return {QStringLiteral("The folder \u2018%1\u2019 cannot be listed (%2). A confinement "
-                           "profile, such as AppArmor's, may keep Quillane out of it: allow "
-                           "Quillane to read it there, then quit and reopen Quillane.")
+    return {tr("The folder ‘%1’ cannot be listed (%2). A confinement "
+               "profile, such as AppArmor's, may keep Quillane out of it: allow "
+               "Quillane to read it there, then quit and reopen Quillane.")
                 .arg(folder, QString::fromLocal8Bit(std::strerror(problem->error))),
             QString()};
 }
 
 HelperView::HelperView(const ViewServices& services, QWidget* parent) : SetupPage(services, parent)
 {
-    addLargeTitle(QStringLiteral("Quillane Needs Authorization"), 0, 20);
-    addText(QStringLiteral(
-        "Sometimes, your trash might contain items that require extra permission to delete. To "
-        "grant this permission, install the Quillane helper, which comes with the Quillane "
-        "package. Install the package with this command, then click Check Again:"));
+    addLargeTitle(tr("Quillane Needs Authorization"), 0, 20);
+    addText(
+        tr("Sometimes, your trash might contain items that require extra permission to delete. To "
+           "grant this permission, install the Quillane helper, which comes with the Quillane "
+           "package. Install the package with this command, then click Check Again:"));
     addCommand(installCommand(m_services.bundle.shortVersion));
     column()->addStretch();
-    QPushButton* check = makeButton(QStringLiteral("Check Again"), true);
+    QPushButton* check = makeButton(tr("Check Again"), true);
     column()->addWidget(check, 0, Qt::AlignHCenter);
     setDefaultButton(check);
     connect(check, &QPushButton::clicked, this, [this] { m_services.client.waitAndStart(); });
@@ -327,17 +327,16 @@ bool HelperView::stepDone() const
 LoginItemView::LoginItemView(const ViewServices& services, QWidget* parent)
     : SetupPage(services, parent)
 {
-    addLargeTitle(QStringLiteral("One Last Thing..."), 0, 20);
-    addText(QStringLiteral(
-        "To make sure Quillane is ready when you need it, take a moment to add "
-        "Quillane to the 'Startup Applications' list. Click the button below to launch "
-        "Quillane at every startup."));
+    addLargeTitle(tr("One Last Thing..."), 0, 20);
+    addText(tr("To make sure Quillane is ready when you need it, take a moment to add "
+               "Quillane to the 'Startup Applications' list. Click the button below to launch "
+               "Quillane at every startup."));
     addPicture(QStringLiteral("LoginItem"));
     column()->addStretch();
 
     auto* buttons = new QHBoxLayout;
-    QPushButton* launch = makeButton(QStringLiteral("Launch Quillane at Startup"), true);
-    m_noThanks = makeButton(QStringLiteral("No Thanks"), true);
+    QPushButton* launch = makeButton(tr("Launch Quillane at Startup"), true);
+    m_noThanks = makeButton(tr("No Thanks"), true);
     buttons->addWidget(launch, 0, Qt::AlignVCenter);
     buttons->addWidget(m_noThanks, 0, Qt::AlignVCenter);
     column()->addLayout(buttons);

@@ -202,6 +202,58 @@ private Q_SLOTS:
             entries << QString::fromStdString(entry.path().filename().native());
         QCOMPARE(entries, left);
     }
+    // Without --yes the command asks in the user's language, and takes that language's yes as
+    // well as the "y" scripts type.
+    void asksInTheUsersLanguage_data()
+    {
+        QTest::addColumn<QString>("language");
+        QTest::addColumn<QByteArray>("answer");
+        QTest::addColumn<QString>("asked");
+        QTest::addColumn<bool>("emptied");
+        const QString english = QStringLiteral(
+            "Empty the trash of Home (1 item)? The items cannot be restored. [y/N] ");
+        const QString german = QStringLiteral("Papierkorb von Home leeren (1 Objekt)? Das Objekt "
+                                              "kann nicht wiederhergestellt werden. [j/N] ");
+        const QString c = QStringLiteral("C.UTF-8");
+        const QString de = QStringLiteral("de_DE.UTF-8");
+        QTest::newRow("English, y") << c << QByteArray("y\n") << english << true;
+        QTest::newRow("English, no answer") << c << QByteArray("\n") << english << false;
+        QTest::newRow("English, j is no yes") << c << QByteArray("j\n") << english << false;
+        QTest::newRow("German, j") << de << QByteArray("j\n") << german << true;
+        QTest::newRow("German, Ja") << de << QByteArray("Ja\n") << german << true;
+        QTest::newRow("German, y") << de << QByteArray("y\n") << german << true;
+        QTest::newRow("German, n") << de << QByteArray("n\n") << german << false;
+    }
+
+    void asksInTheUsersLanguage()
+    {
+        QFETCH(QString, language);
+        QFETCH(QByteArray, answer);
+        QFETCH(QString, asked);
+        QFETCH(bool, emptied);
+        QTemporaryDir home;
+        const fs::path trash = fs::path(home.path().toStdString()) / ".local/share/Trash";
+        test::writeFile(trash / "files/letter", "x");
+        test::writeFile(trash / "info/letter.trashinfo",
+                        "[Trash Info]\nPath=/tmp/letter\nDeletionDate=2024-01-02T03:04:05\n");
+        QProcess quillane;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("HOME"), home.path());
+        environment.remove(QStringLiteral("XDG_DATA_HOME"));
+        environment.remove(QStringLiteral("XDG_CONFIG_HOME"));
+        environment.insert(QStringLiteral("LANG"), language);
+        quillane.setProcessEnvironment(environment);
+        quillane.start(QStringLiteral(QUILLANE_EXECUTABLE),
+                       {QStringLiteral("empty"), QStringLiteral("Home")});
+        quillane.write(answer);
+        quillane.closeWriteChannel();
+        QVERIFY(quillane.waitForFinished(20000));
+        const QString errors = QString::fromUtf8(quillane.readAllStandardError());
+        QVERIFY2(errors.startsWith(asked), qPrintable(errors));
+        QCOMPARE(quillane.exitCode(), emptied ? 0 : 1);
+        QCOMPARE(fs::exists(trash / "files/letter"), !emptied);
+    }
+
     void saysWhyThereIsNoTrash_data()
     {
         QTest::addColumn<QString>("place");

@@ -1,4 +1,5 @@
 #include "App/ListCommand.h"
+#include "Shell/Translations.h"
 #include "TestSupport.h"
 
 #include <QJsonArray>
@@ -36,6 +37,8 @@ class TestListCommand : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase() { installTranslations(); }
+
     // The commands run without the widget, graphics, multimedia and network libraries: the
     // program that runs them does not load them (the tray application is a module of its own).
     void commandsLoadNoGuiLibrary_data()
@@ -89,6 +92,97 @@ private Q_SLOTS:
         QCOMPARE(table.size(), 3);
         QVERIFY(table[1].endsWith(QStringLiteral("3  12.3 kB")));
         QVERIFY(table[2].contains(QStringLiteral("(no trash folder)")));
+    }
+
+    // The table is for people and reads in their language; the JSON is for scripts and does not
+    // change with it.
+    void tableFollowsTheLanguage_data()
+    {
+        QTest::addColumn<QLocale>("locale");
+        QTest::addColumn<QString>("header");
+        QTest::addColumn<QString>("counted");
+        QTest::addColumn<QString>("missing");
+        QTest::newRow("English") << QLocale(QLocale::English, QLocale::UnitedStates)
+                                 << QStringLiteral("NAME TRASH") << QStringLiteral("1,234 1.2 MB")
+                                 << QStringLiteral("(no trash folder)");
+        QTest::newRow("German") << QLocale(QLocale::German, QLocale::Germany)
+                                << QStringLiteral("NAME PAPIERKORB")
+                                << QStringLiteral("1.234 1,2 MB")
+                                << QStringLiteral("(kein Papierkorb-Ordner)");
+    }
+    void tableFollowsTheLanguage()
+    {
+        QFETCH(QLocale, locale);
+        QFETCH(QString, header);
+        QFETCH(QString, counted);
+        QFETCH(QString, missing);
+        const QLocale before;
+        QLocale::setDefault(locale);
+        installTranslations();
+        const std::vector<LocationReport> reports = {
+            {QStringLiteral("Stick"), QStringLiteral("volume"), QStringLiteral("/media/stick"),
+             QStringLiteral("/media/stick/.Trash-1000/files"), 1234, 1234567},
+            {QStringLiteral("Card"), QStringLiteral("volume"), QStringLiteral("/media/card"),
+             std::nullopt, 0, 0},
+        };
+        const QStringList table = toTable(reports).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        const QJsonObject first = toJson(reports)[0].toObject();
+        QLocale::setDefault(before);
+        installTranslations();
+
+        QCOMPARE(table.size(), 3);
+        // Columns are padded to their widest cell.
+        QVERIFY2(table[0].simplified().startsWith(header), qPrintable(table[0]));
+        QVERIFY2(table[1].simplified().endsWith(counted), qPrintable(table[1]));
+        QVERIFY2(table[2].contains(missing), qPrintable(table[2]));
+        QCOMPARE(first[QStringLiteral("items")].toInt(), 1234);
+        QCOMPARE(first[QStringLiteral("bytes")].toInteger(), 1234567);
+    }
+
+    // The program takes the user's language from the environment, as any other on the desktop.
+    void commandLineSpeaksTheUsersLanguage_data()
+    {
+        QTest::addColumn<QString>("variable");
+        QTest::addColumn<QString>("value");
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("said");
+        const QStringList list = {QStringLiteral("list")};
+        const QStringList nowhere = {QStringLiteral("empty"), QStringLiteral("/nowhere/at/all"),
+                                     QStringLiteral("--yes")};
+        const auto row = [](const char* name, const char* variable, const char* value,
+                            const QStringList& arguments, const char* said) {
+            QTest::newRow(name) << QString::fromLatin1(variable) << QString::fromLatin1(value)
+                                << arguments << QString::fromUtf8(said);
+        };
+        row("list, English", "LANG", "C.UTF-8", list, "NAME TRASH");
+        row("list, LANG German", "LANG", "de_DE.UTF-8", list, "NAME PAPIERKORB");
+        row("list, LANGUAGE German", "LANGUAGE", "de", list, "NAME PAPIERKORB");
+        row("empty, English", "LANG", "C.UTF-8", nowhere,
+            "quillane: no trash at \"/nowhere/at/all\": ");
+        row("empty, German", "LANG", "de_DE.UTF-8", nowhere,
+            "quillane: kein Papierkorb bei „/nowhere/at/all“: ");
+        row("help, German", "LANG", "de_DE.UTF-8", {QStringLiteral("--help")},
+            "Mit list: ein JSON-Array ausgeben.");
+    }
+    void commandLineSpeaksTheUsersLanguage()
+    {
+        QFETCH(QString, variable);
+        QFETCH(QString, value);
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, said);
+        QTemporaryDir home;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("HOME"), home.path());
+        environment.remove(QStringLiteral("XDG_DATA_HOME"));
+        environment.insert(QStringLiteral("LANG"), QStringLiteral("C.UTF-8"));
+        environment.insert(variable, value);
+        QProcess process;
+        process.setProcessEnvironment(environment);
+        process.start(QStringLiteral(QUILLANE_EXECUTABLE), arguments);
+        QVERIFY(process.waitForFinished(60000));
+        const QString output =
+            QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError());
+        QVERIFY2(output.simplified().contains(said), qPrintable(output));
     }
 
     // A USB stick's trash, filled by the desktop's own tools, as the command line reports it.

@@ -4,10 +4,10 @@
 #include "Platform/UserDefaults.h"
 #include "ScriptedTrayHost.h"
 #include "Shell/Display.h"
+#include "Shell/Translations.h"
 #include "TestSupport.h"
 #include "Views/ListItem.h"
 #include "Views/Pictures.h"
-#include "Views/Translations.h"
 
 #include <QApplication>
 #include <QMessageBox>

@@ -12,6 +12,7 @@
 #include "Platform/linux/FreedesktopNotifier.h"
 #include "Platform/tray/StatusNotifierItem.h"
 #include "ScriptedTrayHost.h"
+#include "Shell/Translations.h"
 #include "Views/MenuView.h"
 #include "Views/SettingsView.h"
 #include "Views/SetupView.h"
@@ -88,6 +89,8 @@ class TestTrayApplication : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase() { installTranslations(); }
+
     void panelPlacement_data()
     {
         QTest::addColumn<QPoint>("click");

@@ -2,6 +2,7 @@
 #include "Model/VolumeObserver.h"
 #include "Platform/Constant.h"
 #include "Platform/FileSystem.h"
+#include "Shell/Translations.h"
 #include "TestSupport.h"
 #include "ViewHarness.h"
 #include "Views/EllipsisMenu.h"
@@ -9,7 +10,6 @@
 #include "Views/ListItem.h"
 #include "Views/MenuView.h"
 #include "Views/Pictures.h"
-#include "Views/Translations.h"
 
 #include <QAccessible>
 #include <QApplication>
@@ -124,6 +124,26 @@ std::vector<ListItem*> rowsOf(const MenuView& menu)
         return plain->rows();
     return qobject_cast<ScrollingView*>(menu.list())->rows();
 }
+
+// The program speaks a language for as long as this lives, then the one it spoke before.
+class Speaking
+{
+public:
+    explicit Speaking(const QLocale& locale)
+    {
+        QLocale::setDefault(locale);
+        installTranslations();
+    }
+    ~Speaking()
+    {
+        QLocale::setDefault(m_before);
+        installTranslations();
+    }
+    Q_DISABLE_COPY(Speaking)
+
+private:
+    const QLocale m_before;
+};
 
 // An item of the harness's home trash with its record; an empty record leaves it without one.
 void trashItem(test::ViewHarness& harness, const std::string& name, const std::string& record,
@@ -500,6 +520,69 @@ private Q_SLOTS:
         QCOMPARE(listDirectory(*volume.trashURL())->empty(), emptied || items == 0);
         QCOMPARE(harness.model.defaults.boolValue(Constant::deleteCheckSupressionKey),
                  suppressedAfter);
+    }
+
+    // Counts and sizes in the user's language: its plural forms, digit grouping and decimal mark,
+    // in decimal units.
+    void detailLineInTheUsersLanguage_data()
+    {
+        QTest::addColumn<QLocale>("locale");
+        QTest::addColumn<int>("items");
+        QTest::addColumn<qulonglong>("bytes");
+        QTest::addColumn<QString>("details");
+        const QLocale english(QLocale::English, QLocale::UnitedStates);
+        const QLocale german(QLocale::German, QLocale::Germany);
+        const auto row = [](const char* name, const QLocale& locale, int items, qulonglong bytes,
+                            const char* details) {
+            QTest::newRow(name) << locale << items << bytes << QString::fromUtf8(details);
+        };
+        row("English, none", english, 0, 0, "0 items, 0 bytes");
+        row("English, one", english, 1, 1, "1 item, 1 byte");
+        row("English, two", english, 2, 999, "2 items, 999 bytes");
+        row("English, megabytes", english, 2, 1'234'567, "2 items, 1.2 MB");
+        row("English, grouped", english, 1234, 999'950, "1,234 items, 1.0 MB");
+        row("English, terabytes", english, 3, 1'500'000'000'000, "3 items, 1.5 TB");
+        row("German, none", german, 0, 0, "0 Objekte, 0 Byte");
+        row("German, one", german, 1, 1, "1 Objekt, 1 Byte");
+        row("German, two", german, 2, 532, "2 Objekte, 532 Byte");
+        row("German, megabytes", german, 1, 1'234'567, "1 Objekt, 1,2 MB");
+        row("German, grouped", german, 1234, 999'950, "1.234 Objekte, 1,0 MB");
+        row("German, kilobytes", german, 21, 12'345, "21 Objekte, 12,3 kB");
+    }
+
+    void detailLineInTheUsersLanguage()
+    {
+        QFETCH(QLocale, locale);
+        QFETCH(int, items);
+        QFETCH(qulonglong, bytes);
+        QFETCH(QString, details);
+        const Speaking language(locale);
+        QCOMPARE(ListItem::detailString(items, bytes), details);
+    }
+
+    // A German user's row and its confirmation, in German.
+    void rowInGerman()
+    {
+        test::ViewHarness harness;
+        const ViewServices services = harness.services();
+        const Speaking german(QLocale(QLocale::German, QLocale::Germany));
+        const Volume volume = makeLocation(harness, "Backup Disk", 2, 1234567);
+        ListItem row(volume, services);
+        QCOMPARE(row.details(), QStringLiteral("Wird berechnet …"));
+        row.show();
+        QTRY_COMPARE(row.details(), QStringLiteral("2 Objekte, 2,5 MB"));
+        QCOMPARE(button(row, "empty")->text(), QStringLiteral("Leeren"));
+        QCOMPARE(button(row, "reveal")->toolTip(),
+                 QStringLiteral("Papierkorb-Ordner in der Dateiverwaltung öffnen"));
+        harness.helper.alerts.answers = {AlertAnswer::firstButton};
+        QTest::mouseClick(button(row, "empty"), Qt::LeftButton);
+        const auto& shown = harness.helper.alerts.shown;
+        QCOMPARE(shown.size(), std::size_t(1));
+        QCOMPARE(shown[0].title,
+                 QStringLiteral("Möchten Sie den Papierkorb von Backup Disk wirklich leeren?"));
+        QCOMPARE(shown[0].buttons,
+                 (QStringList{QStringLiteral("Abbrechen"), QStringLiteral("Löschen")}));
+        QCOMPARE(shown[0].secondButtonKey, QStringLiteral("l"));
     }
 
     void revealButton_data()

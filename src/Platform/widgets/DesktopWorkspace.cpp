@@ -1,5 +1,6 @@
 #include "DesktopWorkspace.h"
 
+#include <QCoreApplication>
 #include <QDesktopServices>
 #include <QProcess>
 
@@ -21,7 +22,9 @@ Result<qint64> DesktopWorkspace::launch(const QString& program, const QStringLis
         const QString reason = process.errorString();
         return Result<qint64>::failure(
             (program + QStringLiteral(": ") +
-             (reason.isEmpty() ? QStringLiteral("could not start") : reason))
+             (reason.isEmpty()
+                  ? QCoreApplication::translate("quillane::DesktopWorkspace", "could not start")
+                  : reason))
                 .toStdString());
     }
     return Result<qint64>::success(pid);

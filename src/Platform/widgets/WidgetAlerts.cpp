@@ -44,7 +44,10 @@ private:
 
 } // namespace
 
-const QString WidgetAlerts::suppressionLabel = QStringLiteral("Do not show this message again");
+QString WidgetAlerts::suppressionLabel()
+{
+    return QCoreApplication::translate("quillane::WidgetAlerts", "Do not show this message again");
+}
 
 AlertAnswer WidgetAlerts::runModal(const AlertRequest& request)
 {
@@ -72,7 +75,7 @@ AlertAnswer WidgetAlerts::runModal(const AlertRequest& request)
     KeyPress secondKey(request.secondButtonKey, buttons.size() > 1 ? buttons[1] : nullptr);
     QCoreApplication::instance()->installEventFilter(&secondKey);
     if (request.showsSuppressionButton)
-        box.setCheckBox(new QCheckBox(suppressionLabel)); // the box owns it
+        box.setCheckBox(new QCheckBox(suppressionLabel())); // the box owns it
 
     box.exec();
 

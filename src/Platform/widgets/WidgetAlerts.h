@@ -12,7 +12,7 @@ public:
     AlertAnswer runModal(const AlertRequest& request) override;
 
     // The label of the check box that stops an alert from being shown again.
-    static const QString suppressionLabel;
+    static QString suppressionLabel();
 };
 
 } // namespace quillane
