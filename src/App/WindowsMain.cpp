@@ -1,5 +1,4 @@
 #include "App/RunningInstance.h"
-#include "App/ScreenshotCommand.h"
 #include "App/TrashApp.h"
 #include "Platform/BuildInfo.h"
 #include "Platform/Console.h"
@@ -9,11 +8,10 @@
 #include <QApplication>
 #include <QFileInfo>
 #include <cstdio>
-#include <cstring>
 
-// The part of quillane that shows windows: the tray application and the screenshots. It is
-// built as a module of its own, which bin/quillane loads only to run them, so that the commands
-// start without the widget, graphics and multimedia libraries.
+// The part of quillane that shows windows: the tray application. It is built as a module of its
+// own, which bin/quillane loads only to run it, so that the commands start without the widget,
+// graphics and multimedia libraries.
 
 namespace
 {
@@ -22,11 +20,6 @@ void nameApplication()
 {
     QCoreApplication::setApplicationName(QStringLiteral("quillane"));
     QCoreApplication::setApplicationVersion(QString::fromLatin1(quillane::BuildInfo::versionText));
-}
-
-bool wantsScreenshot(int argc, char* argv[])
-{
-    return argc > 1 && std::strcmp(argv[1], "--screenshot") == 0;
 }
 
 void prepareWidgets(QApplication& app)
@@ -96,28 +89,9 @@ int runTrayApplication(int argc, char* argv[])
     return QApplication::exec();
 }
 
-int runScreenshot(int argc, char* argv[])
-{
-    // Screenshots are drawn off screen, the same on every machine.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    nameApplication();
-    prepareWidgets(app);
-    const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.size() != 4) {
-        std::fprintf(stderr, "usage: quillane --screenshot VIEW FILE.png\nviews: %s\n",
-                     qPrintable(quillane::screenshotViews().join(QStringLiteral(", "))));
-        return 2;
-    }
-    return quillane::runScreenshotCommand(arguments[2], arguments[3]);
-}
-
 } // namespace
 
 extern "C" __attribute__((visibility("default"))) int quillaneWindowsMain(int argc, char* argv[])
 {
-    if (wantsScreenshot(argc, argv))
-        return runScreenshot(argc, argv);
     return runTrayApplication(argc, argv);
 }

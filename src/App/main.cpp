@@ -8,7 +8,6 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <cstdio>
-#include <cstring>
 #include <dlfcn.h>
 #include <filesystem>
 #include <string>
@@ -33,9 +32,9 @@ bool wantsCommandLine(int argc, char* argv[])
     return !quillane::isTrayLaunch(arguments);
 }
 
-// The tray application and the screenshots are in a module of their own, loaded only to run
-// them: the commands start without the widget, graphics and multimedia libraries. It lies beside
-// the program in a build tree, and in the program's library folder once installed.
+// The tray application is in a module of its own, loaded only to run it: the commands start
+// without the widget, graphics and multimedia libraries. It lies beside the program in a build
+// tree, and in the program's library folder once installed.
 int runWindows(int argc, char* argv[])
 {
     namespace fs = std::filesystem;
@@ -76,8 +75,7 @@ int runCommandLine(int argc, char* argv[])
         "folders) and empties one at a time.\n\nWithout a command it runs as a tray "
         "application.\n\nCommands:\n"
         "  list [--json]            Print every trash location with its item count and size.\n"
-        "  empty LOCATION [--yes]   Empty the trash of one location, named as list shows it.\n"
-        "  --screenshot VIEW FILE   Draw a view of the application into a PNG file."));
+        "  empty LOCATION [--yes]   Empty the trash of one location, named as list shows it."));
     parser.addHelpOption();
     parser.addVersionOption();
     const QCommandLineOption jsonOption(
@@ -133,8 +131,6 @@ int runCommandLine(int argc, char* argv[])
 
 int main(int argc, char* argv[])
 {
-    if (argc > 1 && std::strcmp(argv[1], "--screenshot") == 0)
-        return runWindows(argc, argv);
     if (wantsCommandLine(argc, argv))
         return runCommandLine(argc, argv);
     return runWindows(argc, argv);

@@ -29,16 +29,14 @@ Without a command it runs as a tray application.
 
 Commands:
   list [--json]            Print every trash location with its item count and size.
-  empty LOCATION [--yes]   Empty the trash of one location, named as list shows it.
-  --screenshot VIEW FILE   Draw a view of the application into a PNG file.</source>
+  empty LOCATION [--yes]   Empty the trash of one location, named as list shows it.</source>
         <translation>Quillane zeigt den Papierkorb jedes Ortes (Ihr persönlicher Ordner, jedes eingehängte Laufwerk, Cloud-Ordner) und leert einen nach dem anderen.
 
 Ohne Befehl läuft es als Anwendung im Systembereich der Leiste.
 
 Befehle:
   list [--json]            Jeden Papierkorb mit Anzahl der Objekte und Größe ausgeben.
-  empty ORT [--yes]        Den Papierkorb eines Ortes leeren, benannt wie in list.
-  --screenshot ANSICHT DATEI  Eine Ansicht der Anwendung in eine PNG-Datei zeichnen.</translation>
+  empty ORT [--yes]        Den Papierkorb eines Ortes leeren, benannt wie in list.</translation>
     </message>
     <message>
         <source>With list: print a JSON array.</source>

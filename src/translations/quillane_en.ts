@@ -29,8 +29,7 @@ Without a command it runs as a tray application.
 
 Commands:
   list [--json]            Print every trash location with its item count and size.
-  empty LOCATION [--yes]   Empty the trash of one location, named as list shows it.
-  --screenshot VIEW FILE   Draw a view of the application into a PNG file.</source>
+  empty LOCATION [--yes]   Empty the trash of one location, named as list shows it.</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
