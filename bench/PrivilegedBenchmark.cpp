@@ -7,6 +7,7 @@
 // Run as root in a mount namespace of its own (bench/privileged does both): it gives the test
 // user a home through a copy of /etc/passwd bound over the real one, and polkitd its rules.
 
+#include "App/HelperLink.h"
 #include "BenchSupport.h"
 #include "DaemonTestSupport.h"
 #include "Helper/XPCClient.h"
@@ -16,7 +17,6 @@
 #include "Platform/NotificationCenter.h"
 #include "Platform/QtScheduler.h"
 #include "Platform/UserDefaults.h"
-#include "Shell/HelperLink.h"
 #include "TestSupport.h"
 
 #include <QCoreApplication>

@@ -1,5 +1,6 @@
 #include "EmptyCommand.h"
 
+#include "App/HelperLink.h"
 #include "App/ListCommand.h"
 #include "Helper/XPCClient.h"
 #include "Model/VolumeObserver.h"
@@ -15,7 +16,6 @@
 #include "Platform/linux/CommandSoundPlayer.h"
 #include "Platform/linux/LinuxPlatform.h"
 #include "Shell/Display.h"
-#include "Shell/HelperLink.h"
 #include "Shell/MainThreadStallMeter.h"
 
 #include <QCoreApplication>

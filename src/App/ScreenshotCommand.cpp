@@ -1,5 +1,6 @@
 #include "ScreenshotCommand.h"
 
+#include "App/HelperLink.h"
 #include "Helper/XPCClient.h"
 #include "Model/TrashContents.h"
 #include "Model/VolumeObserver.h"
@@ -14,7 +15,6 @@
 #include "Platform/widgets/DesktopWorkspace.h"
 #include "Platform/widgets/WidgetAlerts.h"
 #include "Platform/widgets/WidgetApplication.h"
-#include "Shell/HelperLink.h"
 #include "Shell/Updater.h"
 #include "Views/ItemsWindow.h"
 #include "Views/MenuView.h"
