@@ -15,7 +15,7 @@
 #include "Platform/UserDefaults.h"
 #include "Platform/linux/CommandSoundPlayer.h"
 #include "Platform/linux/LinuxPlatform.h"
-#include "Shell/Display.h"
+#include "Shell/DisplayText.h"
 #include "Shell/MainThreadStallMeter.h"
 
 #include <QCoreApplication>
