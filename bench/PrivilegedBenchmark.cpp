@@ -216,7 +216,7 @@ int main(int argc, char** argv)
         std::fputs("quillane-bench-privileged: cannot set up the bus and the test user\n", stderr);
         return 1;
     }
-    test::PolkitAuthority polkit(bus, {{user.name(), true}});
+    test::ScriptedPolkit polkit(bus, {{user.name(), true}});
     if (!polkit.isRunning()) {
         std::fprintf(stderr, "quillane-bench-privileged: %s\n", qPrintable(polkit.error()));
         return 1;

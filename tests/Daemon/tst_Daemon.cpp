@@ -101,7 +101,7 @@ private Q_SLOTS:
             chownTree(trash, m_user->uid(), m_user->gid());
         }
         chownTree(m_home, m_user->uid(), m_user->gid());
-        m_polkit = std::make_unique<test::PolkitAuthority>(
+        m_polkit = std::make_unique<test::ScriptedPolkit>(
             *m_bus, QList<test::PolkitRule>{{m_user->name(), true}});
         QVERIFY2(m_polkit->isRunning(), qPrintable(m_polkit->error()));
     }
@@ -281,7 +281,7 @@ private Q_SLOTS:
             break;
         }
         m_polkit.reset();
-        m_polkit = std::make_unique<test::PolkitAuthority>(
+        m_polkit = std::make_unique<test::ScriptedPolkit>(
             *m_bus, QList<test::PolkitRule>{{m_user->name(), polkitAllows},
                                             {QStringLiteral("nobody"), true}});
 
@@ -320,7 +320,7 @@ private Q_SLOTS:
         chownTree(homeTrash() / "info", m_user->uid(), m_user->gid());
         QVERIFY(chmod((files / "locked").c_str(), 0555) == 0); // root's: beyond the user
         m_polkit.reset();
-        m_polkit = std::make_unique<test::PolkitAuthority>(
+        m_polkit = std::make_unique<test::ScriptedPolkit>(
             *m_bus, QList<test::PolkitRule>{{m_user->name(), polkitAllows}});
         QVERIFY(m_polkit->isRunning());
         const QString action = QStringLiteral("com.velmoric.quillane.delete-item");
@@ -418,7 +418,7 @@ private Q_SLOTS:
             break;
         }
         m_polkit.reset();
-        m_polkit = std::make_unique<test::PolkitAuthority>(
+        m_polkit = std::make_unique<test::ScriptedPolkit>(
             *m_bus, QList<test::PolkitRule>{{m_user->name(), layout != 4}});
         QVERIFY(m_polkit->isRunning());
         const QStringList before = snapshot(m_home) + snapshot(elsewhere);
@@ -465,7 +465,7 @@ private Q_SLOTS:
         QFETCH(int, connections);
         QFETCH(char, kind);
         m_polkit.reset();
-        m_polkit = std::make_unique<test::PolkitAuthority>(
+        m_polkit = std::make_unique<test::ScriptedPolkit>(
             *m_bus, QList<test::PolkitRule>{
                         {m_user->name(), false, QStringLiteral("com.velmoric.quillane.uninstall")},
                         {m_user->name(), true},
@@ -707,7 +707,7 @@ private:
     fs::path m_stage;
     std::unique_ptr<test::SystemBus> m_bus;
     std::unique_ptr<test::TestUser> m_user;
-    std::unique_ptr<test::PolkitAuthority> m_polkit;
+    std::unique_ptr<test::ScriptedPolkit> m_polkit;
     std::unique_ptr<test::ChildProcess> m_daemon;
 };
 

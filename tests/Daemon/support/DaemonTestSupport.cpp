@@ -40,7 +40,7 @@ QString rulesScript(const QList<PolkitRule>& rules)
         if (!rule.user.isEmpty())
             conditions << QStringLiteral("subject.user == \"%1\"").arg(rule.user);
         const QStringList ids =
-            rule.action.isEmpty() ? PolkitAuthority::actions : QStringList{rule.action};
+            rule.action.isEmpty() ? ScriptedPolkit::actions : QStringList{rule.action};
         conditions << QStringLiteral("[\"%1\"].indexOf(action.id) >= 0")
                           .arg(ids.join(QStringLiteral("\", \"")));
         script += QStringLiteral("    if (%1)\n        return polkit.Result.%2;\n")
@@ -128,12 +128,12 @@ QString SystemBus::waitForConnectionOf(qint64 pid, int timeoutMs) const
     return connected ? found : QString();
 }
 
-const QString PolkitAuthority::serviceName = QStringLiteral("org.freedesktop.PolicyKit1");
-const QStringList PolkitAuthority::actions = {QStringLiteral("com.velmoric.quillane.delete-item"),
-                                              QStringLiteral("com.velmoric.quillane.repair-trash"),
-                                              QStringLiteral("com.velmoric.quillane.uninstall")};
+const QString ScriptedPolkit::serviceName = QStringLiteral("org.freedesktop.PolicyKit1");
+const QStringList ScriptedPolkit::actions = {QStringLiteral("com.velmoric.quillane.delete-item"),
+                                             QStringLiteral("com.velmoric.quillane.repair-trash"),
+                                             QStringLiteral("com.velmoric.quillane.uninstall")};
 
-PolkitAuthority::PolkitAuthority(const SystemBus& bus, const QList<PolkitRule>& rules) : m_bus(bus)
+ScriptedPolkit::ScriptedPolkit(const SystemBus& bus, const QList<PolkitRule>& rules) : m_bus(bus)
 {
     // Bind mounts outside a private namespace would change the machine's own polkit.
     if (!canMount()) {
@@ -181,12 +181,12 @@ PolkitAuthority::PolkitAuthority(const SystemBus& bus, const QList<PolkitRule>& 
         m_error = QStringLiteral("polkitd did not take its name: ") + logFile();
 }
 
-QString PolkitAuthority::logFile() const
+QString ScriptedPolkit::logFile() const
 {
     return m_dir.filePath(QStringLiteral("polkitd.log"));
 }
 
-int PolkitAuthority::questions(const QString& action) const
+int ScriptedPolkit::questions(const QString& action) const
 {
     QFile log(logFile());
     if (!log.open(QIODevice::ReadOnly))
@@ -195,7 +195,7 @@ int PolkitAuthority::questions(const QString& action) const
         log.readAll().count(QStringLiteral("quillane-test question %1").arg(action).toUtf8()));
 }
 
-PolkitAuthority::~PolkitAuthority()
+ScriptedPolkit::~ScriptedPolkit()
 {
     if (m_polkitd.state() != QProcess::NotRunning) {
         m_polkitd.kill();
@@ -208,7 +208,7 @@ PolkitAuthority::~PolkitAuthority()
         ::umount2(QFile::encodeName(*target).constData(), MNT_DETACH);
 }
 
-bool PolkitAuthority::bind(const QString& folder, const QString& target)
+bool ScriptedPolkit::bind(const QString& folder, const QString& target)
 {
     if (::mount(QFile::encodeName(folder).constData(), QFile::encodeName(target).constData(),
                 nullptr, MS_BIND, nullptr) != 0) {

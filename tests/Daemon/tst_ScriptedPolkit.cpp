@@ -14,7 +14,7 @@ Q_DECLARE_METATYPE(QList<PolkitRule>)
 
 // The real polkitd on a private bus answers for a client by the rules a test gives it, asked
 // the way the daemon asks: for the client's bus name, which polkit resolves to its user.
-class TestPolkitAuthority : public QObject
+class TestScriptedPolkit : public QObject
 {
     Q_OBJECT
 
@@ -41,8 +41,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("action");
         QTest::addColumn<bool>("authorized");
 
-        const QString deleteItem = PolkitAuthority::actions[0];
-        const QString uninstall = PolkitAuthority::actions[1];
+        const QString deleteItem = ScriptedPolkit::actions[0];
+        const QString uninstall = ScriptedPolkit::actions[1];
         const QString user = TestUser::defaultName;
         const QString nobody = QStringLiteral("nobody");
         const QList<PolkitRule> yes = {{user, true}};
@@ -67,7 +67,7 @@ private Q_SLOTS:
         QFETCH(QString, action);
         QFETCH(bool, authorized);
 
-        PolkitAuthority authority(*m_bus, rules);
+        ScriptedPolkit authority(*m_bus, rules);
         QVERIFY2(authority.isRunning(), qPrintable(authority.error()));
 
         // A client that stays connected until it is killed.
@@ -94,10 +94,10 @@ private Q_SLOTS:
     void endsWithTheFixture()
     {
         {
-            PolkitAuthority authority(*m_bus, {});
+            ScriptedPolkit authority(*m_bus, {});
             QVERIFY2(authority.isRunning(), qPrintable(authority.error()));
         }
-        QVERIFY(!m_bus->hasOwner(PolkitAuthority::serviceName));
+        QVERIFY(!m_bus->hasOwner(ScriptedPolkit::serviceName));
     }
 
 private:
@@ -113,7 +113,7 @@ private:
         details.beginMap(QMetaType::fromType<QString>(), QMetaType::fromType<QString>());
         details.endMap();
         QDBusMessage call = QDBusMessage::createMethodCall(
-            PolkitAuthority::serviceName, QStringLiteral("/org/freedesktop/PolicyKit1/Authority"),
+            ScriptedPolkit::serviceName, QStringLiteral("/org/freedesktop/PolicyKit1/Authority"),
             QStringLiteral("org.freedesktop.PolicyKit1.Authority"),
             QStringLiteral("CheckAuthorization"));
         constexpr uint allowUserInteraction = 1;
@@ -128,5 +128,5 @@ private:
     std::unique_ptr<TestUser> m_nobody;
 };
 
-QTEST_GUILESS_MAIN(TestPolkitAuthority)
-#include "tst_PolkitAuthority.moc"
+QTEST_GUILESS_MAIN(TestScriptedPolkit)
+#include "tst_ScriptedPolkit.moc"
