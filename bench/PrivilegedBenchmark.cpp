@@ -13,6 +13,7 @@
 #include "Helper/XPCClient.h"
 #include "Platform/Alerts.h"
 #include "Platform/ApplicationControl.h"
+#include "Platform/BusNames.h"
 #include "Platform/Constant.h"
 #include "Platform/NotificationCenter.h"
 #include "Platform/QtScheduler.h"
@@ -242,7 +243,7 @@ int main(int argc, char** argv)
     const double cpuMs = valueOf(lines, "cpu_ms");
     const double wallMs = valueOf(lines, "wall_ms");
     const auto refused = static_cast<long long>(valueOf(lines, "refused"));
-    const int questions = polkit.questions(QStringLiteral("com.velmoric.quillane.delete-item"));
+    const int questions = polkit.questions(BusNames::deleteItemAction);
     const int left = countLeft(user);
     const double perItem = cpuMs / static_cast<double>(options.items);
 

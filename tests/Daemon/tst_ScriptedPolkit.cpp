@@ -1,4 +1,5 @@
 #include "DaemonTestSupport.h"
+#include "Platform/BusNames.h"
 #include "TestSupport.h"
 
 #include <QDBusArgument>
@@ -9,6 +10,7 @@
 #include <memory>
 
 using namespace quillane::test;
+namespace BusNames = quillane::BusNames;
 
 Q_DECLARE_METATYPE(QList<PolkitRule>)
 
@@ -41,8 +43,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("action");
         QTest::addColumn<bool>("authorized");
 
-        const QString deleteItem = ScriptedPolkit::actions[0];
-        const QString uninstall = ScriptedPolkit::actions[1];
+        const QString deleteItem = BusNames::deleteItemAction;
+        const QString uninstall = BusNames::uninstallAction;
         const QString user = TestUser::defaultName;
         const QString nobody = QStringLiteral("nobody");
         const QList<PolkitRule> yes = {{user, true}};
@@ -97,7 +99,7 @@ private Q_SLOTS:
             ScriptedPolkit authority(*m_bus, {});
             QVERIFY2(authority.isRunning(), qPrintable(authority.error()));
         }
-        QVERIFY(!m_bus->hasOwner(ScriptedPolkit::serviceName));
+        QVERIFY(!m_bus->hasOwner(BusNames::polkitService));
     }
 
 private:
@@ -113,8 +115,7 @@ private:
         details.beginMap(QMetaType::fromType<QString>(), QMetaType::fromType<QString>());
         details.endMap();
         QDBusMessage call = QDBusMessage::createMethodCall(
-            ScriptedPolkit::serviceName, QStringLiteral("/org/freedesktop/PolicyKit1/Authority"),
-            QStringLiteral("org.freedesktop.PolicyKit1.Authority"),
+            BusNames::polkitService, BusNames::polkitPath, BusNames::polkitInterface,
             QStringLiteral("CheckAuthorization"));
         constexpr uint allowUserInteraction = 1;
         call << QVariant::fromValue(subject) << action << QVariant::fromValue(details)

@@ -1,5 +1,6 @@
 #include "DaemonTestSupport.h"
 
+#include "Platform/BusNames.h"
 #include "TestSupport.h"
 
 #include <QDBusConnectionInterface>
@@ -128,10 +129,8 @@ QString SystemBus::waitForConnectionOf(qint64 pid, int timeoutMs) const
     return connected ? found : QString();
 }
 
-const QString ScriptedPolkit::serviceName = QStringLiteral("org.freedesktop.PolicyKit1");
-const QStringList ScriptedPolkit::actions = {QStringLiteral("com.velmoric.quillane.delete-item"),
-                                             QStringLiteral("com.velmoric.quillane.repair-trash"),
-                                             QStringLiteral("com.velmoric.quillane.uninstall")};
+const QStringList ScriptedPolkit::actions = {
+    BusNames::deleteItemAction, BusNames::repairTrashAction, BusNames::uninstallAction};
 
 ScriptedPolkit::ScriptedPolkit(const SystemBus& bus, const QList<PolkitRule>& rules) : m_bus(bus)
 {
@@ -156,7 +155,7 @@ ScriptedPolkit::ScriptedPolkit(const SystemBus& bus, const QList<PolkitRule>& ru
     }
     QFile actionSource(QStringLiteral(QUILLANE_POLKIT_ACTIONS));
     if (!actionSource.open(QIODevice::ReadOnly) ||
-        !writeReadable(actionsFolder + QStringLiteral("/com.velmoric.quillane.policy"),
+        !writeReadable(actionsFolder + u'/' + BusNames::polkitActionsFile,
                        actionSource.readAll()) ||
         !writeReadable(rulesFolder + QStringLiteral("/50-quillane-test.rules"),
                        rulesScript(rules).toUtf8())) {
@@ -175,9 +174,12 @@ ScriptedPolkit::ScriptedPolkit(const SystemBus& bus, const QList<PolkitRule>& ru
     m_polkitd.setStandardErrorFile(logFile(), QIODevice::Append);
     m_polkitd.start(polkitd);
     const bool settled = QTest::qWaitFor(
-        [&] { return m_polkitd.state() == QProcess::NotRunning || bus.hasOwner(serviceName); },
+        [&] {
+            return m_polkitd.state() == QProcess::NotRunning ||
+                   bus.hasOwner(BusNames::polkitService);
+        },
         startTimeoutMs);
-    if (!settled || !bus.hasOwner(serviceName))
+    if (!settled || !bus.hasOwner(BusNames::polkitService))
         m_error = QStringLiteral("polkitd did not take its name: ") + logFile();
 }
 
@@ -201,7 +203,8 @@ ScriptedPolkit::~ScriptedPolkit()
         m_polkitd.kill();
         m_polkitd.waitForFinished();
         // The next authority on this bus must not mistake this one's name for its own.
-        if (!QTest::qWaitFor([&] { return !m_bus.hasOwner(serviceName); }, startTimeoutMs))
+        if (!QTest::qWaitFor([&] { return !m_bus.hasOwner(BusNames::polkitService); },
+                             startTimeoutMs))
             qWarning("polkitd's name outlived it");
     }
     for (auto target = m_mounted.crbegin(); target != m_mounted.crend(); ++target)
@@ -286,8 +289,7 @@ bool startDaemon(ChildProcess& daemon, const SystemBus& bus, const QString& prog
     daemon.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     daemon.start(program, arguments);
     return daemon.waitForStarted() &&
-           QTest::qWaitFor(
-               [&] { return bus.hasOwner(QStringLiteral("com.velmoric.QuillaneDaemon")); }, 10000);
+           QTest::qWaitFor([&] { return bus.hasOwner(BusNames::daemonService); }, 10000);
 }
 
 } // namespace quillane::test

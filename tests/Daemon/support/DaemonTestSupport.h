@@ -78,7 +78,7 @@ struct PolkitRule {
 class ScriptedPolkit
 {
 public:
-    static const QString serviceName;
+    // The daemon's actions, each of which a rule without an action answers.
     static const QStringList actions;
 
     ScriptedPolkit(const SystemBus& bus, const QList<PolkitRule>& rules);
