@@ -7,16 +7,17 @@
 // Run as root in a mount namespace of its own (bench/privileged does both): it gives the test
 // user a home through a copy of /etc/passwd bound over the real one, and polkitd its rules.
 
+#include "App/HelperLink.h"
 #include "BenchSupport.h"
 #include "DaemonTestSupport.h"
 #include "Helper/XPCClient.h"
 #include "Platform/Alerts.h"
 #include "Platform/ApplicationControl.h"
+#include "Platform/BusNames.h"
 #include "Platform/Constant.h"
 #include "Platform/NotificationCenter.h"
 #include "Platform/QtScheduler.h"
 #include "Platform/UserDefaults.h"
-#include "Shell/HelperLink.h"
 #include "TestSupport.h"
 
 #include <QCoreApplication>
@@ -216,7 +217,7 @@ int main(int argc, char** argv)
         std::fputs("quillane-bench-privileged: cannot set up the bus and the test user\n", stderr);
         return 1;
     }
-    test::PolkitAuthority polkit(bus, {{user.name(), true}});
+    test::ScriptedPolkit polkit(bus, {{user.name(), true}});
     if (!polkit.isRunning()) {
         std::fprintf(stderr, "quillane-bench-privileged: %s\n", qPrintable(polkit.error()));
         return 1;
@@ -242,7 +243,7 @@ int main(int argc, char** argv)
     const double cpuMs = valueOf(lines, "cpu_ms");
     const double wallMs = valueOf(lines, "wall_ms");
     const auto refused = static_cast<long long>(valueOf(lines, "refused"));
-    const int questions = polkit.questions(QStringLiteral("com.velmoric.quillane.delete-item"));
+    const int questions = polkit.questions(BusNames::deleteItemAction);
     const int left = countLeft(user);
     const double perItem = cpuMs / static_cast<double>(options.items);
 

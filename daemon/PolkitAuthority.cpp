@@ -1,5 +1,7 @@
 #include "PolkitAuthority.h"
 
+#include "Platform/BusNames.h"
+
 #include <QDBusArgument>
 #include <QDBusMessage>
 #include <QDBusMetaType>
@@ -84,11 +86,9 @@ void PolkitAuthority::check(const QString& busName, const QString& actionId, QOb
     }();
     Q_UNUSED(registered);
 
-    QDBusMessage call =
-        QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.PolicyKit1"),
-                                       QStringLiteral("/org/freedesktop/PolicyKit1/Authority"),
-                                       QStringLiteral("org.freedesktop.PolicyKit1.Authority"),
-                                       QStringLiteral("CheckAuthorization"));
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        BusNames::polkitService, BusNames::polkitPath, BusNames::polkitInterface,
+        QStringLiteral("CheckAuthorization"));
     call << QVariant::fromValue(Subject{busName}) << actionId
          << QVariant::fromValue(QMap<QString, QString>()) << allowUserInteraction << QString();
 

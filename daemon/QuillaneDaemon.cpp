@@ -2,6 +2,7 @@
 
 #include "HelperClientProxy.h"
 #include "Platform/BuildInfo.h"
+#include "Platform/BusNames.h"
 #include "Platform/SystemLog.h"
 #include "TrashRepair.h"
 
@@ -22,11 +23,6 @@ namespace fs = std::filesystem;
 
 namespace
 {
-
-const QString deleteAction = QStringLiteral("com.velmoric.quillane.delete-item");
-const QString uninstallAction = QStringLiteral("com.velmoric.quillane.uninstall");
-const QString repairAction = QStringLiteral("com.velmoric.quillane.repair-trash");
-const QString clientPath = QStringLiteral("/com/velmoric/QuillaneClient");
 
 // Log text from a caller: control bytes escaped, and not without end.
 std::string printable(const QByteArray& bytes)
@@ -218,9 +214,9 @@ void QuillaneDaemon::enqueue(uid_t uid, Request request)
 void QuillaneDaemon::serve(uid_t uid)
 {
     const Request& waiting = m_queue.current(uid);
-    const QString& action = waiting.kind == Request::Kind::deletion ? deleteAction
-                            : waiting.kind == Request::Kind::repair ? repairAction
-                                                                    : uninstallAction;
+    const QString& action = waiting.kind == Request::Kind::deletion ? BusNames::deleteItemAction
+                            : waiting.kind == Request::Kind::repair ? BusNames::repairTrashAction
+                                                                    : BusNames::uninstallAction;
     m_polkit.check(
         waiting.caller, action, this, [this, uid](bool authorized, const QString& error) {
             const Request request = m_queue.current(uid);
@@ -326,7 +322,7 @@ void QuillaneDaemon::reportDeletion(const QString& caller, const QByteArray& url
 {
     SystemLog::write("deleteFile " + printable(url) + ": " +
                      (error.isEmpty() ? std::string("removed") : printable(error.toUtf8())));
-    HelperClientProxy client(caller, clientPath, m_bus);
+    HelperClientProxy client(caller, BusNames::clientPath, m_bus);
     client.deleteResultWithUrl(url, error.isEmpty() ? QStringList() : QStringList{error});
 }
 

@@ -1,4 +1,5 @@
 #include "Platform/BuildInfo.h"
+#include "Platform/BusNames.h"
 #include "Platform/SystemLog.h"
 #include "QuillaneDaemon.h"
 #include "TrashHelperAdaptor.h"
@@ -16,6 +17,7 @@
 namespace
 {
 
+namespace BusNames = quillane::BusNames;
 using quillane::daemon::QuillaneDaemon;
 
 // The service manager's stop step: removes the installation once the daemon has ended with the
@@ -87,10 +89,10 @@ int main(int argc, char* argv[])
     QDBusConnection bus = QDBusConnection::systemBus();
     auto* daemon = new QuillaneDaemon(bus, {parser.value(application).toStdString()}, limits, &app);
     new TrashHelperAdaptor(daemon);
-    if (!bus.registerObject(QStringLiteral("/com/velmoric/QuillaneDaemon"), daemon) ||
-        !bus.registerService(QStringLiteral("com.velmoric.QuillaneDaemon"))) {
-        std::fprintf(stderr, "quillane-daemon: cannot serve com.velmoric.QuillaneDaemon: %s\n",
-                     qPrintable(bus.lastError().message()));
+    if (!bus.registerObject(BusNames::daemonPath, daemon) ||
+        !bus.registerService(BusNames::daemonService)) {
+        std::fprintf(stderr, "quillane-daemon: cannot serve %s: %s\n",
+                     qPrintable(BusNames::daemonService), qPrintable(bus.lastError().message()));
         return 1;
     }
     quillane::SystemLog::write("quillane-daemon serving");

@@ -1,11 +1,13 @@
 #include "EmptyCommand.h"
 
+#include "App/HelperLink.h"
 #include "App/ListCommand.h"
 #include "Helper/XPCClient.h"
 #include "Model/VolumeObserver.h"
 #include "Platform/Alerts.h"
 #include "Platform/ApplicationControl.h"
 #include "Platform/BundleInfo.h"
+#include "Platform/BusNames.h"
 #include "Platform/Console.h"
 #include "Platform/Constant.h"
 #include "Platform/FileSystem.h"
@@ -14,8 +16,7 @@
 #include "Platform/UserDefaults.h"
 #include "Platform/linux/CommandSoundPlayer.h"
 #include "Platform/linux/LinuxPlatform.h"
-#include "Shell/Display.h"
-#include "Shell/HelperLink.h"
+#include "Shell/DisplayText.h"
 #include "Shell/MainThreadStallMeter.h"
 
 #include <QCoreApplication>
@@ -163,10 +164,8 @@ void drawProgress(double fraction)
 // Whether the daemon answers; the bus starts it if it is registered.
 QString helperProblem()
 {
-    QDBusInterface helper(QStringLiteral("com.velmoric.QuillaneDaemon"),
-                          QStringLiteral("/com/velmoric/QuillaneDaemon"),
-                          QStringLiteral("com.velmoric.QuillaneDaemon.TrashHelper"),
-                          QDBusConnection::systemBus());
+    QDBusInterface helper(BusNames::daemonService, BusNames::daemonPath,
+                          BusNames::trashHelperInterface, QDBusConnection::systemBus());
     const QDBusMessage reply = helper.call(QStringLiteral("versionWithReply"));
     return reply.type() == QDBusMessage::ErrorMessage ? reply.errorMessage() : QString();
 }

@@ -1,6 +1,7 @@
 #include "TrashApp.h"
 
 #include "App/AppDelegate.h"
+#include "App/HelperLink.h"
 #include "App/PanelWindow.h"
 #include "App/TrayIcon.h"
 #include "App/WindowFrame.h"
@@ -14,8 +15,7 @@
 #include "Platform/linux/FreedesktopNotifier.h"
 #include "Platform/linux/PackageOrigin.h"
 #include "Shell/Debug.h"
-#include "Shell/Display.h"
-#include "Shell/HelperLink.h"
+#include "Shell/DisplayText.h"
 #include "Shell/TerminationHelper.h"
 #include "Shell/Updater.h"
 #include "Views/MenuView.h"

@@ -12,6 +12,8 @@ class Scheduler;
 class ServiceHandle;
 class WorkQueue;
 
+// The daemon's systemd unit and the application's XDG autostart entry, as registrations.
+//
 // The two registrations the application needs: the privileged helper daemon, and the
 // application's own start at login. It keeps their last known statuses and the flags the helper
 // link reads to decide when to start the daemon.

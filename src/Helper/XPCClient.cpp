@@ -4,6 +4,7 @@
 #include "HelperClientImpl.h"
 #include "Platform/Alerts.h"
 #include "Platform/ApplicationControl.h"
+#include "Platform/BusNames.h"
 #include "Platform/Console.h"
 #include "Platform/Constant.h"
 #include "Platform/NotificationCenter.h"
@@ -82,7 +83,7 @@ public:
         if (!bus.isConnected())
             return;
         m_proxy = std::make_unique<TrashHelperProxy>(Constant::helperMachLabel,
-                                                     Constant::helperObjectPath, bus);
+                                                     BusNames::daemonPath, bus);
         m_watcher = std::make_unique<QDBusServiceWatcher>(
             Constant::helperMachLabel, bus, QDBusServiceWatcher::WatchForUnregistration);
         QObject::connect(m_watcher.get(), &QDBusServiceWatcher::serviceUnregistered,
@@ -103,7 +104,7 @@ XPCClient::XPCClient(Services services, QObject* parent)
     if (m_services.bus.isConnected()) {
         m_exported = std::make_unique<HelperClientImpl>(m_services.mainQueue);
         new HelperClientAdaptor(m_exported.get()); // owned by the exported object
-        m_services.bus.registerObject(Constant::clientObjectPath, m_exported.get(),
+        m_services.bus.registerObject(BusNames::clientPath, m_exported.get(),
                                       QDBusConnection::ExportAdaptors);
     }
     QPointer<XPCClient> self(this);
@@ -130,7 +131,7 @@ XPCClient::~XPCClient()
 {
     m_services.appService.setDaemonStatusListener({});
     if (m_exported)
-        m_services.bus.unregisterObject(Constant::clientObjectPath);
+        m_services.bus.unregisterObject(BusNames::clientPath);
     NotificationCenter::defaultCenter().removeObserver(m_versionObserver);
 }
 
@@ -543,10 +544,9 @@ void XPCClient::repairHomeTrash(std::function<void(std::optional<QString>)> done
     // A plain call rather than the generated proxy's, so that polkit may ask the user:
     //   repairHomeTrash() -> as error    (no error: the trash is the caller's again)
     // The daemon finds the caller's trash from the caller's own uid, never from the client.
-    QDBusMessage call =
-        QDBusMessage::createMethodCall(Constant::helperMachLabel, Constant::helperObjectPath,
-                                       QStringLiteral("com.velmoric.QuillaneDaemon.TrashHelper"),
-                                       QStringLiteral("repairHomeTrash"));
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        Constant::helperMachLabel, BusNames::daemonPath, BusNames::trashHelperInterface,
+        QStringLiteral("repairHomeTrash"));
     call.setInteractiveAuthorizationAllowed(true);
     if (!m_services.bus.isConnected()) {
         done(XPCClient::tr("the system bus is not reachable"));

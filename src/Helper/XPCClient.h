@@ -27,6 +27,8 @@ class Scheduler;
 class UserDefaults;
 class VLAppService;
 
+// The D-Bus client of the helper daemon on the system bus.
+//
 // The application's side of the link to the privileged helper daemon: starts it with timed
 // retries, re-registers an older one, tracks its build for display, hands it items to remove
 // and asks it to uninstall the application. Everything runs on the main thread: the bus
@@ -121,6 +123,7 @@ private:
     void handleVersionReply(const std::optional<QString>& reply);
     void storeBuild(const std::optional<QString>& reply);
     void receivedVersion(const Notification& notification);
+    // Runs when the daemon's name leaves the system bus (the daemon ended or crashed).
     void connetionInterruptionHandler();
     void connectionInvalidationHandler();
     void setHelperBuildNumber(qint64 build);

@@ -91,6 +91,7 @@ class VolumeObserver : public QObject
 {
     Q_OBJECT
     Q_PROPERTY(std::vector<quillane::Volume> volumes READ volumes NOTIFY volumesChanged)
+    // Whether this user may read their own home trash (the probe was not refused).
     Q_PROPERTY(bool fdaGranted READ fdaGranted NOTIFY fdaGrantedChanged)
     Q_PROPERTY(
         std::optional<quillane::Volume> activeVolume READ activeVolume NOTIFY activeVolumeChanged)

@@ -1,15 +1,14 @@
 #pragma once
 
+#include "BusNames.h"
+
 #include <QString>
 
 namespace quillane::Constant
 {
 
 // The helper daemon's well-known name on the system bus.
-inline const QString helperMachLabel = QStringLiteral("com.velmoric.QuillaneDaemon");
-inline const QString helperObjectPath = QStringLiteral("/com/velmoric/QuillaneDaemon");
-// Where the application exports its HelperClient on its own connection.
-inline const QString clientObjectPath = QStringLiteral("/com/velmoric/QuillaneClient");
+inline const QString helperMachLabel = BusNames::daemonService;
 // The in-process notification for an item the daemon removed; its object is the item's path.
 inline const QString xpcDeleteName = QStringLiteral("xpcDidDelete");
 // The in-process notification for an item the daemon refused or failed to remove; its object
@@ -19,7 +18,6 @@ inline const QString deleteErrorKey = QStringLiteral("error");
 // The in-process notification of a version the daemon posted, under "helperVersion".
 inline const QString helperVersionUpdatedName = QStringLiteral("HelperVersionUpdated");
 inline const QString helperVersionKey = QStringLiteral("helperVersion");
-
 
 // The user's stored preferences. Stored data depends on these keys letter for letter, "Supression"
 // with one p included.

@@ -9,7 +9,7 @@
 #include "Platform/UserDefaults.h"
 #include "Platform/VolumeNames.h"
 #include "Platform/Workspace.h"
-#include "Shell/Display.h"
+#include "Shell/DisplayText.h"
 
 #include <QContextMenuEvent>
 #include <QEvent>

@@ -78,7 +78,7 @@ Befehle:
     </message>
 </context>
 <context>
-    <name>quillane::Display</name>
+    <name>quillane::DisplayText</name>
     <message numerus="yes">
         <source>%Ln byte(s)</source>
         <translation>

@@ -72,7 +72,7 @@ Commands:
     </message>
 </context>
 <context>
-    <name>quillane::Display</name>
+    <name>quillane::DisplayText</name>
     <message numerus="yes">
         <source>%Ln byte(s)</source>
         <translation>

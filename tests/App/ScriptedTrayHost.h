@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/BusNames.h"
 #include "Platform/tray/DBusMenuExporter.h"
 #include "Platform/tray/StatusNotifierItem.h"
 
@@ -131,9 +132,8 @@ public:
     ScriptedNotificationServer* startNotificationServer()
     {
         auto* server = new ScriptedNotificationServer(&m_notificationObject);
-        if (!panelSide.registerObject(QStringLiteral("/org/freedesktop/Notifications"),
-                                      &m_notificationObject) ||
-            !panelSide.registerService(QStringLiteral("org.freedesktop.Notifications")))
+        if (!panelSide.registerObject(BusNames::notificationsPath, &m_notificationObject) ||
+            !panelSide.registerService(BusNames::notificationsService))
             return nullptr;
         return server;
     }
@@ -154,9 +154,8 @@ public:
     QVariant property(const QString& service, const QString& path, const QString& interface,
                       const QString& name)
     {
-        const QDBusMessage reply =
-            callAndWait(service, path, QStringLiteral("org.freedesktop.DBus.Properties"),
-                        QStringLiteral("Get"), {interface, name});
+        const QDBusMessage reply = callAndWait(service, path, BusNames::propertiesInterface,
+                                               QStringLiteral("Get"), {interface, name});
         return reply.arguments().value(0).value<QDBusVariant>().variant();
     }
 
@@ -165,12 +164,11 @@ public:
     QList<QPair<int, QString>> menuOf(const QString& item)
     {
         registerDBusMenuTypes();
-        const auto path =
-            property(item, QStringLiteral("/StatusNotifierItem"),
-                     QStringLiteral("org.kde.StatusNotifierItem"), QStringLiteral("Menu"))
-                .value<QDBusObjectPath>()
-                .path();
-        const QDBusMessage reply = callAndWait(item, path, QStringLiteral("com.canonical.dbusmenu"),
+        const auto path = property(item, BusNames::statusNotifierItemPath,
+                                   BusNames::statusNotifierItemInterface, QStringLiteral("Menu"))
+                              .value<QDBusObjectPath>()
+                              .path();
+        const QDBusMessage reply = callAndWait(item, path, BusNames::menuInterface,
                                                QStringLiteral("GetLayout"), {0, -1, QStringList()});
         QList<QPair<int, QString>> entries;
         if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 2)
@@ -193,21 +191,19 @@ public:
         const QVariant data = QVariant::fromValue(QDBusVariant(0));
         if (grouped)
             return callAndWait(
-                item, StatusNotifierItem::menuPath, QStringLiteral("com.canonical.dbusmenu"),
+                item, StatusNotifierItem::menuPath, BusNames::menuInterface,
                 QStringLiteral("EventGroup"),
                 {QVariant::fromValue(DBusMenuEventList{{id, event, QDBusVariant(0), 0}})});
-        return callAndWait(item, StatusNotifierItem::menuPath,
-                           QStringLiteral("com.canonical.dbusmenu"), QStringLiteral("Event"),
-                           {id, event, data, uint(0)});
+        return callAndWait(item, StatusNotifierItem::menuPath, BusNames::menuInterface,
+                           QStringLiteral("Event"), {id, event, data, uint(0)});
     }
 
     // Calls a method of an item as the panel does, without waiting (both ends may live in
     // the test's own thread).
     void callItem(const QString& item, const QString& method, const QVariantList& arguments)
     {
-        QDBusMessage call =
-            QDBusMessage::createMethodCall(item, QStringLiteral("/StatusNotifierItem"),
-                                           QStringLiteral("org.kde.StatusNotifierItem"), method);
+        QDBusMessage call = QDBusMessage::createMethodCall(
+            item, BusNames::statusNotifierItemPath, BusNames::statusNotifierItemInterface, method);
         call.setArguments(arguments);
         panelSide.asyncCall(call);
     }

@@ -67,7 +67,7 @@ private Q_SLOTS:
         QVERIFY(bus.isUp());
         test::TestUser user(QString::fromStdString((root / "home").native()));
         QVERIFY(user.isValid());
-        test::PolkitAuthority polkit(bus, {{user.name(), approved}});
+        test::ScriptedPolkit polkit(bus, {{user.name(), approved}});
         QVERIFY2(polkit.isRunning(), qPrintable(polkit.error()));
         test::ChildProcess daemon;
         QVERIFY(test::startDaemon(daemon, bus, QStringLiteral(QUILLANE_DAEMON)));

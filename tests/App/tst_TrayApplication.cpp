@@ -8,6 +8,7 @@
 #include "App/TrayIcon.h"
 #include "App/WindowFrame.h"
 #include "Model/VolumeObserver.h"
+#include "Platform/BusNames.h"
 #include "Platform/VolumeNames.h"
 #include "Platform/linux/FreedesktopNotifier.h"
 #include "Platform/tray/StatusNotifierItem.h"
@@ -295,9 +296,9 @@ private Q_SLOTS:
         const QString item = watcher->registered().first();
         const auto property = [&](const char* name) {
             QDBusMessage get = QDBusMessage::createMethodCall(
-                item, QStringLiteral("/StatusNotifierItem"),
-                QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
-            get << QStringLiteral("org.kde.StatusNotifierItem") << QString::fromLatin1(name);
+                item, BusNames::statusNotifierItemPath, BusNames::propertiesInterface,
+                QStringLiteral("Get"));
+            get << BusNames::statusNotifierItemInterface << QString::fromLatin1(name);
             QDBusPendingCall call = panelSide.asyncCall(get);
             if (!QTest::qWaitFor([&] { return call.isFinished(); }))
                 return QVariant();
@@ -365,8 +366,8 @@ private Q_SLOTS:
                                                   {3, QStringLiteral("Set__up...")},
                                                   {4, QStringLiteral("Quit")}};
         QCOMPARE(bus.menuOf(item), expected);
-        QCOMPARE(bus.property(item, StatusNotifierItem::menuPath,
-                              QStringLiteral("com.canonical.dbusmenu"), QStringLiteral("Version"))
+        QCOMPARE(bus.property(item, StatusNotifierItem::menuPath, BusNames::menuInterface,
+                              QStringLiteral("Version"))
                      .toUInt(),
                  3u);
 
@@ -389,14 +390,14 @@ private Q_SLOTS:
         const QString item = watcher->registered().first();
         const auto iconName = [&] {
             return bus
-                .property(item, QStringLiteral("/StatusNotifierItem"),
-                          QStringLiteral("org.kde.StatusNotifierItem"), QStringLiteral("IconName"))
+                .property(item, BusNames::statusNotifierItemPath,
+                          BusNames::statusNotifierItemInterface, QStringLiteral("IconName"))
                 .toString();
         };
         QCOMPARE(iconName(), QStringLiteral("user-trash"));
         m_newIcons = 0;
-        QVERIFY(bus.panelSide.connect(item, QStringLiteral("/StatusNotifierItem"),
-                                      QStringLiteral("org.kde.StatusNotifierItem"),
+        QVERIFY(bus.panelSide.connect(item, BusNames::statusNotifierItemPath,
+                                      BusNames::statusNotifierItemInterface,
                                       QStringLiteral("NewIcon"), this, SLOT(countNewIcon())));
 
         tray.setPicture({QStringLiteral("user-trash-full"), QIcon(filled(Qt::blue))});

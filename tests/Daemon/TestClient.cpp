@@ -17,6 +17,7 @@
 #include "TestClient.h"
 
 #include "HelperClientAdaptor.h"
+#include "Platform/BusNames.h"
 #include "TrashHelperProxy.h"
 
 #include <QCoreApplication>
@@ -46,11 +47,11 @@ struct Connection {
     Connection(const QString& name, std::function<void()> answered)
         : bus(name == QString() ? QDBusConnection::systemBus()
                                 : QDBusConnection::connectToBus(QDBusConnection::SystemBus, name)),
-          reports(std::move(answered)), helper(QStringLiteral("com.velmoric.QuillaneDaemon"),
-                                               QStringLiteral("/com/velmoric/QuillaneDaemon"), bus)
+          reports(std::move(answered)),
+          helper(quillane::BusNames::daemonService, quillane::BusNames::daemonPath, bus)
     {
         new HelperClientAdaptor(&reports);
-        bus.registerObject(QStringLiteral("/com/velmoric/QuillaneClient"), &reports);
+        bus.registerObject(quillane::BusNames::clientPath, &reports);
     }
 
     QDBusConnection bus;

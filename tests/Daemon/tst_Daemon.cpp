@@ -1,4 +1,5 @@
 #include "DaemonTestSupport.h"
+#include "Platform/BusNames.h"
 #include "TestSupport.h"
 #include "Uninstallation.h"
 
@@ -101,12 +102,54 @@ private Q_SLOTS:
             chownTree(trash, m_user->uid(), m_user->gid());
         }
         chownTree(m_home, m_user->uid(), m_user->gid());
-        m_polkit = std::make_unique<test::PolkitAuthority>(
+        m_polkit = std::make_unique<test::ScriptedPolkit>(
             *m_bus, QList<test::PolkitRule>{{m_user->name(), true}});
         QVERIFY2(m_polkit->isRunning(), qPrintable(m_polkit->error()));
     }
 
     void cleanup() { m_polkit.reset(); }
+
+    // The files that the bus, systemd and polkit read name what the code calls.
+    void theSystemsFilesNameWhatTheCodeCalls_data()
+    {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<QString>("line");
+        const QString bus = QStringLiteral("dbus/") + BusNames::daemonService;
+        const QString actions = QStringLiteral("polkit/") + BusNames::polkitActionsFile;
+        const auto quoted = [](const QString& name) { return u'"' + name + u'"'; };
+        QTest::newRow("operations")
+            << bus + QStringLiteral(".TrashHelper.xml")
+            << QStringLiteral("<interface name=") + quoted(BusNames::trashHelperInterface);
+        QTest::newRow("reports") << bus + QStringLiteral(".HelperClient.xml")
+                                 << QStringLiteral("<interface name=") +
+                                        quoted(BusNames::helperClientInterface);
+        QTest::newRow("policy, owner")
+            << bus + QStringLiteral(".conf")
+            << QStringLiteral("<allow own=") + quoted(BusNames::daemonService);
+        QTest::newRow("policy, operations")
+            << bus + QStringLiteral(".conf")
+            << QStringLiteral("send_interface=") + quoted(BusNames::trashHelperInterface);
+        QTest::newRow("policy, reports")
+            << bus + QStringLiteral(".conf")
+            << QStringLiteral("send_interface=") + quoted(BusNames::helperClientInterface);
+        QTest::newRow("activation") << bus + QStringLiteral(".service.in")
+                                    << QStringLiteral("Name=") + BusNames::daemonService;
+        QTest::newRow("unit") << QStringLiteral("systemd/quillane-daemon.service.in")
+                              << QStringLiteral("BusName=") + BusNames::daemonService;
+        for (const QString& action :
+             {BusNames::deleteItemAction, BusNames::repairTrashAction, BusNames::uninstallAction})
+            QTest::newRow(qPrintable(action))
+                << actions << QStringLiteral("<action id=") + quoted(action);
+    }
+
+    void theSystemsFilesNameWhatTheCodeCalls()
+    {
+        QFETCH(QString, file);
+        QFETCH(QString, line);
+        QFile source(QStringLiteral(QUILLANE_DAEMON_SOURCE_DIR "/") + file);
+        QVERIFY2(source.open(QIODevice::ReadOnly), qPrintable(source.fileName()));
+        QVERIFY2(QString::fromUtf8(source.readAll()).contains(line), qPrintable(line));
+    }
 
     // The case the daemon exists for: folders of root's, read-only, inside the user's trash.
     void removesWhatTheUserCannot_data()
@@ -281,7 +324,7 @@ private Q_SLOTS:
             break;
         }
         m_polkit.reset();
-        m_polkit = std::make_unique<test::PolkitAuthority>(
+        m_polkit = std::make_unique<test::ScriptedPolkit>(
             *m_bus, QList<test::PolkitRule>{{m_user->name(), polkitAllows},
                                             {QStringLiteral("nobody"), true}});
 
@@ -320,10 +363,10 @@ private Q_SLOTS:
         chownTree(homeTrash() / "info", m_user->uid(), m_user->gid());
         QVERIFY(chmod((files / "locked").c_str(), 0555) == 0); // root's: beyond the user
         m_polkit.reset();
-        m_polkit = std::make_unique<test::PolkitAuthority>(
+        m_polkit = std::make_unique<test::ScriptedPolkit>(
             *m_bus, QList<test::PolkitRule>{{m_user->name(), polkitAllows}});
         QVERIFY(m_polkit->isRunning());
-        const QString action = QStringLiteral("com.velmoric.quillane.delete-item");
+        const QString action = BusNames::deleteItemAction;
         const int questionsBefore = m_polkit->questions(action);
 
         // Refused before polkit is asked (outside the trash), and by the removal (not there).
@@ -418,7 +461,7 @@ private Q_SLOTS:
             break;
         }
         m_polkit.reset();
-        m_polkit = std::make_unique<test::PolkitAuthority>(
+        m_polkit = std::make_unique<test::ScriptedPolkit>(
             *m_bus, QList<test::PolkitRule>{{m_user->name(), layout != 4}});
         QVERIFY(m_polkit->isRunning());
         const QStringList before = snapshot(m_home) + snapshot(elsewhere);
@@ -465,11 +508,10 @@ private Q_SLOTS:
         QFETCH(int, connections);
         QFETCH(char, kind);
         m_polkit.reset();
-        m_polkit = std::make_unique<test::PolkitAuthority>(
-            *m_bus, QList<test::PolkitRule>{
-                        {m_user->name(), false, QStringLiteral("com.velmoric.quillane.uninstall")},
-                        {m_user->name(), true},
-                        {QStringLiteral("nobody"), true}});
+        m_polkit = std::make_unique<test::ScriptedPolkit>(
+            *m_bus, QList<test::PolkitRule>{{m_user->name(), false, BusNames::uninstallAction},
+                                            {m_user->name(), true},
+                                            {QStringLiteral("nobody"), true}});
         QVERIFY(m_polkit->isRunning());
 
         // The flood's trash is on a volume in memory, where a large tree is quick to make.
@@ -707,7 +749,7 @@ private:
     fs::path m_stage;
     std::unique_ptr<test::SystemBus> m_bus;
     std::unique_ptr<test::TestUser> m_user;
-    std::unique_ptr<test::PolkitAuthority> m_polkit;
+    std::unique_ptr<test::ScriptedPolkit> m_polkit;
     std::unique_ptr<test::ChildProcess> m_daemon;
 };
 

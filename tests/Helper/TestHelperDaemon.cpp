@@ -1,6 +1,7 @@
 #include "TestHelperDaemon.h"
 
 #include "HelperClientProxy.h"
+#include "Platform/BusNames.h"
 #include "TrashHelperAdaptor.h"
 
 #include <QCommandLineParser>
@@ -20,7 +21,7 @@ void record(const char* call)
 
 HelperClientProxy callerOf(const QDBusMessage& message)
 {
-    return HelperClientProxy(message.service(), QStringLiteral("/com/velmoric/QuillaneClient"),
+    return HelperClientProxy(message.service(), quillane::BusNames::clientPath,
                              QDBusConnection::systemBus());
 }
 
@@ -112,8 +113,8 @@ int main(int argc, char* argv[])
          optional(error), parser.isSet(exitOnDelete), optional(post), parser.isSet(noBatches)});
     new TrashHelperAdaptor(daemon);
     QDBusConnection bus = QDBusConnection::systemBus();
-    if (!bus.registerObject(QStringLiteral("/com/velmoric/QuillaneDaemon"), daemon) ||
-        !bus.registerService(QStringLiteral("com.velmoric.QuillaneDaemon"))) {
+    if (!bus.registerObject(quillane::BusNames::daemonPath, daemon) ||
+        !bus.registerService(quillane::BusNames::daemonService)) {
         std::fprintf(stderr, "test helper: cannot serve on the bus\n");
         return 1;
     }

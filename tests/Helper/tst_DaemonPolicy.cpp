@@ -1,3 +1,4 @@
+#include "Platform/BusNames.h"
 #include "TestSupport.h"
 
 #include <QDBusConnection>
@@ -57,10 +58,10 @@ private Q_SLOTS:
             QStringLiteral("setpriv"),
             unprivileged(
                 {QStringLiteral("gdbus"), QStringLiteral("call"), QStringLiteral("--address"),
-                 m_address, QStringLiteral("--dest"), QStringLiteral("com.velmoric.QuillaneDaemon"),
-                 QStringLiteral("--object-path"), QStringLiteral("/com/velmoric/QuillaneDaemon"),
+                 m_address, QStringLiteral("--dest"), quillane::BusNames::daemonService,
+                 QStringLiteral("--object-path"), quillane::BusNames::daemonPath,
                  QStringLiteral("--method"),
-                 QStringLiteral("com.velmoric.QuillaneDaemon.TrashHelper.versionWithReply")}),
+                 quillane::BusNames::trashHelperInterface + QStringLiteral(".versionWithReply")}),
             &output));
         QVERIFY2(output.contains(QStringLiteral("['9']")), qPrintable(output));
     }
@@ -72,7 +73,7 @@ private Q_SLOTS:
         QTest::addColumn<bool>("asRoot");
         QTest::addColumn<QString>("method");
         QTest::addColumn<bool>("delivered");
-        const QString client = QStringLiteral("com.velmoric.QuillaneDaemon.HelperClient.");
+        const QString client = quillane::BusNames::helperClientInterface + u'.';
         QTest::newRow("root, a callback") << true << client + QStringLiteral("postVersion") << true;
         QTest::newRow("root, anything else")
             << true << QStringLiteral("org.freedesktop.DBus.Peer.Ping") << false;
@@ -88,12 +89,11 @@ private Q_SLOTS:
 
         QDBusConnection client = QDBusConnection::connectToBus(m_address, QStringLiteral("client"));
         QVERIFY(client.isConnected());
-        QStringList call = {
-            QStringLiteral("gdbus"),         QStringLiteral("call"),
-            QStringLiteral("--address"),     m_address,
-            QStringLiteral("--dest"),        client.baseService(),
-            QStringLiteral("--object-path"), QStringLiteral("/com/velmoric/QuillaneClient"),
-            QStringLiteral("--method"),      method};
+        QStringList call = {QStringLiteral("gdbus"),         QStringLiteral("call"),
+                            QStringLiteral("--address"),     m_address,
+                            QStringLiteral("--dest"),        client.baseService(),
+                            QStringLiteral("--object-path"), quillane::BusNames::clientPath,
+                            QStringLiteral("--method"),      method};
         if (method.endsWith(QStringLiteral("postVersion")))
             call << QStringLiteral("['3']");
         QProcess caller;

@@ -1,4 +1,5 @@
 #include "HelperHarness.h"
+#include "Platform/BusNames.h"
 #include "Platform/Constant.h"
 #include "Platform/NotificationCenter.h"
 #include "Platform/SystemLog.h"
@@ -50,7 +51,7 @@ public Q_SLOTS:
         ++calls;
         interactive = message().isInteractiveAuthorizationAllowed();
         if (!failure.isEmpty())
-            sendErrorReply(QStringLiteral("com.velmoric.QuillaneDaemon.Error.NotAuthorized"),
+            sendErrorReply(BusNames::daemonService + QStringLiteral(".Error.NotAuthorized"),
                            failure);
         return answer;
     }
@@ -300,7 +301,7 @@ private Q_SLOTS:
         RepairingDaemon daemon;
         daemon.answer = answer;
         daemon.failure = failure;
-        QVERIFY(daemonBus.registerObject(Constant::helperObjectPath, &daemon,
+        QVERIFY(daemonBus.registerObject(BusNames::daemonPath, &daemon,
                                          QDBusConnection::ExportScriptableSlots));
         QVERIFY(daemonBus.registerService(Constant::helperMachLabel));
 

@@ -5,8 +5,11 @@
 # there), and the manifest the daemon's uninstall operation reads.
 #
 # usage: check-install.sh CMAKE BUILD_DIR SOURCE_DIR DAEMON_BUILT LIBEXECDIR DATADIR UNIT_DIR
+# with the daemon's bus name and polkit actions file in QUILLANE_DAEMON_BUS_NAME and
+# QUILLANE_POLKIT_ACTIONS_FILE.
 set -eu
 cmake=$1 build=$2 source=$3 daemon_built=$4 libexec=$5 data=$6 units=$7
+bus_name=${QUILLANE_DAEMON_BUS_NAME:?} actions=${QUILLANE_POLKIT_ACTIONS_FILE:?}
 
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
@@ -51,10 +54,10 @@ check() {
     if [ "$daemon_built" = 1 ]; then
         [ -x "$stage$daemon" ] || fail "no $daemon"
     fi
-    cmp "$source/daemon/dbus/com.velmoric.QuillaneDaemon.conf" \
-        "$stage$dbus/system.d/com.velmoric.QuillaneDaemon.conf" || fail "bus policy"
-    cmp "$source/daemon/polkit/com.velmoric.quillane.policy" \
-        "$stage$(full "$prefix" "$data")/polkit-1/actions/com.velmoric.quillane.policy" ||
+    cmp "$source/daemon/dbus/$bus_name.conf" "$stage$dbus/system.d/$bus_name.conf" ||
+        fail "bus policy"
+    cmp "$source/daemon/polkit/$actions" \
+        "$stage$(full "$prefix" "$data")/polkit-1/actions/$actions" ||
         fail "polkit actions"
 
     grep -qx "ExecStart=$daemon --application $prefix/bin/quillane" \
@@ -72,8 +75,8 @@ check() {
     fi
     # The bus asks systemd for the unit itself, which needs no enabling, and a bus without
     # systemd runs the unit's own command line.
-    activation=$stage$dbus/system-services/com.velmoric.QuillaneDaemon.service
-    grep -qx "Name=com.velmoric.QuillaneDaemon" "$activation" || fail "activation file"
+    activation=$stage$dbus/system-services/$bus_name.service
+    grep -qx "Name=$bus_name" "$activation" || fail "activation file"
     grep -qx "SystemdService=${unit##*/}" "$activation" ||
         fail "the activation file does not name the unit ${unit##*/}"
     grep -qx "Exec=$daemon --application $prefix/bin/quillane" "$activation" ||

@@ -1,3 +1,4 @@
+#include "Platform/BusNames.h"
 #include "Platform/FileSystem.h"
 #include "Platform/linux/DiskLabels.h"
 #include "Platform/linux/MountInfoWatcher.h"
@@ -439,14 +440,14 @@ private Q_SLOTS:
             FakeBlock bare{QString()};
             QDBusConnection connection =
                 QDBusConnection::connectToBus(address, QStringLiteral("udisks"));
-            const QString devices = QStringLiteral("/org/freedesktop/UDisks2/block_devices/");
+            const QString devices = BusNames::udisksBlockDevicesPath;
             connection.registerObject(devices + QStringLiteral("sdb1"), &stick,
                                       QDBusConnection::ExportAllProperties);
             connection.registerObject(devices + QStringLiteral("dm_2d0"), &mapped,
                                       QDBusConnection::ExportAllProperties);
             connection.registerObject(devices + QStringLiteral("sdc1"), &bare,
                                       QDBusConnection::ExportAllProperties);
-            connection.registerService(QStringLiteral("org.freedesktop.UDisks2"));
+            connection.registerService(BusNames::udisksService);
             ready.count_down();
             QEventLoop().exec();
             QDBusConnection::disconnectFromBus(QStringLiteral("udisks"));

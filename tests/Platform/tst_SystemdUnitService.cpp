@@ -1,3 +1,4 @@
+#include "Platform/BusNames.h"
 #include "Platform/linux/SystemdUnitService.h"
 
 #include <QDBusConnection>
@@ -21,7 +22,7 @@ using namespace quillane;
 namespace
 {
 
-const QString systemd = QStringLiteral("org.freedesktop.systemd1");
+const QString systemd = BusNames::systemdService;
 
 // What the fake manager answers and what it was asked. The test sets and reads it between calls;
 // each call's message passing orders those accesses.
@@ -90,7 +91,7 @@ private Q_SLOTS:
         m_managerThread.reset(QThread::create([this, &ready] {
             FakeManager manager(m_script);
             QDBusConnection::connectToBus(m_address, QStringLiteral("manager"))
-                .registerObject(QStringLiteral("/org/freedesktop/systemd1"), &manager,
+                .registerObject(BusNames::systemdPath, &manager,
                                 QDBusConnection::ExportScriptableSlots);
             ready.count_down();
             QEventLoop().exec();
@@ -232,11 +233,12 @@ private:
     // The files an installation to /usr puts where the system reads them.
     static QStringList installation()
     {
-        return {
-            QStringLiteral("usr/share/dbus-1/system-services/com.velmoric.QuillaneDaemon.service"),
-            QStringLiteral("usr/share/dbus-1/system.d/com.velmoric.QuillaneDaemon.conf"),
-            QStringLiteral("usr/share/polkit-1/actions/com.velmoric.quillane.policy"),
-            QStringLiteral("lib/systemd/system/quillane-daemon.service")};
+        return {QStringLiteral("usr/share/dbus-1/system-services/") + BusNames::daemonService +
+                    QStringLiteral(".service"),
+                QStringLiteral("usr/share/dbus-1/system.d/") + BusNames::daemonService +
+                    QStringLiteral(".conf"),
+                QStringLiteral("usr/share/polkit-1/actions/") + BusNames::polkitActionsFile,
+                QStringLiteral("lib/systemd/system/quillane-daemon.service")};
     }
     static void install(const QString& root, const QStringList& files,
                         const QString& unit = QStringLiteral("quillane-daemon.service"))
@@ -247,9 +249,8 @@ private:
             QFile out(path);
             QVERIFY(out.open(QIODevice::WriteOnly));
             if (file.contains(u"system-services"))
-                out.write("[D-BUS Service]\nName=com.velmoric.QuillaneDaemon\nExec=/bin/false\n"
-                          "User=root\nSystemdService=" +
-                          unit.toUtf8() + "\n");
+                out.write("[D-BUS Service]\nName=" + BusNames::daemonService.toUtf8() +
+                          "\nExec=/bin/false\nUser=root\nSystemdService=" + unit.toUtf8() + "\n");
         }
     }
 };

@@ -1,8 +1,8 @@
 #include "StagedScene.h"
 
+#include "App/HelperLink.h"
 #include "Helper/XPCClient.h"
 #include "Platform/TrashItems.h"
-#include "Shell/HelperLink.h"
 #include "Shell/Updater.h"
 
 #include <QApplication>

@@ -1,5 +1,7 @@
 #include "FreedesktopNotifier.h"
 
+#include "Platform/BusNames.h"
+
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDebug>
@@ -28,10 +30,9 @@ void FreedesktopNotifier::notify(const DesktopNotification& notification)
         qDebug("No notification shown: there is no session bus");
         return;
     }
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.Notifications"),
-        QStringLiteral("/org/freedesktop/Notifications"),
-        QStringLiteral("org.freedesktop.Notifications"), QStringLiteral("Notify"));
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(BusNames::notificationsService, BusNames::notificationsPath,
+                                       BusNames::notificationsInterface, QStringLiteral("Notify"));
     // The desktop entry lets the server group our notifications under the application.
     const QVariantMap hints{
         {QStringLiteral("desktop-entry"), QStringLiteral("com.velmoric.Quillane")}};

@@ -1,5 +1,7 @@
 #include "PackageKitManager.h"
 
+#include "Platform/BusNames.h"
+
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
@@ -14,8 +16,8 @@ namespace quillane
 namespace
 {
 
-const QString service = QStringLiteral("org.freedesktop.PackageKit");
-const QString transactionInterface = QStringLiteral("org.freedesktop.PackageKit.Transaction");
+const QString service = BusNames::packageKitService;
+const QString transactionInterface = BusNames::packageKitTransactionInterface;
 constexpr qulonglong installedOnly = 1ULL << 2; // PK_FILTER_ENUM_INSTALLED
 constexpr uint exitSuccess = 1;                 // PK_EXIT_ENUM_SUCCESS
 // An administrator may take minutes to answer; removing takes some more.
@@ -99,9 +101,8 @@ void PackageKitManager::removePackage(const QString& name, std::function<void(Re
     // A transaction's steps go one after the other; each is started by the last one's end.
     const auto newTransaction = [this](std::function<void(Transaction*)> use,
                                        std::function<void(Result<bool>)> failed) {
-        const QDBusMessage call =
-            QDBusMessage::createMethodCall(service, QStringLiteral("/org/freedesktop/PackageKit"),
-                                           service, QStringLiteral("CreateTransaction"));
+        const QDBusMessage call = QDBusMessage::createMethodCall(
+            service, BusNames::packageKitPath, service, QStringLiteral("CreateTransaction"));
         auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call), this);
         connect(watcher, &QDBusPendingCallWatcher::finished, this,
                 [this, watcher, use = std::move(use), failed = std::move(failed)] {

@@ -1,5 +1,6 @@
 #include "SystemdUnitService.h"
 
+#include "Platform/BusNames.h"
 #include "Platform/Constant.h"
 
 #include <QDBusMessage>
@@ -18,7 +19,7 @@ namespace
 constexpr int queryTimeout = 3'000;
 
 const QString defaultUnit = QStringLiteral("quillane-daemon.service");
-const std::string policyFile = "com.velmoric.quillane.policy";
+const std::string policyFile = BusNames::polkitActionsFile.toStdString();
 
 bool isFile(const std::filesystem::path& path)
 {
@@ -88,8 +89,8 @@ int SystemdUnitService::status() const
         return NotFound;
 
     QDBusMessage call = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.systemd1"), QStringLiteral("/org/freedesktop/systemd1"),
-        QStringLiteral("org.freedesktop.systemd1.Manager"), QStringLiteral("GetUnitFileState"));
+        BusNames::systemdService, BusNames::systemdPath, BusNames::systemdManagerInterface,
+        QStringLiteral("GetUnitFileState"));
     call.setArguments({*unit});
     // Only reads: never lets polkit ask anyone anything.
     call.setInteractiveAuthorizationAllowed(false);

@@ -1,5 +1,7 @@
 #include "UDisksLabels.h"
 
+#include "Platform/BusNames.h"
+
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusVariant>
@@ -12,7 +14,7 @@ namespace quillane
 namespace
 {
 
-const QString service = QStringLiteral("org.freedesktop.UDisks2");
+const QString service = BusNames::udisksService;
 constexpr int answerTimeoutMs = 1000;
 
 } // namespace
@@ -53,10 +55,10 @@ std::optional<std::string> UDisksLabels::label(dev_t device) const
 
     QDBusMessage get = QDBusMessage::createMethodCall(
         service,
-        QStringLiteral("/org/freedesktop/UDisks2/block_devices/") +
+        BusNames::udisksBlockDevicesPath +
             QString::fromStdString(objectPathPart(link.filename().native())),
-        QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
-    get << QStringLiteral("org.freedesktop.UDisks2.Block") << QStringLiteral("IdLabel");
+        BusNames::propertiesInterface, QStringLiteral("Get"));
+    get << BusNames::udisksBlockInterface << QStringLiteral("IdLabel");
     const QDBusMessage reply = m_bus.call(get, QDBus::Block, answerTimeoutMs);
     if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
         return std::nullopt;

@@ -1,6 +1,7 @@
 #include "StatusNotifierItem.h"
 
 #include "DBusMenuExporter.h"
+#include "Platform/BusNames.h"
 
 #include <QCoreApplication>
 #include <QDBusAbstractAdaptor>
@@ -19,17 +20,16 @@
 namespace quillane
 {
 
-const QString StatusNotifierItem::menuPath = QStringLiteral("/MenuBar");
-const QString StatusNotifierHostWatcher::watcherService =
-    QStringLiteral("org.kde.StatusNotifierWatcher");
-const QString StatusNotifierHostWatcher::watcherPath = QStringLiteral("/StatusNotifierWatcher");
+const QString StatusNotifierItem::menuPath = BusNames::menuPath;
+const QString StatusNotifierHostWatcher::watcherService = BusNames::statusNotifierWatcherService;
+const QString StatusNotifierHostWatcher::watcherPath = BusNames::statusNotifierWatcherPath;
 const QString StatusNotifierHostWatcher::watcherInterface =
-    QStringLiteral("org.kde.StatusNotifierWatcher");
+    BusNames::statusNotifierWatcherInterface;
 
 namespace
 {
 
-const QString itemPath = QStringLiteral("/StatusNotifierItem");
+const QString itemPath = BusNames::statusNotifierItemPath;
 constexpr int replyTimeoutMs = 3000;
 
 void registerTypes()
@@ -175,9 +175,9 @@ StatusNotifierItem::StatusNotifierItem(QDBusConnection bus, QString id, QString 
     registerTypes();
     new StatusNotifierItemAdaptor(this); // owned by this object
     static std::atomic<int> instances = 0;
-    m_serviceName = QStringLiteral("org.kde.StatusNotifierItem-%1-%2")
-                        .arg(QCoreApplication::applicationPid())
-                        .arg(++instances);
+    m_serviceName =
+        BusNames::statusNotifierItemServicePattern.arg(QCoreApplication::applicationPid())
+            .arg(++instances);
 }
 
 StatusNotifierItem::~StatusNotifierItem()
@@ -264,8 +264,7 @@ StatusNotifierHostWatcher::StatusNotifierHostWatcher(QDBusConnection bus, QObjec
 QDBusMessage StatusNotifierHostWatcher::hostQuestion()
 {
     QDBusMessage get = QDBusMessage::createMethodCall(
-        watcherService, watcherPath, QStringLiteral("org.freedesktop.DBus.Properties"),
-        QStringLiteral("Get"));
+        watcherService, watcherPath, BusNames::propertiesInterface, QStringLiteral("Get"));
     get << watcherInterface << QStringLiteral("IsStatusNotifierHostRegistered");
     return get;
 }

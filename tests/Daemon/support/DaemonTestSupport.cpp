@@ -1,5 +1,6 @@
 #include "DaemonTestSupport.h"
 
+#include "Platform/BusNames.h"
 #include "TestSupport.h"
 
 #include <QDBusConnectionInterface>
@@ -40,7 +41,7 @@ QString rulesScript(const QList<PolkitRule>& rules)
         if (!rule.user.isEmpty())
             conditions << QStringLiteral("subject.user == \"%1\"").arg(rule.user);
         const QStringList ids =
-            rule.action.isEmpty() ? PolkitAuthority::actions : QStringList{rule.action};
+            rule.action.isEmpty() ? ScriptedPolkit::actions : QStringList{rule.action};
         conditions << QStringLiteral("[\"%1\"].indexOf(action.id) >= 0")
                           .arg(ids.join(QStringLiteral("\", \"")));
         script += QStringLiteral("    if (%1)\n        return polkit.Result.%2;\n")
@@ -128,12 +129,10 @@ QString SystemBus::waitForConnectionOf(qint64 pid, int timeoutMs) const
     return connected ? found : QString();
 }
 
-const QString PolkitAuthority::serviceName = QStringLiteral("org.freedesktop.PolicyKit1");
-const QStringList PolkitAuthority::actions = {QStringLiteral("com.velmoric.quillane.delete-item"),
-                                              QStringLiteral("com.velmoric.quillane.repair-trash"),
-                                              QStringLiteral("com.velmoric.quillane.uninstall")};
+const QStringList ScriptedPolkit::actions = {
+    BusNames::deleteItemAction, BusNames::repairTrashAction, BusNames::uninstallAction};
 
-PolkitAuthority::PolkitAuthority(const SystemBus& bus, const QList<PolkitRule>& rules) : m_bus(bus)
+ScriptedPolkit::ScriptedPolkit(const SystemBus& bus, const QList<PolkitRule>& rules) : m_bus(bus)
 {
     // Bind mounts outside a private namespace would change the machine's own polkit.
     if (!canMount()) {
@@ -156,7 +155,7 @@ PolkitAuthority::PolkitAuthority(const SystemBus& bus, const QList<PolkitRule>& 
     }
     QFile actionSource(QStringLiteral(QUILLANE_POLKIT_ACTIONS));
     if (!actionSource.open(QIODevice::ReadOnly) ||
-        !writeReadable(actionsFolder + QStringLiteral("/com.velmoric.quillane.policy"),
+        !writeReadable(actionsFolder + u'/' + BusNames::polkitActionsFile,
                        actionSource.readAll()) ||
         !writeReadable(rulesFolder + QStringLiteral("/50-quillane-test.rules"),
                        rulesScript(rules).toUtf8())) {
@@ -175,18 +174,21 @@ PolkitAuthority::PolkitAuthority(const SystemBus& bus, const QList<PolkitRule>& 
     m_polkitd.setStandardErrorFile(logFile(), QIODevice::Append);
     m_polkitd.start(polkitd);
     const bool settled = QTest::qWaitFor(
-        [&] { return m_polkitd.state() == QProcess::NotRunning || bus.hasOwner(serviceName); },
+        [&] {
+            return m_polkitd.state() == QProcess::NotRunning ||
+                   bus.hasOwner(BusNames::polkitService);
+        },
         startTimeoutMs);
-    if (!settled || !bus.hasOwner(serviceName))
+    if (!settled || !bus.hasOwner(BusNames::polkitService))
         m_error = QStringLiteral("polkitd did not take its name: ") + logFile();
 }
 
-QString PolkitAuthority::logFile() const
+QString ScriptedPolkit::logFile() const
 {
     return m_dir.filePath(QStringLiteral("polkitd.log"));
 }
 
-int PolkitAuthority::questions(const QString& action) const
+int ScriptedPolkit::questions(const QString& action) const
 {
     QFile log(logFile());
     if (!log.open(QIODevice::ReadOnly))
@@ -195,20 +197,21 @@ int PolkitAuthority::questions(const QString& action) const
         log.readAll().count(QStringLiteral("quillane-test question %1").arg(action).toUtf8()));
 }
 
-PolkitAuthority::~PolkitAuthority()
+ScriptedPolkit::~ScriptedPolkit()
 {
     if (m_polkitd.state() != QProcess::NotRunning) {
         m_polkitd.kill();
         m_polkitd.waitForFinished();
         // The next authority on this bus must not mistake this one's name for its own.
-        if (!QTest::qWaitFor([&] { return !m_bus.hasOwner(serviceName); }, startTimeoutMs))
+        if (!QTest::qWaitFor([&] { return !m_bus.hasOwner(BusNames::polkitService); },
+                             startTimeoutMs))
             qWarning("polkitd's name outlived it");
     }
     for (auto target = m_mounted.crbegin(); target != m_mounted.crend(); ++target)
         ::umount2(QFile::encodeName(*target).constData(), MNT_DETACH);
 }
 
-bool PolkitAuthority::bind(const QString& folder, const QString& target)
+bool ScriptedPolkit::bind(const QString& folder, const QString& target)
 {
     if (::mount(QFile::encodeName(folder).constData(), QFile::encodeName(target).constData(),
                 nullptr, MS_BIND, nullptr) != 0) {
@@ -286,8 +289,7 @@ bool startDaemon(ChildProcess& daemon, const SystemBus& bus, const QString& prog
     daemon.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     daemon.start(program, arguments);
     return daemon.waitForStarted() &&
-           QTest::qWaitFor(
-               [&] { return bus.hasOwner(QStringLiteral("com.velmoric.QuillaneDaemon")); }, 10000);
+           QTest::qWaitFor([&] { return bus.hasOwner(BusNames::daemonService); }, 10000);
 }
 
 } // namespace quillane::test

@@ -75,16 +75,16 @@ struct PolkitRule {
 // private mount namespace only, by folders holding the daemon's action file
 // (daemon/polkit) and a rules file made from the given rules: the first rule that matches
 // answers, and where none does the action's defaults apply.
-class PolkitAuthority
+class ScriptedPolkit
 {
 public:
-    static const QString serviceName;
+    // The daemon's actions, each of which a rule without an action answers.
     static const QStringList actions;
 
-    PolkitAuthority(const SystemBus& bus, const QList<PolkitRule>& rules);
-    ~PolkitAuthority();
-    PolkitAuthority(const PolkitAuthority&) = delete;
-    PolkitAuthority& operator=(const PolkitAuthority&) = delete;
+    ScriptedPolkit(const SystemBus& bus, const QList<PolkitRule>& rules);
+    ~ScriptedPolkit();
+    ScriptedPolkit(const ScriptedPolkit&) = delete;
+    ScriptedPolkit& operator=(const ScriptedPolkit&) = delete;
 
     // Whether polkitd owns its name on the bus; error() says why not.
     bool isRunning() const { return m_error.isEmpty(); }

@@ -1,4 +1,5 @@
 #include "DaemonTestSupport.h"
+#include "Platform/BusNames.h"
 #include "TestSupport.h"
 
 #include <QDBusArgument>
@@ -9,12 +10,13 @@
 #include <memory>
 
 using namespace quillane::test;
+namespace BusNames = quillane::BusNames;
 
 Q_DECLARE_METATYPE(QList<PolkitRule>)
 
 // The real polkitd on a private bus answers for a client by the rules a test gives it, asked
 // the way the daemon asks: for the client's bus name, which polkit resolves to its user.
-class TestPolkitAuthority : public QObject
+class TestScriptedPolkit : public QObject
 {
     Q_OBJECT
 
@@ -41,8 +43,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("action");
         QTest::addColumn<bool>("authorized");
 
-        const QString deleteItem = PolkitAuthority::actions[0];
-        const QString uninstall = PolkitAuthority::actions[1];
+        const QString deleteItem = BusNames::deleteItemAction;
+        const QString uninstall = BusNames::uninstallAction;
         const QString user = TestUser::defaultName;
         const QString nobody = QStringLiteral("nobody");
         const QList<PolkitRule> yes = {{user, true}};
@@ -67,7 +69,7 @@ private Q_SLOTS:
         QFETCH(QString, action);
         QFETCH(bool, authorized);
 
-        PolkitAuthority authority(*m_bus, rules);
+        ScriptedPolkit authority(*m_bus, rules);
         QVERIFY2(authority.isRunning(), qPrintable(authority.error()));
 
         // A client that stays connected until it is killed.
@@ -94,10 +96,10 @@ private Q_SLOTS:
     void endsWithTheFixture()
     {
         {
-            PolkitAuthority authority(*m_bus, {});
+            ScriptedPolkit authority(*m_bus, {});
             QVERIFY2(authority.isRunning(), qPrintable(authority.error()));
         }
-        QVERIFY(!m_bus->hasOwner(PolkitAuthority::serviceName));
+        QVERIFY(!m_bus->hasOwner(BusNames::polkitService));
     }
 
 private:
@@ -113,8 +115,7 @@ private:
         details.beginMap(QMetaType::fromType<QString>(), QMetaType::fromType<QString>());
         details.endMap();
         QDBusMessage call = QDBusMessage::createMethodCall(
-            PolkitAuthority::serviceName, QStringLiteral("/org/freedesktop/PolicyKit1/Authority"),
-            QStringLiteral("org.freedesktop.PolicyKit1.Authority"),
+            BusNames::polkitService, BusNames::polkitPath, BusNames::polkitInterface,
             QStringLiteral("CheckAuthorization"));
         constexpr uint allowUserInteraction = 1;
         call << QVariant::fromValue(subject) << action << QVariant::fromValue(details)
@@ -128,5 +129,5 @@ private:
     std::unique_ptr<TestUser> m_nobody;
 };
 
-QTEST_GUILESS_MAIN(TestPolkitAuthority)
-#include "tst_PolkitAuthority.moc"
+QTEST_GUILESS_MAIN(TestScriptedPolkit)
+#include "tst_ScriptedPolkit.moc"

@@ -1,4 +1,4 @@
-#include "Display.h"
+#include "DisplayText.h"
 
 #include "Platform/FileSystem.h"
 
@@ -14,7 +14,7 @@ QString formatByteCount(std::uint64_t bytes)
 {
     if (bytes < 1000) {
         const int count = static_cast<int>(bytes);
-        return QCoreApplication::translate("quillane::Display", "%Ln byte(s)", nullptr, count);
+        return QCoreApplication::translate("quillane::DisplayText", "%Ln byte(s)", nullptr, count);
     }
     // Qt picks the unit by the exact value and rounds after: 999,950 bytes would read
     // "1000.0 kB". Rounded first, it reads "1.0 MB", the size of the next unit's first step.
