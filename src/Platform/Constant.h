@@ -20,7 +20,6 @@ inline const QString deleteErrorKey = QStringLiteral("error");
 inline const QString helperVersionUpdatedName = QStringLiteral("HelperVersionUpdated");
 inline const QString helperVersionKey = QStringLiteral("helperVersion");
 
-
 // The user's stored preferences. Stored data depends on these keys letter for letter, "Supression"
 // with one p included.
 inline const QString deleteCheckSupressionKey = QStringLiteral("DeleteCheckSupression");
