@@ -3,13 +3,13 @@
 #include <QString>
 #include <QVariant>
 #include <QVariantMap>
-
 #include <cstdint>
 #include <functional>
 #include <mutex>
 #include <vector>
 
-namespace quillane {
+namespace quillane
+{
 
 struct Notification {
     QString name;
@@ -19,7 +19,8 @@ struct Notification {
 
 // In-process notifications by name. post() calls every observer of that name at once, on the
 // posting thread; observers that need the main thread hop there themselves.
-class NotificationCenter {
+class NotificationCenter
+{
 public:
     using Observer = std::function<void(const Notification&)>;
     using Token = std::uint64_t;

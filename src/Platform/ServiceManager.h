@@ -4,11 +4,13 @@
 
 #include <memory>
 
-namespace quillane {
+namespace quillane
+{
 
 // The service manager's view of one registration: the privileged daemon's system service, or
 // the application's own start at login.
-class ServiceHandle {
+class ServiceHandle
+{
 public:
     // The four states a registration can be in. Other raw values may come from a newer
     // service manager and are kept as they are.
@@ -23,7 +25,8 @@ public:
 };
 
 // Opens the desktop's own settings for what starts at login.
-class LoginItemsSettings {
+class LoginItemsSettings
+{
 public:
     virtual ~LoginItemsSettings() = default;
     virtual void open() = 0;

@@ -3,11 +3,13 @@
 #include <functional>
 #include <string_view>
 
-namespace quillane {
+namespace quillane
+{
 
 // The system log (the journal, through syslog): connection events and daemon reports. Like
 // Console, one process-wide sink that tests swap to read what was logged.
-class SystemLog {
+class SystemLog
+{
 public:
     using Sink = std::function<void(std::string_view line)>;
 
