@@ -16,7 +16,7 @@
 #include "Platform/UserDefaults.h"
 #include "Platform/linux/CommandSoundPlayer.h"
 #include "Platform/linux/LinuxPlatform.h"
-#include "Shell/DisplayText.h"
+#include "Platform/DisplayText.h"
 #include "Shell/MainThreadStallMeter.h"
 
 #include <QCoreApplication>

@@ -2,7 +2,7 @@
 
 #include "Model/VolumeObserver.h"
 #include "Platform/linux/LinuxPlatform.h"
-#include "Shell/DisplayText.h"
+#include "Platform/DisplayText.h"
 
 #include <QCoreApplication>
 #include <QFutureWatcher>

@@ -15,7 +15,7 @@
 #include "Platform/linux/FreedesktopNotifier.h"
 #include "Platform/linux/PackageOrigin.h"
 #include "Shell/Debug.h"
-#include "Shell/DisplayText.h"
+#include "Platform/DisplayText.h"
 #include "Shell/TerminationHelper.h"
 #include "Shell/Updater.h"
 #include "Views/MenuView.h"

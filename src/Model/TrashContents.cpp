@@ -1,6 +1,7 @@
 #include "TrashContents.h"
 
 #include "FolderMonitor.h"
+#include "Platform/DisplayText.h"
 #include "Platform/FileSystem.h"
 #include "Platform/Scheduler.h"
 
@@ -24,14 +25,6 @@ namespace
 constexpr auto changeDelay = 200ms;
 // Removing many scattered rows one range at a time costs more than starting afresh.
 constexpr std::size_t mostRangesRemoved = 100;
-
-QString shownText(std::string_view bytes)
-{
-    // Control bytes and newlines escaped, bytes that are not UTF-8 as U+FFFD: a name can
-    // neither break a row in two nor hide as something else.
-    const std::string text = printable(bytes);
-    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
-}
 
 } // namespace
 
@@ -93,9 +86,7 @@ QVariant TrashContents::data(const QModelIndex& index, int role) const
                                             QLocale::ShortFormat)
                        : QString();
         case Size:
-            return item.size ? QLocale().formattedDataSize(static_cast<qint64>(*item.size), 1,
-                                                           QLocale::DataSizeSIFormat)
-                             : QString();
+            return item.size ? formatByteCount(*item.size) : QString();
         default:
             return {};
         }
@@ -189,7 +180,7 @@ void TrashContents::read(std::optional<std::vector<std::string>> names)
         mainQueue.post([this, alive, first, error] {
             if (!alive.lock())
                 return;
-            m_error = QString::fromStdString(printable(error));
+            m_error = messageText(error);
             if (first) {
                 m_loaded = true;
                 m_refreshing = false;
@@ -227,9 +218,8 @@ void TrashContents::read(std::optional<std::vector<std::string>> names)
 
 TrashContents::Item TrashContents::itemFor(TrashRecord&& record)
 {
-    QString name = shownText(record.name);
-    QString location =
-        record.originalPath ? shownText(record.originalPath->native()) : tr("Unknown");
+    QString name = messageText(record.name);
+    QString location = record.originalPath ? messagePath(*record.originalPath) : tr("Unknown");
     return {std::move(record), std::nullopt, std::move(name), std::move(location)};
 }
 
@@ -320,7 +310,7 @@ void TrashContents::applyListing(
             added.push_back(name);
     }
     if (!error.empty() || added.empty()) {
-        m_error = QString::fromStdString(printable(error));
+        m_error = messageText(error);
         finishRefresh();
         return;
     }

@@ -5,7 +5,7 @@
 #include "Platform/Alerts.h"
 #include "Platform/Scheduler.h"
 #include "Platform/VolumeNames.h"
-#include "Shell/DisplayText.h"
+#include "Platform/DisplayText.h"
 
 #include <QFileDialog>
 #include <QHBoxLayout>

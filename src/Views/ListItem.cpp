@@ -9,7 +9,7 @@
 #include "Platform/UserDefaults.h"
 #include "Platform/VolumeNames.h"
 #include "Platform/Workspace.h"
-#include "Shell/DisplayText.h"
+#include "Platform/DisplayText.h"
 
 #include <QContextMenuEvent>
 #include <QEvent>

@@ -8,7 +8,7 @@
 #include "Platform/TrashLocator.h"
 #include "Platform/UserDefaults.h"
 #include "Platform/Workspace.h"
-#include "Shell/DisplayText.h"
+#include "Platform/DisplayText.h"
 
 #include <QClipboard>
 #include <QFontDatabase>

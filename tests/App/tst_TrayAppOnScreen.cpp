@@ -3,7 +3,7 @@
 #include "Platform/FileSystem.h"
 #include "Platform/UserDefaults.h"
 #include "ScriptedTrayHost.h"
-#include "Shell/DisplayText.h"
+#include "Platform/DisplayText.h"
 #include "Shell/Translations.h"
 #include "TestSupport.h"
 #include "Views/ListItem.h"

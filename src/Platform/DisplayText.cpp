@@ -1,6 +1,6 @@
 #include "DisplayText.h"
 
-#include "Platform/FileSystem.h"
+#include "FileSystem.h"
 
 #include <QCoreApplication>
 #include <QLocale>
