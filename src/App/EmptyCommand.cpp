@@ -10,13 +10,13 @@
 #include "Platform/BusNames.h"
 #include "Platform/Console.h"
 #include "Platform/Constant.h"
+#include "Platform/DisplayText.h"
 #include "Platform/FileSystem.h"
 #include "Platform/NotificationCenter.h"
 #include "Platform/TrashLocator.h"
 #include "Platform/UserDefaults.h"
 #include "Platform/linux/CommandSoundPlayer.h"
 #include "Platform/linux/LinuxPlatform.h"
-#include "Platform/DisplayText.h"
 #include "Shell/MainThreadStallMeter.h"
 
 #include <QCoreApplication>

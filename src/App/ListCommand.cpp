@@ -1,8 +1,8 @@
 #include "ListCommand.h"
 
 #include "Model/VolumeObserver.h"
-#include "Platform/linux/LinuxPlatform.h"
 #include "Platform/DisplayText.h"
+#include "Platform/linux/LinuxPlatform.h"
 
 #include <QCoreApplication>
 #include <QFutureWatcher>

@@ -3,9 +3,9 @@
 #include "Model/TrashContents.h"
 #include "Model/VolumeObserver.h"
 #include "Platform/Alerts.h"
+#include "Platform/DisplayText.h"
 #include "Platform/Scheduler.h"
 #include "Platform/VolumeNames.h"
-#include "Platform/DisplayText.h"
 
 #include <QFileDialog>
 #include <QHBoxLayout>

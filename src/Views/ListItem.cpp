@@ -5,11 +5,11 @@
 #include "Pictures.h"
 #include "Platform/Alerts.h"
 #include "Platform/Constant.h"
+#include "Platform/DisplayText.h"
 #include "Platform/Scheduler.h"
 #include "Platform/UserDefaults.h"
 #include "Platform/VolumeNames.h"
 #include "Platform/Workspace.h"
-#include "Platform/DisplayText.h"
 
 #include <QContextMenuEvent>
 #include <QEvent>

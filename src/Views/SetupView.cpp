@@ -4,11 +4,11 @@
 #include "Model/VolumeObserver.h"
 #include "Platform/Console.h"
 #include "Platform/Constant.h"
+#include "Platform/DisplayText.h"
 #include "Platform/Platform.h"
 #include "Platform/TrashLocator.h"
 #include "Platform/UserDefaults.h"
 #include "Platform/Workspace.h"
-#include "Platform/DisplayText.h"
 
 #include <QClipboard>
 #include <QFontDatabase>
