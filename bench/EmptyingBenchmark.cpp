@@ -25,6 +25,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <optional>
 #include <spawn.h>
 #include <sstream>
@@ -79,81 +80,43 @@ struct Options {
     int commandRuns = 11; // of each command on a trash of one item
 };
 
-void printUsage(std::FILE* out)
-{
-    std::fputs(
-        "Usage: quillane-bench-empty [--files N] [--layout N] [--dir FOLDER] [--quillane PATH]\n"
-        "                            [--order TOOL,TOOL,TOOL] [--goal RATIO] [--place TEXT]\n"
-        "                            [--command-runs N]\n"
-        "\n"
-        "Makes the same home trash of about N files (default 100000) three times, each copy\n"
-        "right before the tool that empties it: `quillane empty LOCATION --yes`, rm -rf of\n"
-        "its files/ and info/, and trash-empty, each run with HOME set to the copy's own\n"
-        "scratch home. Prints each tool's time and Quillane's longest main-thread stall, and\n"
-        "exits with 1 when a trash is not empty afterwards.\n"
-        "\n"
-        "The copies go into a new folder inside FOLDER (default: the folder of this program),\n"
-        "which is removed at the end. FOLDER must not lie below a path holding \"/tmp\":\n"
-        "Quillane leaves such mount points out. PATH is the quillane program to time\n"
-        "(default: the one of this build). --order runs rm, quillane and trash-empty in\n"
-        "another order than that one. --goal is the most quillane may take as a multiple of\n"
-        "rm's time (default 1.0), and --place says where FOLDER is, for the report.\n"
-        "It also times `quillane list --json` and `quillane empty LOCATION --yes` on a trash\n"
-        "of one item, N times each (default 11), and prints their medians.\n",
-        out);
-}
+constexpr const char* usageText =
+    R"(Usage: quillane-bench-empty [--files N] [--layout N] [--dir FOLDER] [--quillane PATH]
+                            [--order TOOL,TOOL,TOOL] [--goal RATIO] [--place TEXT]
+                            [--command-runs N]
 
-std::optional<Options> parseArguments(int argc, char** argv)
+Makes the same home trash of about N files (default 100000) three times, each copy
+right before the tool that empties it: `quillane empty LOCATION --yes`, rm -rf of
+its files/ and info/, and trash-empty, each run with HOME set to the copy's own
+scratch home. Prints each tool's time and Quillane's longest main-thread stall, and
+exits with 1 when a trash is not empty afterwards.
+
+The copies go into a new folder inside FOLDER (default: the folder of this program),
+which is removed at the end. FOLDER must not lie below a path holding "/tmp":
+Quillane leaves such mount points out. PATH is the quillane program to time
+(default: the one of this build). --order runs rm, quillane and trash-empty in
+another order than that one. --goal is the most quillane may take as a multiple of
+rm's time (default 1.0), and --place says where FOLDER is, for the report.
+It also times `quillane list --json` and `quillane empty LOCATION --yes` on a trash
+of one item, N times each (default 11), and prints their medians.
+)";
+
+// --order: each tool once, separated by commas.
+Option orderOption(std::vector<Tool>& order)
 {
-    Options options;
-    const bool parsed = parseOptions(
-        argc, argv, "quillane-bench-empty", printUsage,
-        [&](std::string_view name, std::string_view value) {
-            if (name == "--files") {
-                const auto files = parseNumber<std::uint64_t>(value);
-                if (!files || *files == 0)
-                    return OptionValue::Bad;
-                options.files = *files;
-            } else if (name == "--layout") {
-                const auto layout = parseNumber<std::uint64_t>(value);
-                if (!layout)
-                    return OptionValue::Bad;
-                options.layout = *layout;
-            } else if (name == "--order") {
-                options.order.clear();
+    return {"--order", [&order](std::string_view value) {
+                order.clear();
                 const auto names = splitList(value);
                 for (std::size_t i = 0; i < names.size(); ++i) {
                     if (names[i].empty() && i + 1 == names.size())
                         break; // a trailing comma
                     const auto tool = std::ranges::find(allTools, names[i], toolName);
-                    if (tool == allTools.end() || std::ranges::count(options.order, *tool) != 0)
-                        return OptionValue::Bad;
-                    options.order.push_back(*tool);
+                    if (tool == allTools.end() || std::ranges::count(order, *tool) != 0)
+                        return false;
+                    order.push_back(*tool);
                 }
-                if (options.order.size() != allTools.size())
-                    return OptionValue::Bad;
-            } else if (name == "--dir") {
-                options.dir = fs::path(value);
-            } else if (name == "--quillane") {
-                options.quillane = fs::path(value);
-            } else if (name == "--goal") {
-                const auto goal = parseNumber<double>(value);
-                if (!goal || *goal <= 0)
-                    return OptionValue::Bad;
-                options.goal = *goal;
-            } else if (name == "--place") {
-                options.place = std::string(value);
-            } else if (name == "--command-runs") {
-                const auto runs = parseNumber<int>(value);
-                if (!runs || *runs < 1)
-                    return OptionValue::Bad;
-                options.commandRuns = *runs;
-            } else {
-                return OptionValue::Unknown;
-            }
-            return OptionValue::Good;
-        });
-    return parsed ? std::optional(options) : std::nullopt;
+                return order.size() == allTools.size();
+            }};
 }
 
 std::string readFile(const fs::path& path)
@@ -168,17 +131,9 @@ std::string readFile(const fs::path& path)
 // XDG folders that would lead a tool (or Quillane's settings) anywhere else.
 std::vector<std::string> environmentFor(const fs::path& home)
 {
-    static constexpr std::array dropped = {
-        "HOME=", "XDG_DATA_HOME=", "XDG_CONFIG_HOME=", "XDG_CACHE_HOME=", "XDG_STATE_HOME="};
-    std::vector<std::string> environment;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        const std::string_view text = *entry;
-        if (std::ranges::none_of(dropped,
-                                 [&](std::string_view name) { return text.starts_with(name); }))
-            environment.emplace_back(text);
-    }
-    environment.push_back("HOME=" + home.native());
-    return environment;
+    return environmentWithout(
+        {"HOME=", "XDG_DATA_HOME=", "XDG_CONFIG_HOME=", "XDG_CACHE_HOME=", "XDG_STATE_HOME="},
+        {"HOME=" + home.native()});
 }
 
 struct Run {
@@ -192,11 +147,6 @@ struct Run {
     bool succeeded() const { return WIFEXITED(status) && WEXITSTATUS(status) == 0; }
 };
 
-double seconds(const timeval& time)
-{
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-}
-
 // Runs a program to its end with nothing on standard input and its output kept in `logs`. The
 // time counts from just before the spawn to the reaping.
 Run runProgram(const std::vector<std::string>& arguments,
@@ -204,36 +154,15 @@ Run runProgram(const std::vector<std::string>& arguments,
 {
     const fs::path outputFile = logs / "stdout";
     const fs::path errorFile = logs / "stderr";
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outputFile.c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errorFile.c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    std::vector<char*> argv;
-    for (const std::string& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    std::vector<char*> envp;
-    for (const std::string& variable : environment)
-        envp.push_back(const_cast<char*>(variable.c_str()));
-    envp.push_back(nullptr);
-
-    pid_t child = 0;
     const auto start = Clock::now();
-    const int spawnError =
-        posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    if (spawnError != 0)
-        throw std::runtime_error("cannot run " + arguments[0] + ": " + std::strerror(spawnError));
+    const pid_t child = startProgram(arguments, environment, outputFile, errorFile);
     Run run;
     rusage usage{};
     while (wait4(child, &run.status, 0, &usage) < 0 && errno == EINTR) {
     }
     run.wall = Clock::now() - start;
-    run.userSeconds = seconds(usage.ru_utime);
-    run.systemSeconds = seconds(usage.ru_stime);
+    run.userSeconds = secondsOf(usage.ru_utime);
+    run.systemSeconds = secondsOf(usage.ru_stime);
     if (interrupted())
         throw Interrupted{};
     run.output = readFile(outputFile);
@@ -262,14 +191,12 @@ Copy makeCopy(const fs::path& folder, const fs::path& bigFile, std::uint64_t fil
     copy.home = folder / "home";
     fs::create_directories(copy.home / ".local" / "share");
     copy.trash = copy.home / ".local" / "share" / "Trash";
-    quillane::bench::TrashTreeOptions options;
-    options.root = copy.trash;
-    options.bigFile = bigFile;
-    options.fileCount = files;
-    options.layout = layout;
-    options.trashInfo = true;
-    options.interrupted = interrupted;
-    copy.tree = quillane::bench::makeTrashTree(options);
+    copy.tree = makeTrashTree({.root = copy.trash,
+                               .bigFile = bigFile,
+                               .fileCount = files,
+                               .layout = layout,
+                               .trashInfo = true,
+                               .interrupted = interrupted});
     return copy;
 }
 
@@ -421,18 +348,6 @@ struct Row {
     std::string problem;
 };
 
-double secondsOf(Clock::duration duration)
-{
-    return std::chrono::duration<double>(duration).count();
-}
-
-fs::path ownFolder()
-{
-    std::error_code error;
-    const fs::path self = fs::read_symlink("/proc/self/exe", error);
-    return error ? fs::current_path() : self.parent_path();
-}
-
 int run(const Options& options)
 {
     const fs::path parent = fs::absolute(options.dir.value_or(ownFolder()));
@@ -441,11 +356,7 @@ int run(const Options& options)
             "the scratch folder would lie below " + printablePath(parent) +
             ", a path holding \"/tmp\", and Quillane leaves out such mount points; choose "
             "another folder with --dir");
-    const fs::path quillane =
-        options.quillane.value_or(ownFolder().parent_path() / "src" / "App" / "quillane");
-    if (access(quillane.c_str(), X_OK) != 0)
-        throw std::runtime_error("no quillane program at " + printablePath(quillane) +
-                                 "; build it or name it with --quillane");
+    const fs::path quillane = quillaneProgram(options.quillane);
 
     ScratchFolder scratch(parent);
     const fs::path logs = scratch.path() / "logs";
@@ -609,10 +520,19 @@ int run(const Options& options)
 
 int main(int argc, char** argv)
 {
-    const auto options = parseArguments(argc, argv);
-    if (!options) {
-        printUsage(stderr);
-        return 2;
-    }
-    return quillane::bench::runReporting("quillane-bench-empty", [&] { return run(*options); });
+    Options options;
+    return runBenchmark(argc, argv, "quillane-bench-empty", usageText,
+                        {numberOption("--files", options.files),
+                         numberOption<std::uint64_t>("--layout", options.layout, 0),
+                         orderOption(options.order), pathOption("--dir", options.dir),
+                         pathOption("--quillane", options.quillane),
+                         // Any ratio above zero.
+                         numberOption("--goal", options.goal, std::numeric_limits<double>::min()),
+                         Option{"--place",
+                                [&](std::string_view value) {
+                                    options.place = std::string(value);
+                                    return true;
+                                }},
+                         numberOption("--command-runs", options.commandRuns)},
+                        [&] { return run(options); });
 }

@@ -18,9 +18,7 @@
 #include <QSortFilterProxyModel>
 #include <QTableView>
 #include <QTimer>
-#include <cctype>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -37,53 +35,15 @@ struct Options {
     std::optional<fs::path> dir;
 };
 
-void printUsage(std::FILE* out)
-{
-    std::fputs("Usage: quillane-bench-items [--items N] [--dir FOLDER]\n"
-               "\n"
-               "Makes a home trash of N items (default 100000), each a small file with its\n"
-               "record, in a scratch home inside FOLDER (default $TMPDIR or /var/tmp), and lists\n"
-               "it as the items window does, off screen. Prints the time to the first rows in the\n"
-               "model and on screen, to the last record and the last size, and the longest\n"
-               "main-thread stall; then the time trash-list, gio trash --list and ls -f | wc -l\n"
-               "take on the same trash.\n",
-               out);
-}
+constexpr const char* usageText = R"(Usage: quillane-bench-items [--items N] [--dir FOLDER]
 
-std::optional<Options> parseArguments(int argc, char** argv)
-{
-    Options options;
-    const bool parsed = parseOptions(argc, argv, "quillane-bench-items", printUsage,
-                                     [&](std::string_view name, std::string_view value) {
-                                         if (name == "--items") {
-                                             const auto number = parseNumber<std::uint64_t>(value);
-                                             if (!number || *number == 0)
-                                                 return OptionValue::Bad;
-                                             options.items = *number;
-                                         } else if (name == "--dir") {
-                                             options.dir = fs::path(value);
-                                         } else {
-                                             return OptionValue::Unknown;
-                                         }
-                                         return OptionValue::Good;
-                                     });
-    return parsed ? std::optional(options) : std::nullopt;
-}
-
-// A path as a record holds it: every byte but letters, digits, "/" and "-._~" as %XX.
-std::string encoded(const std::string& path)
-{
-    std::string text;
-    for (const char c : path) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (std::isalnum(byte) != 0 || std::string_view("/-._~").find(c) != std::string_view::npos)
-            text += c;
-        else
-            text +=
-                "%" + std::string(1, "0123456789ABCDEF"[byte >> 4]) + "0123456789ABCDEF"[byte & 15];
-    }
-    return text;
-}
+Makes a home trash of N items (default 100000), each a small file with its
+record, in a scratch home inside FOLDER (default $TMPDIR or /var/tmp), and lists
+it as the items window does, off screen. Prints the time to the first rows in the
+model and on screen, to the last record and the last size, and the longest
+main-thread stall; then the time trash-list, gio trash --list and ls -f | wc -l
+take on the same trash.
+)";
 
 // One item in a thousand has a name that is not UTF-8, as a trash filled from old disks has.
 void makeTrash(const fs::path& home, std::uint64_t items)
@@ -98,9 +58,8 @@ void makeTrash(const fs::path& home, std::uint64_t items)
         if (i % 1000 == 0)
             name += " caf\xe9";
         std::ofstream(trash / "files" / name) << "x";
-        std::ofstream(trash / "info" / (name + ".trashinfo"))
-            << "[Trash Info]\nPath=" << encoded((home / "Documents" / name).native())
-            << "\nDeletionDate=2024-05-0" << (1 + i % 9) << "T10:00:00\n";
+        std::ofstream(trash / "info" / (name + ".trashinfo")) << trashInfoText(
+            home / "Documents" / name, "2024-05-0" + std::to_string(1 + i % 9) + "T10:00:00");
     }
 }
 
@@ -124,16 +83,12 @@ std::optional<double> timeCommand(const fs::path& home, const QString& command)
     return static_cast<double>(clock.nsecsElapsed()) / 1e9;
 }
 
-int run(int argc, char** argv)
+int run(const Options& options, int argc, char** argv)
 {
-    const auto options = parseArguments(argc, argv);
-    if (!options)
-        return 2;
-    const char* tmp = std::getenv("TMPDIR");
-    const ScratchFolder scratch(options->dir.value_or(tmp ? fs::path(tmp) : fs::path("/var/tmp")));
+    const ScratchFolder scratch(scratchParent(options.dir));
     const fs::path home = scratch.path() / "home";
-    std::fprintf(stderr, "Making a home trash of %s items...\n", grouped(options->items).c_str());
-    makeTrash(home, options->items);
+    std::fprintf(stderr, "Making a home trash of %s items...\n", grouped(options.items).c_str());
+    makeTrash(home, options.items);
 
     setenv("HOME", home.c_str(), 1);
     setenv("XDG_CONFIG_HOME", (home / ".config").c_str(), 1);
@@ -185,7 +140,7 @@ int run(int argc, char** argv)
     const QString stall = stalls.report();
 
     std::printf("The items window's list on a home trash of %s items on %s.\n",
-                grouped(options->items).c_str(), fileSystemName(files).c_str());
+                grouped(options.items).c_str(), fileSystemName(files).c_str());
     std::printf("  first rows in the model:  %8.3f s   (goal: within 0.5 s)\n",
                 firstInModel.value_or(-1));
     std::printf("  first rows on screen:     %8.3f s\n", firstOnScreen.value_or(-1));
@@ -214,5 +169,8 @@ int run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
-    return runReporting("quillane-bench-items", [&] { return run(argc, argv); });
+    Options options;
+    return runBenchmark(argc, argv, "quillane-bench-items", usageText,
+                        {numberOption("--items", options.items), pathOption("--dir", options.dir)},
+                        [&] { return run(options, argc, argv); });
 }

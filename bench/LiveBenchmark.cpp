@@ -51,73 +51,25 @@ struct Options {
     std::optional<fs::path> quillane;
 };
 
-void printUsage(std::FILE* out)
-{
-    std::fputs(
-        "Usage: quillane-bench-live [--files N] [--items M] [--idle-seconds S] [--layout N]\n"
-        "                           [--dir FOLDER] [--quillane PATH]\n"
-        "\n"
-        "Makes a home trash of about N files (default 100000) in a scratch home inside FOLDER\n"
-        "(default: the folder of this program), starts the tray application of PATH there\n"
-        "(off screen, with a home, runtime folder and no session bus of its own) and, once it\n"
-        "is quiet, trashes M items (default 1000) one by one. Prints the processor time the\n"
-        "application spent on them as a multiple of one full size walk of that trash, the time\n"
-        "from the last item to the end of its work, and its processor time and memory over S\n"
-        "seconds of idling (default 30).\n",
-        out);
-}
+constexpr const char* usageText =
+    R"(Usage: quillane-bench-live [--files N] [--items M] [--idle-seconds S] [--layout N]
+                           [--dir FOLDER] [--quillane PATH]
 
-std::optional<Options> parseArguments(int argc, char** argv)
-{
-    Options options;
-    const bool parsed = parseOptions(argc, argv, "quillane-bench-live", printUsage,
-                                     [&](std::string_view name, std::string_view value) {
-                                         const auto number = parseNumber<std::uint64_t>(value);
-                                         if (name == "--files" || name == "--items" ||
-                                             name == "--layout" || name == "--idle-seconds") {
-                                             if (!number || (*number == 0 && name != "--layout"))
-                                                 return OptionValue::Bad;
-                                             if (name == "--files")
-                                                 options.files = *number;
-                                             else if (name == "--items")
-                                                 options.items = *number;
-                                             else if (name == "--layout")
-                                                 options.layout = *number;
-                                             else
-                                                 options.idleSeconds = static_cast<int>(*number);
-                                         } else if (name == "--dir") {
-                                             options.dir = fs::path(value);
-                                         } else if (name == "--quillane") {
-                                             options.quillane = fs::path(value);
-                                         } else {
-                                             return OptionValue::Unknown;
-                                         }
-                                         return OptionValue::Good;
-                                     });
-    return parsed ? std::optional(options) : std::nullopt;
-}
-
-fs::path ownFolder()
-{
-    std::error_code error;
-    const fs::path self = fs::read_symlink("/proc/self/exe", error);
-    return error ? fs::current_path() : self.parent_path();
-}
-
-double secondsOf(Clock::duration duration)
-{
-    return std::chrono::duration<double>(duration).count();
-}
+Makes a home trash of about N files (default 100000) in a scratch home inside FOLDER
+(default: the folder of this program), starts the tray application of PATH there
+(off screen, with a home, runtime folder and no session bus of its own) and, once it
+is quiet, trashes M items (default 1000) one by one. Prints the processor time the
+application spent on them as a multiple of one full size walk of that trash, the time
+from the last item to the end of its work, and its processor time and memory over S
+seconds of idling (default 30).
+)";
 
 // The processor time of this process, all its threads, in seconds.
 double ownProcessorSeconds()
 {
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
-    const auto seconds = [](const timeval& time) {
-        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-    };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+    return secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime);
 }
 
 // The processor time a process has spent so far (user and system, its threads included), from
@@ -188,38 +140,12 @@ Clock::time_point waitUntilQuiet(pid_t pid, Clock::duration quiet, Clock::durati
 pid_t startApplication(const fs::path& quillane, const fs::path& home, const fs::path& runtime,
                        const fs::path& logs)
 {
-    std::vector<std::string> environment;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        const std::string_view text = *entry;
-        if (!text.starts_with("HOME=") && !text.starts_with("XDG_") &&
-            !text.starts_with("DBUS_SESSION_BUS_ADDRESS=") && !text.starts_with("DISPLAY=") &&
-            !text.starts_with("WAYLAND_DISPLAY=") && !text.starts_with("QT_QPA_PLATFORM="))
-            environment.emplace_back(text);
-    }
-    environment.push_back("HOME=" + home.native());
-    environment.push_back("XDG_RUNTIME_DIR=" + runtime.native());
-    environment.push_back("QT_QPA_PLATFORM=offscreen");
-    environment.push_back("DBUS_SESSION_BUS_ADDRESS=disabled:");
-    std::vector<char*> envp;
-    for (std::string& variable : environment)
-        envp.push_back(variable.data());
-    envp.push_back(nullptr);
-    std::string program = quillane.native();
-    char* argv[] = {program.data(), nullptr};
-
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, (logs / "app.log").c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    pid_t pid = 0;
-    const int error = posix_spawn(&pid, argv[0], &actions, nullptr, argv, envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    if (error != 0)
-        throw std::runtime_error("cannot start " + printablePath(quillane) + ": " +
-                                 std::strerror(error));
-    return pid;
+    const auto environment = environmentWithout(
+        {"HOME=", "XDG_",
+         "DBUS_SESSION_BUS_ADDRESS=", "DISPLAY=", "WAYLAND_DISPLAY=", "QT_QPA_PLATFORM="},
+        {"HOME=" + home.native(), "XDG_RUNTIME_DIR=" + runtime.native(),
+         "QT_QPA_PLATFORM=offscreen", "DBUS_SESSION_BUS_ADDRESS=disabled:"});
+    return startProgram({quillane.native()}, environment, logs / "app.log", logs / "app.log");
 }
 
 // Trashes a file the way file managers do: its record in info/ first, then the file itself.
@@ -231,8 +157,7 @@ void trash(const fs::path& file, const fs::path& trashFolder)
     if (fd < 0)
         throw std::runtime_error("cannot write " + printablePath(record) + ": " +
                                  std::strerror(errno));
-    const std::string text =
-        "[Trash Info]\nPath=" + file.native() + "\nDeletionDate=2026-01-01T12:00:00\n";
+    const std::string text = trashInfoText(file, "2026-01-01T12:00:00");
     const bool written = write(fd, text.data(), text.size()) == ssize_t(text.size());
     close(fd);
     if (!written || rename(file.c_str(), (trashFolder / "files" / name).c_str()) != 0)
@@ -288,13 +213,8 @@ double firstListSeconds(const fs::path& home, const fs::path& runtime)
 
 int run(const Options& options)
 {
-    const fs::path parent = fs::absolute(options.dir.value_or(ownFolder()));
-    const fs::path quillane =
-        options.quillane.value_or(ownFolder().parent_path() / "src" / "App" / "quillane");
-    if (access(quillane.c_str(), X_OK) != 0)
-        throw std::runtime_error("no quillane program at " + printablePath(quillane) +
-                                 "; build it or name it with --quillane");
-    ScratchFolder scratch(parent);
+    const fs::path quillane = quillaneProgram(options.quillane);
+    ScratchFolder scratch(fs::absolute(options.dir.value_or(ownFolder())));
     const fs::path home = scratch.path() / "home";
     const fs::path trashFolder = home / ".local" / "share" / "Trash";
     const fs::path runtime = scratch.path() / "runtime";
@@ -307,14 +227,12 @@ int run(const Options& options)
     makeBigFile(outside / "big.bin", 1024 * 1024);
 
     std::fprintf(stderr, "making a trash of %s files\n", grouped(options.files).c_str());
-    TrashTreeOptions treeOptions;
-    treeOptions.root = trashFolder;
-    treeOptions.bigFile = outside / "big.bin";
-    treeOptions.fileCount = options.files;
-    treeOptions.layout = options.layout;
-    treeOptions.trashInfo = true;
-    treeOptions.interrupted = interrupted;
-    const TrashTree tree = makeTrashTree(treeOptions);
+    const TrashTree tree = makeTrashTree({.root = trashFolder,
+                                          .bigFile = outside / "big.bin",
+                                          .fileCount = options.files,
+                                          .layout = options.layout,
+                                          .trashInfo = true,
+                                          .interrupted = interrupted});
     for (std::uint64_t i = 0; i < options.items; ++i) {
         std::ofstream(waiting / ("item " + std::to_string(i) + ".txt"))
             << std::string(100 + i % 4000, 'x');
@@ -406,10 +324,12 @@ int run(const Options& options)
 
 int main(int argc, char** argv)
 {
-    const auto options = parseArguments(argc, argv);
-    if (!options) {
-        printUsage(stderr);
-        return 2;
-    }
-    return quillane::bench::runReporting("quillane-bench-live", [&] { return run(*options); });
+    Options options;
+    return runBenchmark(
+        argc, argv, "quillane-bench-live", usageText,
+        {numberOption("--files", options.files), numberOption("--items", options.items),
+         numberOption("--idle-seconds", options.idleSeconds),
+         numberOption<std::uint64_t>("--layout", options.layout, 0),
+         pathOption("--dir", options.dir), pathOption("--quillane", options.quillane)},
+        [&] { return run(options); });
 }

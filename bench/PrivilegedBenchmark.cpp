@@ -49,18 +49,15 @@ struct Options {
     std::uint64_t items = 2000;
 };
 
-void printUsage(std::FILE* out)
-{
-    std::fputs("Usage: quillane-bench-privileged [--items N]\n"
-               "\n"
-               "Starts a private system bus with the real polkitd and the helper daemon of this\n"
-               "build, puts N items (default 2000) owned by root in the home trash of an\n"
-               "unprivileged test user, and has a client running as that user hand all of them\n"
-               "to the daemon as the application does. Prints the processor time of the client's\n"
-               "main thread per item, with its goal, and how many times polkit was asked.\n"
-               "Needs root in a mount namespace of its own: run it through bench/privileged.\n",
-               out);
-}
+constexpr const char* usageText = R"(Usage: quillane-bench-privileged [--items N]
+
+Starts a private system bus with the real polkitd and the helper daemon of this
+build, puts N items (default 2000) owned by root in the home trash of an
+unprivileged test user, and has a client running as that user hand all of them
+to the daemon as the application does. Prints the processor time of the client's
+main thread per item, with its goal, and how many times polkit was asked.
+Needs root in a mount namespace of its own: run it through bench/privileged.
+)";
 
 double threadCpuMs()
 {
@@ -189,16 +186,8 @@ int main(int argc, char** argv)
         return runClient(argc, argv, QString::fromLocal8Bit(argv[2]));
 
     Options options;
-    if (!parseOptions(argc, argv, "quillane-bench-privileged", printUsage,
-                      [&](std::string_view name, std::string_view value) {
-                          if (name != "--items")
-                              return OptionValue::Unknown;
-                          const auto items = parseNumber<std::uint64_t>(value);
-                          if (!items || *items == 0)
-                              return OptionValue::Bad;
-                          options.items = *items;
-                          return OptionValue::Good;
-                      }))
+    if (!parseOptions(argc, argv, "quillane-bench-privileged", usageText,
+                      {numberOption("--items", options.items)}))
         return 64;
     if (!test::canMount()) {
         std::fputs("quillane-bench-privileged: needs root in a mount namespace of its own; run "

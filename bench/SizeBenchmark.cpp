@@ -45,50 +45,29 @@ struct Options {
     std::optional<fs::path> dir;
 };
 
-void printUsage(std::FILE* out)
-{
-    std::fputs(
-        "Usage: quillane-bench-size [--files N[,N...]] [--runs N] [--layout N] [--dir FOLDER]\n"
-        "\n"
-        "Makes a trash tree of about N files for each N (default 1000,100000), then sizes\n"
-        "it with allocatedSizeOfDirectory() and with du -s --block-size=1: one untimed run\n"
-        "of each, then the best of --runs (default 5) timed runs of each.\n"
-        "The trees go into a new folder inside FOLDER (default $TMPDIR, else /var/tmp),\n"
-        "which is removed at the end.\n",
-        out);
-}
+constexpr const char* usageText =
+    R"(Usage: quillane-bench-size [--files N[,N...]] [--runs N] [--layout N] [--dir FOLDER]
 
-std::optional<Options> parseArguments(int argc, char** argv)
+Makes a trash tree of about N files for each N (default 1000,100000), then sizes
+it with allocatedSizeOfDirectory() and with du -s --block-size=1: one untimed run
+of each, then the best of --runs (default 5) timed runs of each.
+The trees go into a new folder inside FOLDER (default $TMPDIR, else /var/tmp),
+which is removed at the end.
+)";
+
+// --files: sizes above zero, separated by commas.
+Option sizesOption(std::vector<std::uint64_t>& sizes)
 {
-    Options options;
-    const bool parsed = parseOptions(argc, argv, "quillane-bench-size", printUsage,
-                                     [&](std::string_view name, std::string_view value) {
-                                         if (name == "--files") {
-                                             options.sizes.clear();
-                                             for (const std::string_view item : splitList(value)) {
-                                                 const auto size = parseNumber<std::uint64_t>(item);
-                                                 if (!size || *size == 0)
-                                                     return OptionValue::Bad;
-                                                 options.sizes.push_back(*size);
-                                             }
-                                         } else if (name == "--runs") {
-                                             const auto runs = parseNumber<int>(value);
-                                             if (!runs || *runs <= 0)
-                                                 return OptionValue::Bad;
-                                             options.runs = *runs;
-                                         } else if (name == "--layout") {
-                                             const auto layout = parseNumber<std::uint64_t>(value);
-                                             if (!layout)
-                                                 return OptionValue::Bad;
-                                             options.layout = *layout;
-                                         } else if (name == "--dir") {
-                                             options.dir = fs::path(value);
-                                         } else {
-                                             return OptionValue::Unknown;
-                                         }
-                                         return OptionValue::Good;
-                                     });
-    return parsed ? std::optional(options) : std::nullopt;
+    return {"--files", [&sizes](std::string_view value) {
+                sizes.clear();
+                for (const std::string_view item : splitList(value)) {
+                    const auto size = parseNumber<std::uint64_t>(item);
+                    if (!size || *size == 0)
+                        return false;
+                    sizes.push_back(*size);
+                }
+                return true;
+            }};
 }
 
 // du -s --block-size=1 FOLDER as a child process; returns its total in bytes.
@@ -276,11 +255,6 @@ double milliseconds(Clock::duration duration)
     return std::chrono::duration<double, std::milli>(duration).count();
 }
 
-double seconds(Clock::duration duration)
-{
-    return std::chrono::duration<double>(duration).count();
-}
-
 // Prints the table; returns whether every tree's totals reconcile.
 bool printReport(const std::vector<Row>& rows, Clock::duration duStart)
 {
@@ -322,16 +296,7 @@ bool printReport(const std::vector<Row>& rows, Clock::duration duStart)
 
 int run(const Options& options)
 {
-    fs::path parent;
-    if (options.dir) {
-        parent = *options.dir;
-    } else if (const char* tmp = std::getenv("TMPDIR"); tmp && *tmp) {
-        parent = tmp;
-    } else {
-        // Not /tmp: that is often a tmpfs, and trashes live on disks.
-        parent = "/var/tmp";
-    }
-    ScratchFolder scratch(parent);
+    ScratchFolder scratch(scratchParent(options.dir));
 
     const fs::path outside = scratch.path() / "outside";
     fs::create_directory(outside);
@@ -352,18 +317,16 @@ int run(const Options& options)
 
     std::vector<Row> rows;
     for (const std::uint64_t size : options.sizes) {
-        quillane::bench::TrashTreeOptions treeOptions;
-        treeOptions.root = scratch.path() / ("trash-" + std::to_string(size));
-        treeOptions.bigFile = bigFile;
-        treeOptions.fileCount = size;
-        treeOptions.layout = options.layout;
-        treeOptions.interrupted = interrupted;
 
         std::fprintf(stderr, "making a trash of %s files\n", grouped(size).c_str());
         const auto start = Clock::now();
         Row row;
-        row.tree = quillane::bench::makeTrashTree(treeOptions);
-        std::fprintf(stderr, "  made in %.1f s; sizing it\n", seconds(Clock::now() - start));
+        row.tree = makeTrashTree({.root = scratch.path() / ("trash-" + std::to_string(size)),
+                                  .bigFile = bigFile,
+                                  .fileCount = size,
+                                  .layout = options.layout,
+                                  .interrupted = interrupted});
+        std::fprintf(stderr, "  made in %.1f s; sizing it\n", secondsOf(Clock::now() - start));
 
         row.ours = timeBest(runOurs, row.tree.files, options.runs);
         row.du = timeBest(runDu, row.tree.files, options.runs);
@@ -378,10 +341,10 @@ int run(const Options& options)
 
 int main(int argc, char** argv)
 {
-    const auto options = parseArguments(argc, argv);
-    if (!options) {
-        printUsage(stderr);
-        return 2;
-    }
-    return quillane::bench::runReporting("quillane-bench-size", [&] { return run(*options); });
+    Options options;
+    return runBenchmark(argc, argv, "quillane-bench-size", usageText,
+                        {sizesOption(options.sizes), numberOption("--runs", options.runs),
+                         numberOption<std::uint64_t>("--layout", options.layout, 0),
+                         pathOption("--dir", options.dir)},
+                        [&] { return run(options); });
 }

@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <linux/magic.h>
 #include <random>
@@ -36,6 +35,25 @@ std::string printablePath(const fs::path& path)
         }
     }
     return text;
+}
+
+std::string trashInfoText(const fs::path& originalPath, std::string_view deletionDate)
+{
+    // The path keeps ASCII letters, digits, "-._~" and "/"; every other byte is %XX.
+    std::string path;
+    for (const char c : originalPath.native()) {
+        const bool kept = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                          (c >= '0' && c <= '9') || c == '-' || c == '.' || c == '_' || c == '~' ||
+                          c == '/';
+        if (kept) {
+            path += c;
+            continue;
+        }
+        char escaped[4];
+        std::snprintf(escaped, sizeof escaped, "%%%02X", static_cast<unsigned char>(c));
+        path += escaped;
+    }
+    return "[Trash Info]\nPath=" + path + "\nDeletionDate=" + std::string(deletionDate) + "\n";
 }
 
 namespace
@@ -261,16 +279,9 @@ private:
     void writeTrashInfo()
     {
         const fs::path info = m_options.root / "info";
-        DIR* folder = opendir(m_tree.files.c_str());
-        if (!folder)
-            fail("cannot list", m_tree.files, errno);
         std::vector<std::string> names;
-        while (const dirent* entry = readdir(folder)) {
-            const std::string name = entry->d_name;
-            if (name != "." && name != "..")
-                names.push_back(name);
-        }
-        closedir(folder);
+        for (const fs::directory_entry& entry : fs::directory_iterator(m_tree.files))
+            names.push_back(entry.path().filename().native());
 
         m_tree.topItems = names.size();
         for (const std::string& name : names) {
@@ -279,8 +290,7 @@ private:
             if (name.size() + std::strlen(".trashinfo") > nameMax)
                 continue;
             const std::string record =
-                "[Trash Info]\nPath=" + percentEncoded("/home/someone/Documents/" + name) +
-                "\nDeletionDate=2024-05-01T12:00:00\n";
+                trashInfoText("/home/someone/Documents/" + name, "2024-05-01T12:00:00");
             const fs::path path = info / (name + ".trashinfo");
             checkInterrupted();
             const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
@@ -291,25 +301,6 @@ private:
                 fail("cannot close", path, errno);
             ++m_tree.trashInfos;
         }
-    }
-
-    // A record's path keeps ASCII letters, digits, "-._~" and "/"; every other byte is %XX.
-    static std::string percentEncoded(const std::string& path)
-    {
-        std::string text;
-        for (const char c : path) {
-            const bool kept = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                              (c >= '0' && c <= '9') || c == '-' || c == '.' || c == '_' ||
-                              c == '~' || c == '/';
-            if (kept) {
-                text += c;
-                continue;
-            }
-            char escaped[4];
-            std::snprintf(escaped, sizeof escaped, "%%%02X", static_cast<unsigned char>(c));
-            text += escaped;
-        }
-        return text;
     }
 
     void addFolder(const fs::path& path)

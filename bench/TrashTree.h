@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <string_view>
 
 namespace quillane::bench
 {
@@ -48,6 +49,10 @@ TrashTree makeTrashTree(const TrashTreeOptions& options);
 // A file of `bytes` really allocated bytes, so that a walk that followed a link to it would show
 // in its total.
 void makeBigFile(const std::filesystem::path& path, std::uint64_t bytes);
+
+// A .trashinfo record of an item trashed from `originalPath` at `deletionDate`
+// ("2024-05-01T12:00:00"), its path percent-encoded as the format says.
+std::string trashInfoText(const std::filesystem::path& originalPath, std::string_view deletionDate);
 
 // The path with bytes that are not printable ASCII written as \xNN, for messages.
 std::string printablePath(const std::filesystem::path& path);
