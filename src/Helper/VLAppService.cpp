@@ -172,22 +172,23 @@ void VLAppService::unregisterDaemon()
 
 bool VLAppService::addToLoginItems()
 {
-    if (m_loginItem && !m_loginItem->registerService()) {
-        Console::writeLine("Failed to add to login items");
-        return false;
-    }
-    m_shared->loginAdded = true;
-    return true;
+    return setLoginItem(true);
 }
 
 bool VLAppService::removeFromLoginItems()
 {
-    if (m_loginItem && !m_loginItem->unregisterService()) {
-        // The same line as for adding: the toggle failed, whichever way it went.
+    return setLoginItem(false);
+}
+
+bool VLAppService::setLoginItem(bool added)
+{
+    if (m_loginItem &&
+        !(added ? m_loginItem->registerService() : m_loginItem->unregisterService())) {
+        // One line for either way: the toggle failed, whichever way it went.
         Console::writeLine("Failed to add to login items");
         return false;
     }
-    m_shared->loginAdded = false;
+    m_shared->loginAdded = added;
     return true;
 }
 

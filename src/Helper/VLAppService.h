@@ -66,6 +66,8 @@ private:
     void readDaemonStatus();
     void applyDaemonStatus(std::optional<int> status);
     void readLoginStatus();
+    // Adds or removes the login item; false, with a line on the console, when that failed.
+    bool setLoginItem(bool added);
 
     std::shared_ptr<Shared> m_shared;
     std::unique_ptr<ServiceHandle> m_loginItem;
