@@ -218,26 +218,29 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
             const QString name = messageText(result.volume.name(platform.volumeNames));
             if (isatty(STDERR_FILENO) && result.ending == EmptyingResult::Ending::Completed)
                 std::fputc('\n', stderr);
+            // An emptying that ended before its end says why, and so ends the program.
+            const auto endEarly = [](const QString& message, int code) {
+                complain(message);
+                QCoreApplication::exit(code);
+            };
             switch (result.ending) {
             case EmptyingResult::Ending::NotStarted:
-                complain(QCoreApplication::translate("quillane::EmptyCommand",
-                                                     "the trash of %1 was not emptied: %2")
-                             .arg(name, result.error));
-                QCoreApplication::exit(NotEmptied);
-                return;
+                return endEarly(QCoreApplication::translate("quillane::EmptyCommand",
+                                                            "the trash of %1 was not emptied: %2")
+                                    .arg(name, result.error),
+                                NotEmptied);
             case EmptyingResult::Ending::Stopped:
                 std::fputc('\n', stderr);
-                complain(QCoreApplication::translate("quillane::EmptyCommand",
-                                                     "emptying the trash of %1 stopped: %2")
-                             .arg(name, result.error));
-                QCoreApplication::exit(NotEmptied);
-                return;
+                return endEarly(QCoreApplication::translate("quillane::EmptyCommand",
+                                                            "emptying the trash of %1 stopped: %2")
+                                    .arg(name, result.error),
+                                NotEmptied);
             case EmptyingResult::Ending::NothingToRemove:
-                complain(QCoreApplication::translate("quillane::EmptyCommand",
-                                                     "the trash of %1 holds nothing to remove")
-                             .arg(name));
-                QCoreApplication::exit(Completed);
-                return;
+                return endEarly(
+                    QCoreApplication::translate("quillane::EmptyCommand",
+                                                "the trash of %1 holds nothing to remove")
+                        .arg(name),
+                    Completed);
             case EmptyingResult::Ending::Completed:
                 break;
             }
