@@ -75,34 +75,29 @@ QVariant TrashContents::data(const QModelIndex& index, int role) const
     const Item& item = m_items[static_cast<std::size_t>(index.row())];
     switch (role) {
     case Qt::DisplayRole:
+    case SortRole: {
+        // Names and locations sort as shown; dates and sizes by their values.
+        const bool sorting = role == SortRole;
         switch (index.column()) {
         case Name:
             return item.name;
         case OriginalLocation:
             return item.location;
         case Deleted:
+            if (sorting)
+                return item.record.deletionDate;
             return item.record.deletionDate.isValid()
                        ? QLocale().toString(item.record.deletionDate.toLocalTime(),
                                             QLocale::ShortFormat)
                        : QString();
         case Size:
+            if (sorting)
+                return QVariant::fromValue<qulonglong>(item.size.value_or(0));
             return item.size ? formatByteCount(*item.size) : QString();
         default:
             return {};
         }
-    case SortRole:
-        switch (index.column()) {
-        case Name:
-            return item.name;
-        case OriginalLocation:
-            return item.location;
-        case Deleted:
-            return item.record.deletionDate;
-        case Size:
-            return QVariant::fromValue<qulonglong>(item.size.value_or(0));
-        default:
-            return {};
-        }
+    }
     case NameBytesRole:
         return QByteArray::fromStdString(item.record.name);
     case Qt::ToolTipRole:
