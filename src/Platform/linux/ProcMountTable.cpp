@@ -89,31 +89,24 @@ std::string decodeOctalEscapes(std::string_view field)
     return out;
 }
 
-std::vector<std::string_view> splitFields(std::string_view line)
+// The pieces of text between any of separators, empty ones left out.
+std::vector<std::string_view> split(std::string_view text, std::string_view separators)
 {
-    std::vector<std::string_view> fields;
+    std::vector<std::string_view> pieces;
     std::size_t start = 0;
-    while (start < line.size()) {
-        const auto end = line.find_first_of(" \t", start);
-        const auto stop = end == std::string_view::npos ? line.size() : end;
+    while (start < text.size()) {
+        const auto end = text.find_first_of(separators, start);
+        const auto stop = end == std::string_view::npos ? text.size() : end;
         if (stop > start)
-            fields.push_back(line.substr(start, stop - start));
+            pieces.push_back(text.substr(start, stop - start));
         start = stop + 1;
     }
-    return fields;
+    return pieces;
 }
 
 bool hasOption(std::string_view options, std::string_view wanted)
 {
-    std::size_t start = 0;
-    while (start <= options.size()) {
-        const auto end = options.find(',', start);
-        const auto stop = end == std::string_view::npos ? options.size() : end;
-        if (options.substr(start, stop - start) == wanted)
-            return true;
-        start = stop + 1;
-    }
-    return false;
+    return std::ranges::count(split(options, ","), wanted) > 0;
 }
 
 // Whether path is folder or lies below it, comparing whole components.
@@ -129,12 +122,8 @@ bool isAtOrBelow(const fs::path& path, std::string_view folder)
 std::vector<std::pair<fs::path, bool>> fstabMarks(std::string_view fstab)
 {
     std::vector<std::pair<fs::path, bool>> marks;
-    std::size_t start = 0;
-    while (start < fstab.size()) {
-        const auto end = fstab.find('\n', start);
-        const auto stop = end == std::string_view::npos ? fstab.size() : end;
-        const auto fields = splitFields(fstab.substr(start, stop - start));
-        start = stop + 1;
+    for (const std::string_view line : split(fstab, "\n")) {
+        const auto fields = split(line, " \t");
         // source mount-point type options [dump [pass]]
         if (fields.size() < 4 || fields[0].starts_with('#'))
             continue;
@@ -191,12 +180,8 @@ std::vector<MountEntry> ProcMountTable::parse(std::string_view mountinfo)
 {
     // id parent major:minor root mount-point options [optional fields...] - type source super
     std::vector<MountEntry> entries;
-    std::size_t start = 0;
-    while (start < mountinfo.size()) {
-        const auto end = mountinfo.find('\n', start);
-        const auto stop = end == std::string_view::npos ? mountinfo.size() : end;
-        const auto fields = splitFields(mountinfo.substr(start, stop - start));
-        start = stop + 1;
+    for (const std::string_view line : split(mountinfo, "\n")) {
+        const auto fields = split(line, " \t");
 
         const auto separator = std::ranges::find(fields, std::string_view("-"));
         if (fields.size() < 6 || separator == fields.end() || fields.end() - separator < 3)
