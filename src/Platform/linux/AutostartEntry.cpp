@@ -18,6 +18,12 @@ namespace quillane
 namespace
 {
 
+// A failure of a file system call that reported `error`, described after `what`.
+Result<bool> failed(const std::string& what, const std::error_code& error)
+{
+    return Result<bool>::failure(describeErrno(what, error.value()), error.value());
+}
+
 std::string_view trimmed(std::string_view text)
 {
     constexpr std::string_view blanks = " \t\r";
@@ -143,9 +149,7 @@ Result<bool> AutostartEntry::registerService()
     std::error_code error;
     fs::create_directories(folder, error);
     if (error)
-        return Result<bool>::failure(
-            describeErrno("Cannot make the autostart folder " + folder.native(), error.value()),
-            error.value());
+        return failed("Cannot make the autostart folder " + folder.native(), error);
 
     const std::string contents = "[Desktop Entry]\n"
                                  "Type=Application\n"
@@ -171,9 +175,7 @@ Result<bool> AutostartEntry::unregisterService()
     std::error_code error;
     fs::remove(m_path, error);
     if (error)
-        return Result<bool>::failure(
-            describeErrno("Cannot remove the autostart entry " + m_path.native(), error.value()),
-            error.value());
+        return failed("Cannot remove the autostart entry " + m_path.native(), error);
     return Result<bool>::success(true);
 }
 
