@@ -1,6 +1,7 @@
 #include "PolkitAuthority.h"
 
 #include "Platform/BusNames.h"
+#include "Platform/DBusStructure.h"
 
 #include <QDBusArgument>
 #include <QDBusMessage>
@@ -51,18 +52,12 @@ struct AuthorizationResult {
 
 QDBusArgument& operator<<(QDBusArgument& argument, const AuthorizationResult& result)
 {
-    argument.beginStructure();
-    argument << result.authorized << result.challenge << result.details;
-    argument.endStructure();
-    return argument;
+    return writeStructure(argument, result.authorized, result.challenge, result.details);
 }
 
 const QDBusArgument& operator>>(const QDBusArgument& argument, AuthorizationResult& result)
 {
-    argument.beginStructure();
-    argument >> result.authorized >> result.challenge >> result.details;
-    argument.endStructure();
-    return argument;
+    return readStructure(argument, result.authorized, result.challenge, result.details);
 }
 
 } // namespace

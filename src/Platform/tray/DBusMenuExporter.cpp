@@ -1,5 +1,7 @@
 #include "DBusMenuExporter.h"
 
+#include "Platform/DBusStructure.h"
+
 #include <QDBusAbstractAdaptor>
 #include <QDBusMetaType>
 #include <QGuiApplication>
@@ -40,34 +42,22 @@ const QDBusArgument& operator>>(const QDBusArgument& argument, DBusMenuLayoutIte
 
 QDBusArgument& operator<<(QDBusArgument& argument, const DBusMenuItemProperties& item)
 {
-    argument.beginStructure();
-    argument << item.id << item.properties;
-    argument.endStructure();
-    return argument;
+    return writeStructure(argument, item.id, item.properties);
 }
 
 const QDBusArgument& operator>>(const QDBusArgument& argument, DBusMenuItemProperties& item)
 {
-    argument.beginStructure();
-    argument >> item.id >> item.properties;
-    argument.endStructure();
-    return argument;
+    return readStructure(argument, item.id, item.properties);
 }
 
 QDBusArgument& operator<<(QDBusArgument& argument, const DBusMenuEvent& event)
 {
-    argument.beginStructure();
-    argument << event.id << event.eventId << event.data << event.timestamp;
-    argument.endStructure();
-    return argument;
+    return writeStructure(argument, event.id, event.eventId, event.data, event.timestamp);
 }
 
 const QDBusArgument& operator>>(const QDBusArgument& argument, DBusMenuEvent& event)
 {
-    argument.beginStructure();
-    argument >> event.id >> event.eventId >> event.data >> event.timestamp;
-    argument.endStructure();
-    return argument;
+    return readStructure(argument, event.id, event.eventId, event.data, event.timestamp);
 }
 
 void registerDBusMenuTypes()

@@ -2,6 +2,7 @@
 
 #include "DBusMenuExporter.h"
 #include "Platform/BusNames.h"
+#include "Platform/DBusStructure.h"
 
 #include <QCoreApplication>
 #include <QDBusAbstractAdaptor>
@@ -53,34 +54,22 @@ QPoint pointOrNull(int x, int y)
 
 QDBusArgument& operator<<(QDBusArgument& argument, const StatusIconPixmap& pixmap)
 {
-    argument.beginStructure();
-    argument << pixmap.width << pixmap.height << pixmap.pixels;
-    argument.endStructure();
-    return argument;
+    return writeStructure(argument, pixmap.width, pixmap.height, pixmap.pixels);
 }
 
 const QDBusArgument& operator>>(const QDBusArgument& argument, StatusIconPixmap& pixmap)
 {
-    argument.beginStructure();
-    argument >> pixmap.width >> pixmap.height >> pixmap.pixels;
-    argument.endStructure();
-    return argument;
+    return readStructure(argument, pixmap.width, pixmap.height, pixmap.pixels);
 }
 
 QDBusArgument& operator<<(QDBusArgument& argument, const StatusToolTip& toolTip)
 {
-    argument.beginStructure();
-    argument << toolTip.iconName << toolTip.icon << toolTip.title << toolTip.text;
-    argument.endStructure();
-    return argument;
+    return writeStructure(argument, toolTip.iconName, toolTip.icon, toolTip.title, toolTip.text);
 }
 
 const QDBusArgument& operator>>(const QDBusArgument& argument, StatusToolTip& toolTip)
 {
-    argument.beginStructure();
-    argument >> toolTip.iconName >> toolTip.icon >> toolTip.title >> toolTip.text;
-    argument.endStructure();
-    return argument;
+    return readStructure(argument, toolTip.iconName, toolTip.icon, toolTip.title, toolTip.text);
 }
 
 StatusIconPixmaps statusIconPixmaps(const QIcon& icon)
