@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Result.h"
+#include "SafeRemoval.h"
 
 #include <QDateTime>
 #include <cstdint>
@@ -37,10 +38,15 @@ struct TrashedItemRemoval {
     int recordErrorCode = 0; // the errno behind recordError
 };
 
-// Removes the item `name` of files/ (open as filesFd) with everything in it, then its record in
-// info/ (infoFd, or -1 where the trash has no info folder). The record goes only after the item:
-// a failed removal keeps both, so no item is ever left without its record.
-TrashedItemRemoval removeTrashedItem(int filesFd, int infoFd, const std::string& name);
+// Removes the item `name` of files/ (open as filesFd) with everything in it, as removeEntry does
+// under `rules`, then its record in info/ (infoFd, or -1 where the trash has no info folder).
+// Where the rules act for someone, the record goes as the owner of info/, once the rules allow
+// that owner. The record goes only after the item did: a failed removal keeps both, so no item
+// is ever left without its record, and the record of an item that was not there stays too (a
+// program trashing a file writes the record first). The record is not looked at first, so
+// nothing mounted on it is reached; a folder of its name is no record and stays.
+TrashedItemRemoval removeTrashedItem(int filesFd, int infoFd, const std::string& name,
+                                     const RemovalRules& rules = {});
 
 // The records in info/ of the trash folder open as trashFd, by file name.
 std::set<std::string> listRecords(int trashFd);
