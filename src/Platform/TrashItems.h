@@ -23,12 +23,21 @@ namespace quillane
 // folder sizes, directorysizes, beside them. All calls work relative to open folders and block;
 // run them off the main thread.
 
-// The one entry of files/ that is neither counted nor emptied: the folder-view file ".DS_Store",
-// by that exact name. Counting and emptying both ask here, so a trash whose count says it holds
-// items can always be emptied of them.
+// The folder-view file that trashes filled on other systems carry. It is no item of the user's:
+// counting and emptying leave out the entry of files/ by that exact name, so a trash whose count
+// says it holds items can always be emptied of them. Sizes leave out more: any file whose path
+// holds the name anywhere, as part of a longer name too, adds nothing.
+inline constexpr std::string_view skippedTrashEntryName = ".DS_Store";
+
 inline bool isSkippedTrashEntry(std::string_view name)
 {
-    return name == ".DS_Store";
+    return name == skippedTrashEntryName;
+}
+
+// Whether a path (or one name of it) is left out of the sizes of a trash.
+inline bool isUnsizedTrashPath(std::string_view path)
+{
+    return path.find(skippedTrashEntryName) != std::string_view::npos;
 }
 
 // What became of one trashed item and its record.
