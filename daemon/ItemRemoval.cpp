@@ -3,6 +3,7 @@
 #include "ActingIdentity.h"
 #include "Platform/FileSystem.h"
 #include "Platform/SafeRemoval.h"
+#include "Platform/TrashItems.h"
 #include "Platform/linux/ProcMountTable.h"
 
 #include <algorithm>
@@ -160,28 +161,20 @@ std::string removeTrashItem(const fs::path& item, const Caller& caller, const fs
     const auto files = openBeneath(trashFolder->get(), "files", check);
     if (!files)
         return files.error();
+    const auto info = openBeneath(trashFolder->get(), "info", check);
 
     RemovalRules rules;
     rules.allowsOwner = [&identity, &caller](uid_t owner) {
         return identity.isValid() && (owner == caller.uid || owner == 0);
     };
     rules.actFor = [&identity](uid_t owner) { identity.actFor(owner); };
-    const auto removed = removeEntry(files->get(), trash.itemName, rules);
-    if (!removed)
-        return removed.error();
-    if (!*removed)
+    const TrashedItemRemoval removal =
+        removeTrashedItem(files->get(), info ? info->get() : -1, trash.itemName, rules);
+    if (!removal.item)
+        return removal.item.error();
+    if (!*removal.item)
         return item.native() + ": no such item in the trash";
-
-    // The record goes only after the item: a failed removal never leaves an item without one.
-    identity.actFor(caller.uid);
-    if (const auto info = openBeneath(trashFolder->get(), "info", check)) {
-        // Not looked at first: whatever might be mounted on the record is never reached. A
-        // folder of that name is not a record and stays.
-        const std::string record = trash.itemName + ".trashinfo";
-        if (unlinkat(info->get(), record.c_str(), 0) != 0 && errno != ENOENT && errno != EISDIR)
-            return describeErrno(record, errno);
-    }
-    return {};
+    return removal.recordError;
 }
 
 } // namespace quillane::daemon

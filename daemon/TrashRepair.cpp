@@ -124,6 +124,8 @@ std::string repairHomeTrash(const Caller& caller, const fs::path& mountinfo)
         else if ((!from && errno != ENOENT) && problem.empty())
             problem = describeErrno(top + "/" + part, errno);
     }
+    // The size cache moves with the rest, renamed as root like every entry above: a rename
+    // neither opens nor writes the file, so its bytes and its owner stay the user's.
     if (const std::string sizes = "directorysizes";
         renameat(trash->get(), sizes.c_str(), made.get(), sizes.c_str()) != 0 && errno != ENOENT &&
         problem.empty())

@@ -1,9 +1,10 @@
 # Run by `cmake --install`, last of the project's install rules (install.cmake): writes and
 # installs the daemon's systemd unit, its bus activation file and the install manifest.
 #
-# Set by the caller: template, activation_template (the two templates), work_dir (where they
-# are written before they are installed), and full_unit_dir, full_bin_dir, full_libexec_dir,
-# full_data_dir (absolute, or relative to the prefix of this installation).
+# Set by the caller: template, activation_template (the two templates), QUILLANE_DAEMON_BUS_NAME
+# (the activation file's name), work_dir (where they are written before they are installed), and
+# full_unit_dir, full_bin_dir, full_libexec_dir, full_data_dir (absolute, or relative to the
+# prefix of this installation).
 
 # Relative folders are relative to the prefix this installation goes to.
 foreach(dir full_unit_dir full_bin_dir full_libexec_dir full_data_dir)
@@ -15,7 +16,7 @@ set(CMAKE_INSTALL_FULL_BINDIR "${full_bin_dir}")
 set(CMAKE_INSTALL_FULL_LIBEXECDIR "${full_libexec_dir}")
 set(unit "${full_unit_dir}/quillane-daemon.service")
 set(activation_dir "${full_data_dir}/dbus-1/system-services")
-set(activation "${activation_dir}/com.velmoric.QuillaneDaemon.service")
+set(activation "${activation_dir}/${QUILLANE_DAEMON_BUS_NAME}.service")
 set(manifest "${full_data_dir}/quillane/install-manifest.txt")
 set(QUILLANE_INSTALL_MANIFEST "${manifest}")
 
@@ -33,13 +34,13 @@ foreach(path IN ITEMS "${full_libexec_dir}/quillane-daemon" "${CMAKE_INSTALL_FUL
     endif()
 endforeach()
 configure_file("${template}" "${work_dir}/quillane-daemon.service" @ONLY)
-configure_file("${activation_template}" "${work_dir}/com.velmoric.QuillaneDaemon.service" @ONLY)
+configure_file("${activation_template}" "${work_dir}/${QUILLANE_DAEMON_BUS_NAME}.service" @ONLY)
 
 list(JOIN installed "\n" lines)
 file(WRITE "${work_dir}/install-manifest.txt" "${lines}\n")
 
 file(INSTALL DESTINATION "${activation_dir}" TYPE FILE
-     FILES "${work_dir}/com.velmoric.QuillaneDaemon.service")
+     FILES "${work_dir}/${QUILLANE_DAEMON_BUS_NAME}.service")
 file(INSTALL DESTINATION "${full_unit_dir}" TYPE FILE
      FILES "${work_dir}/quillane-daemon.service")
 file(INSTALL DESTINATION "${full_data_dir}/quillane" TYPE FILE

@@ -6,9 +6,13 @@
 #
 #   <libexecdir>/quillane-daemon
 #   <QUILLANE_SYSTEMD_UNIT_DIR>/quillane-daemon.service
-#   <datadir>/dbus-1/system.d/com.velmoric.QuillaneDaemon.conf
-#   <datadir>/dbus-1/system-services/com.velmoric.QuillaneDaemon.service
-#   <datadir>/polkit-1/actions/com.velmoric.quillane.policy
+#   <datadir>/dbus-1/system.d/<bus name>.conf
+#   <datadir>/dbus-1/system-services/<bus name>.service
+#   <datadir>/polkit-1/actions/<polkit actions file>
+#
+# The bus name and the polkit actions file are QUILLANE_DAEMON_BUS_NAME and
+# QUILLANE_POLKIT_ACTIONS_FILE, which daemon/dbus/contract.cmake reads from BusNames.h; the files
+# under daemon/ are named after them.
 #   <datadir>/quillane/install-manifest.txt
 #
 # The bus reads its policy and activation files, and polkit its actions, under /usr/share
@@ -33,9 +37,9 @@ if(TARGET quillane-daemon)
     install(TARGETS quillane-daemon RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR})
 endif()
 
-install(FILES ${CMAKE_CURRENT_LIST_DIR}/dbus/com.velmoric.QuillaneDaemon.conf
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/dbus/${QUILLANE_DAEMON_BUS_NAME}.conf
         DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/system.d)
-install(FILES ${CMAKE_CURRENT_LIST_DIR}/polkit/com.velmoric.quillane.policy
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/polkit/${QUILLANE_POLKIT_ACTIONS_FILE}
         DESTINATION ${CMAKE_INSTALL_DATADIR}/polkit-1/actions)
 
 # The unit, the activation file and the manifest, installed by install-unit.cmake. The top-level
@@ -47,7 +51,8 @@ function(quillane_install_unit_and_manifest)
 # In a scope of its own, but what it installs joins CMake's own list of installed files.
 block(PROPAGATE CMAKE_INSTALL_MANIFEST_FILES)
 set(template [[${here}/systemd/quillane-daemon.service.in]])
-set(activation_template [[${here}/dbus/com.velmoric.QuillaneDaemon.service.in]])
+set(activation_template [[${here}/dbus/${QUILLANE_DAEMON_BUS_NAME}.service.in]])
+set(QUILLANE_DAEMON_BUS_NAME [[${QUILLANE_DAEMON_BUS_NAME}]])
 set(work_dir [[${CMAKE_CURRENT_BINARY_DIR}/daemon-install]])
 set(full_unit_dir [[${QUILLANE_SYSTEMD_UNIT_DIR}]])
 set(full_bin_dir [[${CMAKE_INSTALL_BINDIR}]])

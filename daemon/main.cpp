@@ -36,7 +36,7 @@ int finishUninstall(const QString& manifest)
 
 } // namespace
 
-// The privileged helper daemon: serves com.velmoric.QuillaneDaemon on the system bus.
+// The privileged helper daemon: serves BusNames::daemonService on the system bus.
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);

@@ -29,8 +29,8 @@ bool isMountPoint(const std::filesystem::path& path);
 
 // The space allocated on disk for the regular files below a folder, at any depth. Symbolic
 // links are counted as nothing and never followed; other mounted filesystems are not entered.
-// Any entry whose path contains ".DS_Store" adds nothing. The first folder that cannot be read
-// fails the whole walk with its error: a partial total would be a wrong answer.
+// A path that isUnsizedTrashPath (TrashItems.h) leaves out adds nothing. The first folder that
+// cannot be read fails the whole walk with its error: a partial total would be a wrong answer.
 Result<std::uint64_t> allocatedSizeOfDirectory(const std::filesystem::path& folder);
 
 // allocatedSizeOfDirectory for a trash folder, walking only the items that are new or changed

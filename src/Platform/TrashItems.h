@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Result.h"
+#include "SafeRemoval.h"
 
 #include <QDateTime>
 #include <cstdint>
@@ -22,12 +23,21 @@ namespace quillane
 // folder sizes, directorysizes, beside them. All calls work relative to open folders and block;
 // run them off the main thread.
 
-// The one entry of files/ that is neither counted nor emptied: the folder-view file ".DS_Store",
-// by that exact name. Counting and emptying both ask here, so a trash whose count says it holds
-// items can always be emptied of them.
+// The folder-view file that trashes filled on other systems carry. It is no item of the user's:
+// counting and emptying leave out the entry of files/ by that exact name, so a trash whose count
+// says it holds items can always be emptied of them. Sizes leave out more: any file whose path
+// holds the name anywhere, as part of a longer name too, adds nothing.
+inline constexpr std::string_view skippedTrashEntryName = ".DS_Store";
+
 inline bool isSkippedTrashEntry(std::string_view name)
 {
-    return name == ".DS_Store";
+    return name == skippedTrashEntryName;
+}
+
+// Whether a path (or one name of it) is left out of the sizes of a trash.
+inline bool isUnsizedTrashPath(std::string_view path)
+{
+    return path.find(skippedTrashEntryName) != std::string_view::npos;
 }
 
 // What became of one trashed item and its record.
@@ -37,10 +47,15 @@ struct TrashedItemRemoval {
     int recordErrorCode = 0; // the errno behind recordError
 };
 
-// Removes the item `name` of files/ (open as filesFd) with everything in it, then its record in
-// info/ (infoFd, or -1 where the trash has no info folder). The record goes only after the item:
-// a failed removal keeps both, so no item is ever left without its record.
-TrashedItemRemoval removeTrashedItem(int filesFd, int infoFd, const std::string& name);
+// Removes the item `name` of files/ (open as filesFd) with everything in it, as removeEntry does
+// under `rules`, then its record in info/ (infoFd, or -1 where the trash has no info folder).
+// Where the rules act for someone, the record goes as the owner of info/, once the rules allow
+// that owner. The record goes only after the item did: a failed removal keeps both, so no item
+// is ever left without its record, and the record of an item that was not there stays too (a
+// program trashing a file writes the record first). The record is not looked at first, so
+// nothing mounted on it is reached; a folder of its name is no record and stays.
+TrashedItemRemoval removeTrashedItem(int filesFd, int infoFd, const std::string& name,
+                                     const RemovalRules& rules = {});
 
 // The records in info/ of the trash folder open as trashFd, by file name.
 std::set<std::string> listRecords(int trashFd);

@@ -587,6 +587,52 @@ private Q_SLOTS:
         startDaemon();
     }
 
+    // Root writes none of the user's files: a removal leaves directorysizes exactly as it was,
+    // and a folder named like the record is no record and stays.
+    void leavesTheUsersOtherFilesAlone_data()
+    {
+        QTest::addColumn<bool>("recordIsFolder");
+        QTest::newRow("a record") << false;
+        QTest::newRow("a folder named like the record") << true;
+    }
+
+    void leavesTheUsersOtherFilesAlone()
+    {
+        QFETCH(bool, recordIsFolder);
+        const fs::path item = homeTrash() / "files" / "item";
+        const fs::path record = homeTrash() / "info" / "item.trashinfo";
+        const fs::path sizes = homeTrash() / "directorysizes";
+        if (recordIsFolder) {
+            fs::remove(record);
+            test::writeFile(record / "inside", "not a record");
+        }
+        test::writeFile(sizes, "4096 1700000000 item\n4096 1700000000 gone\n");
+        chownTree(homeTrash(), m_user->uid(), m_user->gid());
+        test::writeFile(item / "locked" / "system file", "root's");
+        QVERIFY(chmod((item / "locked").c_str(), 0555) == 0); // root's: beyond the user
+        const auto sizesNow = [&] {
+            struct stat info {
+            };
+            lstat(sizes.c_str(), &info);
+            return QStringList{QString::fromStdString(test::readFile(sizes)),
+                               QStringLiteral("%1 %2 %3:%4 %5.%6")
+                                   .arg(info.st_ino)
+                                   .arg(info.st_mode, 0, 8)
+                                   .arg(info.st_uid)
+                                   .arg(info.st_gid)
+                                   .arg(info.st_mtim.tv_sec)
+                                   .arg(info.st_mtim.tv_nsec)};
+        };
+        const QStringList before = sizesNow();
+
+        QCOMPARE(askToDelete(*m_user, QByteArray::fromStdString(item.native())),
+                 QStringLiteral("removed"));
+        QVERIFY(!fs::exists(fs::symlink_status(item)));
+        QCOMPARE(fs::exists(record / "inside"), recordIsFolder);
+        QVERIFY(recordIsFolder || !fs::exists(fs::symlink_status(record)));
+        QCOMPARE(sizesNow(), before);
+    }
+
     // Last: an accepted uninstall ends the daemon, and the service manager's stop step, outside
     // the daemon's sandbox, removes the installation.
     void uninstallRemovesOnlyItsOwnFiles()

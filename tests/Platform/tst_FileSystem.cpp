@@ -31,45 +31,17 @@ class TestFileSystem : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void oddNames_data()
-    {
-        QTest::addColumn<QByteArray>("name");
-        QTest::newRow("not utf-8") << QByteArray("caf\xe9-\xff\xfe");
-        QTest::newRow("newline") << QByteArray("two\nlines");
-        QTest::newRow("leading dash") << QByteArray("-rf");
-        QTest::newRow("255 bytes") << QByteArray(255, 'n');
-    }
-
-    // A folder and a file with the name are listed and sized like any other.
-    void oddNames()
-    {
-        QFETCH(QByteArray, name);
-        QTemporaryDir root;
-        const fs::path tree = root.path().toStdString();
-        const std::string bytes = name.toStdString();
-        test::writeFile(tree / bytes / bytes, std::string(10000, 'q'));
-        // QTemporaryDir removes by QString, which cannot spell every byte name.
-        const auto removeFirst = qScopeGuard([&] { fs::remove_all(tree / bytes); });
-
-        const auto top = listDirectory(tree);
-        QVERIFY2(top.ok(), top.error().c_str());
-        QCOMPARE(top.value(), std::vector<std::string>{bytes});
-        const auto inner = listDirectory(tree / bytes);
-        QVERIFY2(inner.ok(), inner.error().c_str());
-        QCOMPARE(inner.value(), std::vector<std::string>{bytes});
-        const auto size = allocatedSizeOfDirectory(tree);
-        QVERIFY2(size.ok(), size.error().c_str());
-        QVERIFY(size.value() > 0);
-        QCOMPARE(size.value(), allocated(tree, {name + '/' + name}));
-    }
-
     void allocatedSize_data()
     {
         QTest::addColumn<QByteArray>("layout"); // run in the tree; ../outside is beside it
         QTest::addColumn<QByteArrayList>("counted");
-        const auto row = [](const char* tag, const char* layout, const QByteArrayList& counted) {
-            QTest::newRow(tag) << ("fill() { head -c $2 /dev/zero >$1; }; " + QByteArray(layout))
-                               << counted;
+        // Run once the tree was sized, and what the trash's size counts after it.
+        QTest::addColumn<QByteArray>("change");
+        QTest::addColumn<QByteArrayList>("countedAfter");
+        const auto row = [](const char* tag, const char* layout, const QByteArrayList& counted,
+                            const char* change = "true", const QByteArrayList& after = {"-"}) {
+            QTest::newRow(tag) << QByteArray(layout) << counted << QByteArray(change)
+                               << (after == QByteArrayList{"-"} ? counted : after);
         };
         row("files at several depths",
             "mkdir -p b/d/e; fill a 1; fill b/c 5000; fill b/d/e/f 70000; : >empty",
@@ -88,6 +60,25 @@ private Q_SLOTS:
             "mkdir -p a/b c/.DS_Store d; for f in .DS_Store a/b/.DS_Store c/.DS_Store/inside "
             "d/copy.DS_Store.bak; do fill $f 9000; done; fill a/b/kept 9000",
             {"a/b/kept"});
+        QByteArrayList odd = {"caf\xe9-\xff\xfe", "two\nlines", "-rf", QByteArray(255, 'n')};
+        for (QByteArray& name : odd)
+            name += '/' + name;
+        row("names not UTF-8, with a newline, a leading dash, of 255 bytes",
+            "for n in \"$(printf 'caf\\351-\\377\\376')\" \"$(printf 'two\\nlines')\" -rf "
+            "$(printf %0255d 0 | tr 0 n); do mkdir -- \"$n\"; fill \"$n/$n\" 10000; done",
+            odd);
+        // The trash's size walks what changed since the last time, and only that.
+        const char* trash = "fill file 5000; fill item/top 9000; fill item/inner/deep 70000";
+        const QByteArrayList before = {"file", "item/top", "item/inner/deep"};
+        row("an item added", trash, before, "fill new/f 9000", before + QByteArrayList{"new/f"});
+        row("an item removed", trash, before, "rm -r item", {"file"});
+        row("an entry added at an item's top", trash, before, "fill item/more 9000",
+            before + QByteArrayList{"item/more"});
+        row("an item replaced under its name", trash, before,
+            "rm -r item; mkdir item; fill item/new 9000", {"file", "item/new"});
+        // Nothing but emptying changes what is inside a trashed item, so its top stands for it.
+        row("a change deep inside an item is not walked again", trash, before,
+            "fill item/inner/more 9000", before);
     }
 
     // The total is the space allocated to the regular files of the tree and nothing else.
@@ -95,58 +86,28 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, layout);
         QFETCH(QByteArrayList, counted);
+        QFETCH(QByteArray, change);
+        QFETCH(QByteArrayList, countedAfter);
+        const QByteArray fill =
+            "fill() { mkdir -p -- \"$(dirname -- \"$1\")\"; head -c $2 /dev/zero >\"$1\"; }; ";
         QTemporaryDir root;
         const fs::path tree = fs::path(root.path().toStdString()) / "tree";
         test::makeFolder(tree);
         test::makeFolder(fs::path(root.path().toStdString()) / "outside");
-        QVERIFY(test::shell(tree, layout));
+        // QTemporaryDir removes by QString, which cannot spell every byte name.
+        const auto removeFirst = qScopeGuard([&] { fs::remove_all(tree); });
+        QVERIFY(test::shell(tree, fill + layout));
 
         const auto size = allocatedSizeOfDirectory(tree);
         QVERIFY2(size.ok(), size.error().c_str());
         QCOMPARE(size.value(), allocated(tree, counted));
-        for (const char* pass : {"first", "again, from what is known"}) {
-            const auto trashSize = allocatedSizeOfTrash(tree);
-            QVERIFY2(trashSize.ok(), trashSize.error().c_str());
-            QVERIFY2(trashSize.value() == size.value(), pass);
-        }
-    }
-
-    void trashSizeWalksOnlyWhatChanged_data()
-    {
-        QTest::addColumn<QByteArray>("change");
-        QTest::addColumn<QByteArrayList>("counted");
-        const QByteArrayList before = {"file", "item/top", "item/inner/deep"};
-        QTest::newRow("an item added")
-            << QByteArray("fill new/f 9000") << before + QByteArrayList{"new/f"};
-        QTest::newRow("an item removed") << QByteArray("rm -r item") << QByteArrayList{"file"};
-        QTest::newRow("an entry added at an item's top")
-            << QByteArray("fill item/more 9000") << before + QByteArrayList{"item/more"};
-        QTest::newRow("an item replaced under its name")
-            << QByteArray("rm -r item; mkdir item; fill item/new 9000")
-            << QByteArrayList{"file", "item/new"};
-        // Nothing but emptying changes what is inside a trashed item, so its top stands for it.
-        QTest::newRow("a change deep inside an item is not walked again")
-            << QByteArray("fill item/inner/more 9000") << before;
-    }
-
-    // The trash's size walks what changed since the last time, and only that.
-    void trashSizeWalksOnlyWhatChanged()
-    {
-        QFETCH(QByteArray, change);
-        QFETCH(QByteArrayList, counted);
-        QTemporaryDir root;
-        const fs::path trash = root.path().toStdString();
-        const QByteArray fill = "fill() { mkdir -p $(dirname $1); head -c $2 /dev/zero >$1; }; ";
-        QVERIFY(test::shell(trash, fill + "fill file 5000; fill item/top 9000; "
-                                          "fill item/inner/deep 70000"));
-        const auto first = allocatedSizeOfTrash(trash);
+        const auto first = allocatedSizeOfTrash(tree);
         QVERIFY2(first.ok(), first.error().c_str());
-        QCOMPARE(first.value(), allocated(trash, {"file", "item/top", "item/inner/deep"}));
-
-        QVERIFY(test::shell(trash, fill + change));
-        const auto after = allocatedSizeOfTrash(trash);
+        QCOMPARE(first.value(), size.value());
+        QVERIFY(test::shell(tree, fill + change));
+        const auto after = allocatedSizeOfTrash(tree); // from what it knows
         QVERIFY2(after.ok(), after.error().c_str());
-        QCOMPARE(after.value(), allocated(trash, counted));
+        QCOMPARE(after.value(), allocated(tree, countedAfter));
     }
 
     void unreadableFolderFailsTheWalk_data()

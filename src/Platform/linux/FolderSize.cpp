@@ -31,18 +31,12 @@ namespace
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view dsStore = ".DS_Store";
 constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 // Folders one walker holds open at once. Deeper folders are reached again through ".." on the
 // way back up, so depth costs memory for names, never descriptors.
 constexpr std::size_t keptOpen = 16;
 // Big enough to read most folders in one call.
 constexpr std::size_t listingBuffer = 256 * 1024;
-
-bool marksSkipped(std::string_view name)
-{
-    return name.find(dsStore) != std::string_view::npos;
-}
 
 struct Identity {
     dev_t device = 0;
@@ -66,7 +60,7 @@ int identify(int fd, const char* name, int flags, Identity& identity)
 struct Level {
     std::string name; // relative to the level above; the whole path for the first
     Identity identity;
-    bool skipped = false; // its path holds ".DS_Store"
+    bool skipped = false; // its path is left out of sizes (isUnsizedTrashPath)
     UniqueFd fd;
     std::vector<std::string> folders;
     std::size_t next = 0;
@@ -114,7 +108,7 @@ public:
     {
         Level level;
         level.name = path;
-        level.skipped = marksSkipped(path);
+        level.skipped = isUnsizedTrashPath(path);
         level.fd = std::move(fd);
         m_levels.clear();
         m_levels.push_back(std::move(level));
@@ -140,7 +134,7 @@ private:
             return fail(pathOf(name), errno);
         Level level;
         level.name = name;
-        level.skipped = parent.skipped || marksSkipped(name);
+        level.skipped = parent.skipped || isUnsizedTrashPath(name);
         level.fd = std::move(child);
         if (const int error = identify(level.fd.get(), "", AT_EMPTY_PATH, level.identity))
             return fail(pathOf(name), error);
@@ -197,7 +191,7 @@ private:
 
     bool take(Level& level, const char* name, unsigned char type)
     {
-        const bool skipped = level.skipped || marksSkipped(name);
+        const bool skipped = level.skipped || isUnsizedTrashPath(name);
         if (type == DT_DIR) {
             level.folders.emplace_back(name);
             return true;
@@ -335,7 +329,7 @@ Result<std::vector<std::uint64_t>> sizesOfFolders(int topFd, const fs::path& top
                 walker.fail(path, error);
                 return;
             }
-            if (!walker.walk(std::move(fd), path, marksSkipped(path)))
+            if (!walker.walk(std::move(fd), path, isUnsizedTrashPath(path)))
                 return;
             totals[share.folder] += walker.takeTotal();
         }
@@ -484,7 +478,7 @@ Result<std::uint64_t> allocatedSizeOfTrash(const std::filesystem::path& trashFol
     Identity topIdentity;
     if (const int error = openTop(trashFolder, top, topIdentity))
         return SizeResult::failure(describeErrno(trashFolder.native(), error));
-    if (marksSkipped(trashFolder.native()))
+    if (isUnsizedTrashPath(trashFolder.native()))
         return SizeResult::success(0);
     const auto names = listDirectory(trashFolder);
     if (!names)
@@ -500,7 +494,7 @@ Result<std::uint64_t> allocatedSizeOfTrash(const std::filesystem::path& trashFol
     std::vector<std::string> changed;
     std::vector<std::pair<FolderKey, KnownSize>> changedKeys;
     for (const std::string& name : *names) {
-        if (marksSkipped(name))
+        if (isUnsizedTrashPath(name))
             continue;
         struct statx info {
         };
@@ -586,7 +580,7 @@ Result<std::uint64_t> allocatedSizeOfEntry(const std::filesystem::path& entry)
     if (statx(AT_FDCWD, entry.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT,
               STATX_TYPE | STATX_BLOCKS, &info) != 0)
         return SizeResult::failure(describeErrno(entry.native(), errno), errno);
-    if (marksSkipped(entry.filename().native()))
+    if (isUnsizedTrashPath(entry.filename().native()))
         return SizeResult::success(0);
     if (S_ISDIR(info.stx_mode))
         return allocatedSizeOfDirectory(entry);

@@ -19,7 +19,7 @@ namespace quillane
 //
 //   the bus activation file    {usr/share,usr/local/share}/dbus-1/system-services/NAME.service
 //   the bus policy             {usr/share,etc}/dbus-1/system.d/NAME.conf
-//   the polkit actions         usr/share/polkit-1/actions/com.velmoric.quillane.policy
+//   the polkit actions         usr/share/polkit-1/actions/BusNames::polkitActionsFile
 //   the systemd unit           the unit the activation file names (SystemdService=), in one of
 //                              systemd's unit folders (etc, run, usr/local/lib, lib, usr/lib)
 //

@@ -134,17 +134,31 @@ std::string forgetGoneSizes(int trashFd, int filesFd)
 
 } // namespace
 
-TrashedItemRemoval removeTrashedItem(int filesFd, int infoFd, const std::string& name)
+TrashedItemRemoval removeTrashedItem(int filesFd, int infoFd, const std::string& name,
+                                     const RemovalRules& rules)
 {
     TrashedItemRemoval removal;
-    removal.item = removeEntry(filesFd, name);
-    if (!removal.item || infoFd < 0)
+    removal.item = removeEntry(filesFd, name, rules);
+    if (!removal.item || !*removal.item || infoFd < 0)
         return removal;
     const std::string record = name + std::string(recordSuffix);
-    if (unlinkat(infoFd, record.c_str(), 0) != 0 && errno != ENOENT) {
-        removal.recordErrorCode = errno;
-        removal.recordError = describeErrno(record, errno);
+    const auto failed = [&](int error) {
+        removal.recordErrorCode = error;
+        removal.recordError = describeErrno(record, error);
+        return removal;
+    };
+    if (rules.actFor || rules.allowsOwner) {
+        struct stat info {
+        };
+        if (fstat(infoFd, &info) != 0)
+            return failed(errno);
+        if (rules.actFor)
+            rules.actFor(info.st_uid);
+        if (rules.allowsOwner && !rules.allowsOwner(info.st_uid))
+            return failed(EPERM);
     }
+    if (unlinkat(infoFd, record.c_str(), 0) != 0 && errno != ENOENT && errno != EISDIR)
+        return failed(errno);
     return removal;
 }
 
