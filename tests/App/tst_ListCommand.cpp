@@ -122,6 +122,11 @@ private Q_SLOTS:
         QCOMPARE(table[1].indexOf(QStringLiteral("/media/stick/")),
                  table[0].indexOf(header.section(QLatin1Char(' '), 1)));
         QVERIFY2(table[1].simplified().endsWith(counted), qPrintable(table[1]));
+        // Counts and sizes line up on the right.
+        const QString count = counted.section(QLatin1Char(' '), 0, 0);
+        QCOMPARE(table[1].indexOf(count) + count.size(),
+                 table[2].indexOf(QStringLiteral(" 0 ")) + 2);
+        QCOMPARE(table[1].size(), table[0].size());
         QVERIFY2(table[2].contains(missing), qPrintable(table[2]));
         QCOMPARE(json.size(), 2);
         const QJsonObject first = json[0].toObject();
