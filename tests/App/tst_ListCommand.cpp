@@ -30,6 +30,23 @@ qint64 allocatedBytesOfFiles(const fs::path& folder)
     return total;
 }
 
+// What the program prints for a user with this home and no other data folder; with the
+// environment's other changes given, and its errors after its output.
+QString runIn(const QString& home, const QStringList& arguments,
+              const QList<std::pair<QString, QString>>& changes = {})
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("HOME"), home);
+    environment.remove(QStringLiteral("XDG_DATA_HOME"));
+    for (const auto& [name, value] : changes)
+        environment.insert(name, value);
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.start(QStringLiteral(QUILLANE_EXECUTABLE), arguments);
+    process.waitForFinished(60000);
+    return QString::fromLocal8Bit(process.readAllStandardOutput() + process.readAllStandardError());
+}
+
 } // namespace
 
 class TestListCommand : public QObject
@@ -55,47 +72,16 @@ private Q_SLOTS:
     {
         QFETCH(QStringList, arguments);
         QTemporaryDir home;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("HOME"), home.path());
-        environment.remove(QStringLiteral("XDG_DATA_HOME"));
-        environment.insert(QStringLiteral("LD_DEBUG"), QStringLiteral("libs"));
-        QProcess process;
-        process.setProcessEnvironment(environment);
-        process.start(QStringLiteral(QUILLANE_EXECUTABLE), arguments);
-        QVERIFY(process.waitForFinished(60000));
-        const QString loaded = QString::fromLocal8Bit(process.readAllStandardError());
+        const QString loaded =
+            runIn(home.path(), arguments, {{QStringLiteral("LD_DEBUG"), QStringLiteral("libs")}});
         QVERIFY2(loaded.contains(QStringLiteral("libQt6Core.so")), qPrintable(loaded.left(2000)));
         for (const char* library : {"libQt6Widgets.so", "libQt6Gui.so", "libQt6Multimedia.so",
                                     "libQt6Svg.so", "libQt6Network.so", "quillane-windows.so"})
             QVERIFY2(!loaded.contains(QLatin1String(library)), library);
     }
 
-    void jsonHasOneObjectPerLocation()
-    {
-        const std::vector<LocationReport> reports = {
-            {QStringLiteral("/"), QStringLiteral("volume"), QStringLiteral("/"),
-             QStringLiteral("/home/me/.local/share/Trash/files"), 3, 12288},
-            {QStringLiteral("GoogleDrive"), QStringLiteral("cloud"),
-             QStringLiteral("/home/me/Library/CloudStorage/GoogleDrive-me"), std::nullopt, 0, 0},
-        };
-        const QJsonArray json = toJson(reports);
-        QCOMPARE(json.size(), 2);
-        const QJsonObject first = json[0].toObject();
-        QCOMPARE(first.keys(), (QStringList{QStringLiteral("bytes"), QStringLiteral("items"),
-                                            QStringLiteral("kind"), QStringLiteral("location"),
-                                            QStringLiteral("name"), QStringLiteral("trash")}));
-        QCOMPARE(first[QStringLiteral("bytes")].toInteger(), 12288);
-        QCOMPARE(first[QStringLiteral("items")].toInt(), 3);
-        QVERIFY(json[1].toObject()[QStringLiteral("trash")].isNull());
-
-        const QStringList table = toTable(reports).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-        QCOMPARE(table.size(), 3);
-        QVERIFY(table[1].endsWith(QStringLiteral("3  12.3 kB")));
-        QVERIFY(table[2].contains(QStringLiteral("(no trash folder)")));
-    }
-
-    // The table is for people and reads in their language; the JSON is for scripts and does not
-    // change with it.
+    // The table is for people and reads in their language; the JSON is for scripts, holds one
+    // object per location and does not change with the language.
     void tableFollowsTheLanguage_data()
     {
         QTest::addColumn<QLocale>("locale");
@@ -126,15 +112,28 @@ private Q_SLOTS:
              std::nullopt, 0, 0},
         };
         const QStringList table = toTable(reports).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-        const QJsonObject first = toJson(reports)[0].toObject();
+        const QJsonArray json = toJson(reports);
         QLocale::setDefault(before);
         installTranslations();
 
         QCOMPARE(table.size(), 3);
         // Columns are padded to their widest cell.
         QVERIFY2(table[0].simplified().startsWith(header), qPrintable(table[0]));
+        QCOMPARE(table[1].indexOf(QStringLiteral("/media/stick/")),
+                 table[0].indexOf(header.section(QLatin1Char(' '), 1)));
         QVERIFY2(table[1].simplified().endsWith(counted), qPrintable(table[1]));
+        // Counts and sizes line up on the right.
+        const QString count = counted.section(QLatin1Char(' '), 0, 0);
+        QCOMPARE(table[1].indexOf(count) + count.size(),
+                 table[2].indexOf(QStringLiteral(" 0 ")) + 2);
+        QCOMPARE(table[1].size(), table[0].size());
         QVERIFY2(table[2].contains(missing), qPrintable(table[2]));
+        QCOMPARE(json.size(), 2);
+        const QJsonObject first = json[0].toObject();
+        QCOMPARE(first.keys(), (QStringList{QStringLiteral("bytes"), QStringLiteral("items"),
+                                            QStringLiteral("kind"), QStringLiteral("location"),
+                                            QStringLiteral("name"), QStringLiteral("trash")}));
+        QVERIFY(json[1].toObject()[QStringLiteral("trash")].isNull());
         QCOMPARE(first[QStringLiteral("items")].toInt(), 1234);
         QCOMPARE(first[QStringLiteral("bytes")].toInteger(), 1234567);
     }
@@ -171,17 +170,9 @@ private Q_SLOTS:
         QFETCH(QStringList, arguments);
         QFETCH(QString, said);
         QTemporaryDir home;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("HOME"), home.path());
-        environment.remove(QStringLiteral("XDG_DATA_HOME"));
-        environment.insert(QStringLiteral("LANG"), QStringLiteral("C.UTF-8"));
-        environment.insert(variable, value);
-        QProcess process;
-        process.setProcessEnvironment(environment);
-        process.start(QStringLiteral(QUILLANE_EXECUTABLE), arguments);
-        QVERIFY(process.waitForFinished(60000));
         const QString output =
-            QString::fromUtf8(process.readAllStandardOutput() + process.readAllStandardError());
+            runIn(home.path(), arguments,
+                  {{QStringLiteral("LANG"), QStringLiteral("C.UTF-8")}, {variable, value}});
         QVERIFY2(output.simplified().contains(said), qPrintable(output));
     }
 

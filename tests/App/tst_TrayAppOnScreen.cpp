@@ -183,6 +183,7 @@ private Q_SLOTS:
         QCOMPARE(notifications->shown[0].body,
                  formatByteCount(*expectedFreed) + QStringLiteral(" freed"));
         QCOMPARE(notifications->shown[0].application, QStringLiteral("Quillane"));
+        QCOMPARE(notifications->shown[0].icon, QStringLiteral("user-trash"));
     }
 };
 
