@@ -43,7 +43,10 @@ void callBack(const QDBusConnection& connection, const QDBusMessage& call, const
 class ScriptedDaemon final : public QDBusVirtualObject
 {
 public:
-    explicit ScriptedDaemon(QStringList script) : m_script(std::move(script)) {}
+    ScriptedDaemon(QStringList script, std::function<void()> vanish)
+        : m_script(std::move(script)), m_vanish(std::move(vanish))
+    {
+    }
 
     QString introspect(const QString&) const override { return {}; }
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override
@@ -83,9 +86,7 @@ public:
                 return true;
             }
             if (m_script.contains(QStringLiteral("--exit-on-delete"))) {
-                QTimer::singleShot(0, this, [name = connection.name()] {
-                    QDBusConnection::disconnectFromBus(name);
-                });
+                QTimer::singleShot(0, this, m_vanish);
                 return true;
             }
             const QVariant urls = message.arguments().value(0);
@@ -106,6 +107,7 @@ public:
 
 private:
     QStringList m_script;
+    std::function<void()> m_vanish;
 };
 
 HelperHarness::HelperHarness(std::optional<std::filesystem::path> installRoot)
@@ -130,7 +132,7 @@ HelperHarness::~HelperHarness()
 bool HelperHarness::startDaemon(const QStringList& script)
 {
     stopDaemon();
-    m_daemon = std::make_unique<ScriptedDaemon>(script);
+    m_daemon = std::make_unique<ScriptedDaemon>(script, [this] { stopDaemon(); });
     m_daemonBus = m_bus.connect(QStringLiteral("daemon"));
     return m_daemonBus.registerVirtualObject(BusNames::daemonPath, m_daemon.get()) &&
            m_daemonBus.registerService(BusNames::daemonService);
