@@ -64,7 +64,7 @@ private Q_SLOTS:
             QSKIP("needs root in a private mount namespace");
         m_root = m_dir.path().toStdString();
         QVERIFY(chmod(m_root.c_str(), 0755) == 0);
-        m_bus = std::make_unique<test::PrivateBus>(test::PrivateBus::systemConfig());
+        m_bus = std::make_unique<test::PrivateBus>(test::PrivateBus::System);
         QVERIFY(m_bus->isUp());
         m_user =
             std::make_unique<test::TestUser>(QString::fromStdString((m_root / "home").native()));

@@ -19,18 +19,10 @@ void dieWithParent(QProcess& process)
     process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
 }
 
-QString PrivateBus::openConfig()
+PrivateBus::PrivateBus(Kind kind)
 {
-    return QStringLiteral(QUILLANE_OPEN_BUS_CONFIG);
-}
-
-QString PrivateBus::systemConfig()
-{
-    return QStringLiteral(QUILLANE_SYSTEM_BUS_CONFIG);
-}
-
-PrivateBus::PrivateBus(const QString& config)
-{
+    const QString config = kind == System ? QStringLiteral(QUILLANE_SYSTEM_BUS_CONFIG)
+                                          : QStringLiteral(QUILLANE_OPEN_BUS_CONFIG);
     // dbus-daemon keeps root here, so its death signal stays set; what runs on it as another
     // user ends when the bus does.
     m_daemon.start(QStringLiteral("dbus-daemon"),
@@ -41,8 +33,11 @@ PrivateBus::PrivateBus(const QString& config)
         return;
     }
     m_address = QString::fromLatin1(m_daemon.readLine().trimmed());
-    m_previousAddress = qgetenv(systemBusVariable);
-    qputenv(systemBusVariable, m_address.toLatin1());
+    if (kind == System) {
+        m_namesSystemBus = true;
+        m_previousAddress = qgetenv(systemBusVariable);
+        qputenv(systemBusVariable, m_address.toLatin1());
+    }
     m_connection = connect(QStringLiteral("own"));
 }
 
@@ -51,7 +46,7 @@ PrivateBus::~PrivateBus()
     m_connection = QDBusConnection(QString());
     for (const QString& name : std::as_const(m_connectionNames))
         QDBusConnection::disconnectFromBus(name);
-    if (m_address.isEmpty())
+    if (!m_namesSystemBus)
         return;
     if (m_previousAddress.isEmpty())
         qunsetenv(systemBusVariable);

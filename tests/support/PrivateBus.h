@@ -24,17 +24,19 @@ public:
 };
 
 // A private dbus-daemon, started by the cases that need a bus and ended with its object.
-// While it lives, DBUS_SYSTEM_BUS_ADDRESS names it, so the children started meanwhile find it
-// as their system bus.
 class PrivateBus
 {
 public:
-    // Anyone may own and call anything: for tests of a link itself.
-    static QString openConfig();
-    // The system bus's default rules with the daemon's and polkit's policies, as installed.
-    static QString systemConfig();
+    enum Kind {
+        // Anyone may own and call anything: for tests of a link itself.
+        Open,
+        // The system bus's default rules with the daemon's and polkit's policies, as installed.
+        // While it lives, DBUS_SYSTEM_BUS_ADDRESS names it, so the children started meanwhile
+        // find it as their system bus.
+        System,
+    };
 
-    explicit PrivateBus(const QString& config = openConfig());
+    explicit PrivateBus(Kind kind = Open);
     ~PrivateBus();
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;
@@ -54,6 +56,7 @@ private:
     QString m_address;
     QStringList m_connectionNames;
     QByteArray m_previousAddress;
+    bool m_namesSystemBus = false;
     QDBusConnection m_connection{QString()};
 };
 
