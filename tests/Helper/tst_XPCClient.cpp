@@ -356,6 +356,7 @@ private Q_SLOTS:
     void missingDaemonInvalidatesOnce()
     {
         test::HelperHarness helper; // no daemon on the bus, and none installed
+        helper.bus();
         test::SystemLogCapture log;
         XPCClient& client = helper.client();
         helper.scheduler.runPending();

@@ -114,7 +114,7 @@ HelperHarness::HelperHarness(std::optional<std::filesystem::path> installRoot)
 {
     std::unique_ptr<ServiceHandle> installed;
     if (installRoot)
-        installed = std::make_unique<SystemdUnitService>(m_bus.connection(), *installRoot);
+        installed = std::make_unique<SystemdUnitService>(bus().connection(), *installRoot);
     appService = std::make_unique<VLAppService>(
         std::make_unique<ScriptedService>(daemonService, std::move(installed)),
         std::make_unique<ScriptedService>(loginService), loginItemsSettings, registrationQueue,
@@ -133,7 +133,7 @@ bool HelperHarness::startDaemon(const QStringList& script)
 {
     stopDaemon();
     m_daemon = std::make_unique<ScriptedDaemon>(script, [this] { stopDaemon(); });
-    m_daemonBus = m_bus.connect(QStringLiteral("daemon"));
+    m_daemonBus = bus().connect(QStringLiteral("daemon"));
     return m_daemonBus.registerVirtualObject(BusNames::daemonPath, m_daemon.get()) &&
            m_daemonBus.registerService(BusNames::daemonService);
 }
@@ -143,6 +143,13 @@ void HelperHarness::stopDaemon()
     if (!m_daemonBus.name().isEmpty())
         QDBusConnection::disconnectFromBus(m_daemonBus.name());
     m_daemonBus = QDBusConnection(QString());
+}
+
+PrivateBus& HelperHarness::bus()
+{
+    if (!m_bus)
+        m_bus = std::make_unique<PrivateBus>();
+    return *m_bus;
 }
 
 int HelperHarness::calls(const QString& name) const
@@ -166,9 +173,9 @@ XPCClient& HelperHarness::client(std::optional<QString> buildVersion)
     bundle.buildVersion = std::move(buildVersion);
     bundle.shortVersion = QStringLiteral("1.0");
     bundle.executablePath = "/usr/bin/quillane";
-    m_client = std::make_unique<XPCClient>(
-        XPCClient::Services{m_bus.connection(), scheduler, *appService, *m_defaults, alerts,
-                            application, bundle, package, packageManager});
+    m_client = std::make_unique<XPCClient>(XPCClient::Services{
+        m_bus ? m_bus->connection() : QDBusConnection(QString()), scheduler, *appService,
+        *m_defaults, alerts, application, bundle, package, packageManager});
     return *m_client;
 }
 

@@ -25,16 +25,19 @@ public:
     int opened = 0;
 };
 
-// A private bus, a scripted helper daemon on it, and an XPCClient wired to both with a virtual
-// clock and scripted registrations. With an install root, the daemon's status is read
-// by the real reader of what is installed under that root (daemonService still counts reads).
+// An XPCClient with a virtual clock and scripted registrations, and, for the cases that need
+// one, a private bus with a scripted helper daemon on it. With an install root, the daemon's status
+// is read by the real reader of what is installed under that root (daemonService still counts
+// reads).
 class HelperHarness
 {
 public:
     explicit HelperHarness(std::optional<std::filesystem::path> installRoot = std::nullopt);
     ~HelperHarness();
 
-    bool busIsUp() const { return m_bus.isUp(); }
+    // Starts the bus, if it is not up yet, for the next client(); without it the client has no
+    // bus at all. Starting a daemon starts it too.
+    PrivateBus& bus();
     // Puts a daemon on the bus that answers as the switches say: --version V, --status S,
     // --uninstall-reply R, --delete-error E, --post-version V (sent back on each version call),
     // --repair-answer A, --repair-failure F (a refusal from polkit); --silent (no version
@@ -42,7 +45,7 @@ public:
     bool startDaemon(const QStringList& script);
     void stopDaemon();
     // Ends the bus itself, as when the system bus goes away.
-    void stopBus() { m_bus.stop(); }
+    void stopBus() { bus().stop(); }
     // How often the daemon received a call so far.
     int calls(const QString& name) const;
     // What the daemon was last asked to uninstall, and whether polkit could ask the user
@@ -65,7 +68,7 @@ public:
     PackageManager* packageManager = nullptr;
 
 private:
-    PrivateBus m_bus;
+    std::unique_ptr<PrivateBus> m_bus;
     QTemporaryDir m_dir;
     std::unique_ptr<ScriptedDaemon> m_daemon;
     QDBusConnection m_daemonBus{QString()};
