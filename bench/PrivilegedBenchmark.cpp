@@ -200,7 +200,7 @@ int main(int argc, char** argv)
     QTemporaryDir scratchDir;
     const fs::path scratch = scratchDir.path().toStdString();
     chmod(scratch.c_str(), 0755);
-    test::SystemBus bus;
+    test::PrivateBus bus(test::PrivateBus::System);
     test::TestUser user(QString::fromStdString((scratch / "home").native()));
     if (!bus.isUp() || !user.isValid() || !user.listHome(scratch)) {
         std::fputs("quillane-bench-privileged: cannot set up the bus and the test user\n", stderr);

@@ -3,6 +3,7 @@
 #include "Platform/BusNames.h"
 #include "Platform/tray/DBusMenuExporter.h"
 #include "Platform/tray/StatusNotifierItem.h"
+#include "PrivateBus.h"
 
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnection>
@@ -10,7 +11,6 @@
 #include <QDBusObjectPath>
 #include <QDBusPendingCall>
 #include <QMutex>
-#include <QProcess>
 #include <QTest>
 #include <QThread>
 
@@ -87,25 +87,10 @@ public Q_SLOTS:
 class SessionBus
 {
 public:
-    SessionBus()
-    {
-        m_daemon.start(QStringLiteral("dbus-daemon"),
-                       {QStringLiteral("--config-file=" QUILLANE_TEST_BUS_CONFIG),
-                        QStringLiteral("--print-address"), QStringLiteral("--nofork")});
-        if (!m_daemon.waitForReadyRead(10000))
-            return;
-        const QString address = QString::fromLatin1(m_daemon.readLine().trimmed());
-        appSide = QDBusConnection::connectToBus(address, QStringLiteral("app"));
-        panelSide = QDBusConnection::connectToBus(address, QStringLiteral("panel"));
-    }
     ~SessionBus()
     {
         m_panelThread.quit();
         m_panelThread.wait();
-        QDBusConnection::disconnectFromBus(QStringLiteral("app"));
-        QDBusConnection::disconnectFromBus(QStringLiteral("panel"));
-        m_daemon.kill();
-        m_daemon.waitForFinished();
     }
 
     // The panel's watcher on the bus; null when it could not be put there.
@@ -208,11 +193,14 @@ public:
         panelSide.asyncCall(call);
     }
 
-    QDBusConnection appSide{QString()};
-    QDBusConnection panelSide{QString()};
+private:
+    PrivateBus m_bus;
+
+public:
+    QDBusConnection appSide = m_bus.connect(QStringLiteral("app"));
+    QDBusConnection panelSide = m_bus.connect(QStringLiteral("panel"));
 
 private:
-    QProcess m_daemon;
     QThread m_panelThread;
     QObject m_watcherObject;
     QObject m_notificationObject;

@@ -85,7 +85,7 @@ private Q_SLOTS:
         QTemporaryDir dir;
         const fs::path root = dir.path().toStdString();
         QVERIFY(chmod(root.c_str(), 0755) == 0);
-        test::SystemBus bus;
+        test::PrivateBus bus(test::PrivateBus::System);
         QVERIFY(bus.isUp());
         test::TestUser user(QString::fromStdString((root / "home").native()));
         QVERIFY(user.isValid());

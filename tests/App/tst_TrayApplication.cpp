@@ -1,4 +1,3 @@
-#include "../Helper/HelperHarness.h"
 #include "../Views/ViewHarness.h"
 #include "App/AppDelegate.h"
 #include "App/LaunchArguments.h"
@@ -7,6 +6,7 @@
 #include "App/TrashApp.h"
 #include "App/TrayIcon.h"
 #include "App/WindowFrame.h"
+#include "HelperHarness.h"
 #include "Model/VolumeObserver.h"
 #include "Platform/BusNames.h"
 #include "Platform/VolumeNames.h"
@@ -42,19 +42,6 @@ using namespace std::chrono_literals;
 
 namespace
 {
-
-class FixedNames final : public VolumeNames
-{
-public:
-    explicit FixedNames(std::string name) : m_name(std::move(name)) {}
-    std::optional<std::string> volumeName(const std::filesystem::path&) const override
-    {
-        return m_name;
-    }
-
-private:
-    std::string m_name;
-};
 
 QPixmap filled(Qt::GlobalColor colour)
 {
@@ -438,7 +425,7 @@ private Q_SLOTS:
         QFETCH(int, chosen);
         QFETCH(QString, summary);
         QFETCH(QString, body);
-        const FixedNames names(volumeName.toStdString());
+        const test::CountedNames names(volumeName.toStdString());
         EmptyingResult result;
         result.volume = Volume(std::filesystem::path("/media/stick"),
                                std::filesystem::path("/media/stick/.Trash-0/files"));

@@ -64,7 +64,7 @@ private Q_SLOTS:
             QSKIP("needs root in a private mount namespace");
         m_root = m_dir.path().toStdString();
         QVERIFY(chmod(m_root.c_str(), 0755) == 0);
-        m_bus = std::make_unique<test::SystemBus>();
+        m_bus = std::make_unique<test::PrivateBus>(test::PrivateBus::System);
         QVERIFY(m_bus->isUp());
         m_user =
             std::make_unique<test::TestUser>(QString::fromStdString((m_root / "home").native()));
@@ -149,6 +149,61 @@ private Q_SLOTS:
         QFile source(QStringLiteral(QUILLANE_DAEMON_SOURCE_DIR "/") + file);
         QVERIFY2(source.open(QIODevice::ReadOnly), qPrintable(source.fileName()));
         QVERIFY2(QString::fromUtf8(source.readAll()).contains(line), qPrintable(line));
+    }
+
+    // The daemon's bus policy on a bus with the system bus's default rules: only root owns the
+    // daemon's name, anyone calls it, and a client hears root's callbacks and nothing else.
+    void theBusPolicy_data()
+    {
+        QTest::addColumn<bool>("asRoot");
+        QTest::addColumn<QString>("method"); // empty: serve as the daemon
+        QTest::addColumn<bool>("allowed");
+        const QString callback = BusNames::helperClientInterface + QStringLiteral(".postVersion");
+        QTest::newRow("a user serves as the daemon") << false << QString() << false;
+        QTest::newRow("a user calls the daemon")
+            << false << BusNames::trashHelperInterface + QStringLiteral(".versionWithReply")
+            << true;
+        QTest::newRow("root calls a client back") << true << callback << true;
+        QTest::newRow("root calls a client otherwise")
+            << true << QStringLiteral("org.freedesktop.DBus.Peer.Ping") << false;
+        QTest::newRow("a user calls a client back") << false << callback << false;
+    }
+
+    void theBusPolicy()
+    {
+        QFETCH(bool, asRoot);
+        QFETCH(QString, method);
+        QFETCH(bool, allowed);
+        QStringList command = {QStringLiteral(QUILLANE_DAEMON)};
+        if (!method.isEmpty()) {
+            // A client here is this test's own connection, answered by its event loop.
+            const bool toDaemon = method.startsWith(BusNames::trashHelperInterface);
+            command = {QStringLiteral("gdbus"),
+                       QStringLiteral("call"),
+                       QStringLiteral("--address"),
+                       m_bus->address(),
+                       QStringLiteral("--dest"),
+                       toDaemon ? BusNames::daemonService : m_bus->connection().baseService(),
+                       QStringLiteral("--object-path"),
+                       toDaemon ? BusNames::daemonPath : BusNames::clientPath,
+                       QStringLiteral("--method"),
+                       method};
+            if (method.endsWith(QStringLiteral("postVersion")))
+                command << QStringLiteral("['3']");
+        }
+        if (!asRoot)
+            command = QStringList{QStringLiteral("setpriv"),
+                                  QStringLiteral("--reuid=%1").arg(m_user->uid()),
+                                  QStringLiteral("--regid=%1").arg(m_user->gid()),
+                                  QStringLiteral("--clear-groups"), QStringLiteral("--")} +
+                      command;
+        test::ChildProcess caller;
+        caller.start(command.takeFirst(), command);
+        QTRY_VERIFY_WITH_TIMEOUT(caller.state() == QProcess::NotRunning, 20000);
+        const QByteArray errors = caller.readAllStandardError();
+        QVERIFY2((errors.contains("AccessDenied") || errors.contains("not allowed to own")) ==
+                     !allowed,
+                 errors.constData());
     }
 
     // The case the daemon exists for: folders of root's, read-only, inside the user's trash.
@@ -793,7 +848,7 @@ private:
     fs::path m_home;
     fs::path m_volume;
     fs::path m_stage;
-    std::unique_ptr<test::SystemBus> m_bus;
+    std::unique_ptr<test::PrivateBus> m_bus;
     std::unique_ptr<test::TestUser> m_user;
     std::unique_ptr<test::ScriptedPolkit> m_polkit;
     std::unique_ptr<test::ChildProcess> m_daemon;

@@ -5,9 +5,6 @@
 #include "Platform/SystemLog.h"
 #include "TestSupport.h"
 
-#include <QDBusContext>
-#include <QDBusMessage>
-#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -31,31 +28,6 @@ bool startEnabledDaemon(test::HelperHarness& helper, const QStringList& script)
     helper.scheduler.runPending();
     return helper.startDaemon(script);
 }
-
-// The daemon's method that gives the caller's trash back, as the client calls it: it answers as
-// told and notes whether polkit may ask the user.
-class RepairingDaemon : public QObject, protected QDBusContext
-{
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "com.velmoric.QuillaneDaemon.TrashHelper")
-
-public:
-    QStringList answer;
-    QString failure; // a D-Bus error instead of an answer
-    int calls = 0;
-    bool interactive = false;
-
-public Q_SLOTS:
-    Q_SCRIPTABLE QStringList repairHomeTrash()
-    {
-        ++calls;
-        interactive = message().isInteractiveAuthorizationAllowed();
-        if (!failure.isEmpty())
-            sendErrorReply(BusNames::daemonService + QStringLiteral(".Error.NotAuthorized"),
-                           failure);
-        return answer;
-    }
-};
 
 } // namespace
 
@@ -151,7 +123,7 @@ private Q_SLOTS:
 
         helper.scheduler.advance(62s);
         QCOMPARE(helper.alerts.shown.size(), std::size_t(2));
-        QCOMPARE(helper.application.terminations, 1); // "Quit"
+        QCOMPARE(helper.application.calls.count(QStringLiteral("terminate")), 1); // "Quit"
         helper.scheduler.advance(60s);
         QCOMPARE(helper.alerts.shown.size(), std::size_t(2)); // no timer outlives the alert
     }
@@ -226,8 +198,8 @@ private Q_SLOTS:
         client.uninstallQuillane();
         QTRY_VERIFY(client.uninstallerReplied());
         helper.scheduler.runPending();
-        QVERIFY(helper.daemonOutput().contains(QStringLiteral("/usr/bin/quillane")));
-        QCOMPARE(helper.application.terminations, accepted ? 1 : 0);
+        QVERIFY(helper.uninstallArguments().contains(QStringLiteral("/usr/bin/quillane")));
+        QCOMPARE(helper.application.calls.count(QStringLiteral("terminate")), accepted ? 1 : 0);
         QCOMPARE(helper.loginService->unregisters, accepted ? 1 : 0);
         QCOMPARE(console.count("Uninstall Failed"), accepted ? 0 : 1);
     }
@@ -261,7 +233,7 @@ private Q_SLOTS:
         helper.scheduler.runPending();
         QCOMPARE(manager.removals,
                  hasManager ? QStringList{QStringLiteral("quillane")} : QStringList());
-        QCOMPARE(helper.application.terminations, terminations);
+        QCOMPARE(helper.application.calls.count(QStringLiteral("terminate")), terminations);
         QCOMPARE(helper.loginService->unregisters, terminations);
         QCOMPARE(helper.alerts.shown.size(), std::size_t(terminations ? 0 : 1));
         if (!terminations) {
@@ -294,24 +266,19 @@ private Q_SLOTS:
         QFETCH(QStringList, answer);
         QFETCH(QString, failure);
         test::HelperHarness helper;
-        QDBusConnection daemonBus = QDBusConnection::connectToBus(
-            QString::fromLatin1(qgetenv("DBUS_SYSTEM_BUS_ADDRESS")), QStringLiteral("repairing"));
-        const auto release =
-            qScopeGuard([] { QDBusConnection::disconnectFromBus(QStringLiteral("repairing")); });
-        RepairingDaemon daemon;
-        daemon.answer = answer;
-        daemon.failure = failure;
-        QVERIFY(daemonBus.registerObject(BusNames::daemonPath, &daemon,
-                                         QDBusConnection::ExportScriptableSlots));
-        QVERIFY(daemonBus.registerService(Constant::helperMachLabel));
-
+        QStringList script = answer.isEmpty()
+                                 ? QStringList()
+                                 : QStringList{QStringLiteral("--repair-answer")} + answer;
+        if (!failure.isEmpty())
+            script << QStringLiteral("--repair-failure") << failure;
+        QVERIFY(helper.startDaemon(script));
         XPCClient& client = helper.client();
         std::optional<std::optional<QString>> outcome;
         client.repairHomeTrash([&](std::optional<QString> error) { outcome = error; });
         QTRY_VERIFY(outcome.has_value());
         QTEST(*outcome, "error");
-        QCOMPARE(daemon.calls, 1);
-        QVERIFY(daemon.interactive);
+        QCOMPARE(helper.calls(QStringLiteral("repairHomeTrash")), 1);
+        QVERIFY(helper.repairWasInteractive());
     }
 
     // Items handed over together go in one batch; each is answered on its own. A daemon older
@@ -389,6 +356,7 @@ private Q_SLOTS:
     void missingDaemonInvalidatesOnce()
     {
         test::HelperHarness helper; // no daemon on the bus, and none installed
+        helper.bus();
         test::SystemLogCapture log;
         XPCClient& client = helper.client();
         helper.scheduler.runPending();
@@ -483,7 +451,7 @@ private Q_SLOTS:
                 client.waitAndStart(); // the page's button
             helper.scheduler.advance(1s);
         }
-        QCOMPARE(helper.installedDaemon->statusReads, 3);
+        QCOMPARE(helper.daemonService->statusReads, 3);
         QCOMPARE(console.count("notFound"), 1);
         QVERIFY(client.helperMissing());
         QVERIFY(!client.helperRegistered());

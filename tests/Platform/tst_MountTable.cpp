@@ -5,15 +5,13 @@
 #include "Platform/linux/ProcMountTable.h"
 #include "Platform/linux/UDisksLabels.h"
 #include "PlatformTestSupport.h"
+#include "PrivateBus.h"
 
 #include <QDBusConnection>
 #include <QEventLoop>
-#include <QProcess>
 #include <QTest>
 #include <QThread>
-#include <csignal>
 #include <latch>
-#include <sys/prctl.h>
 #include <sys/sysmacros.h>
 
 namespace fs = std::filesystem;
@@ -424,13 +422,9 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, kernelName);
         QFETCH(QByteArray, expected);
-        QProcess bus;
-        bus.setChildProcessModifier([] { prctl(PR_SET_PDEATHSIG, SIGTERM); });
-        bus.start(QStringLiteral("dbus-daemon"),
-                  {QStringLiteral("--config-file=" QUILLANE_TEST_BUS_CONFIG),
-                   QStringLiteral("--print-address"), QStringLiteral("--nofork")});
-        QVERIFY2(bus.waitForReadyRead(10000), "dbus-daemon is needed (scripts/setup)");
-        const QString address = QString::fromLatin1(bus.readLine().trimmed());
+        test::PrivateBus bus;
+        QVERIFY2(bus.isUp(), "dbus-daemon is needed (scripts/setup)");
+        const QString address = bus.address();
 
         // The daemon answers on a thread of its own, since the lookup's call blocks.
         std::latch ready(1);
@@ -458,8 +452,6 @@ private Q_SLOTS:
             udisks->quit();
             udisks->wait();
             QDBusConnection::disconnectFromBus(QStringLiteral("client"));
-            bus.terminate();
-            bus.waitForFinished();
         });
 
         // sysfs links each device number to the device's folder, named as the kernel names it.

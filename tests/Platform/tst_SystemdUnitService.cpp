@@ -1,5 +1,6 @@
 #include "Platform/BusNames.h"
 #include "Platform/linux/SystemdUnitService.h"
+#include "PrivateBus.h"
 
 #include <QDBusConnection>
 #include <QDBusContext>
@@ -8,14 +9,12 @@
 #include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
 #include <latch>
-#include <signal.h>
-#include <sys/prctl.h>
+#include <memory>
 
 using namespace quillane;
 
@@ -67,30 +66,25 @@ class TestSystemdUnitService : public QObject
     Q_OBJECT
 
 private:
-    QProcess m_busDaemon;
-    QString m_address;
+    std::unique_ptr<test::PrivateBus> m_bus;
+    QDBusConnection m_client{QString()};
     Script m_script;
     std::unique_ptr<QThread> m_managerThread;
-    QDBusConnection bus() { return QDBusConnection(QStringLiteral("client")); }
+    QDBusConnection bus() { return m_client; }
     QDBusConnection managerBus() { return QDBusConnection(QStringLiteral("manager")); }
 
 private Q_SLOTS:
     void initTestCase()
     {
-        // A bus of our own; the bus daemon ends with this process, however it ends.
-        m_busDaemon.setChildProcessModifier([] { prctl(PR_SET_PDEATHSIG, SIGTERM); });
-        m_busDaemon.start(QStringLiteral("dbus-daemon"),
-                          {QStringLiteral("--config-file=" QUILLANE_TEST_BUS_CONFIG),
-                           QStringLiteral("--print-address"), QStringLiteral("--nofork")});
-        QVERIFY2(m_busDaemon.waitForReadyRead(10000), "dbus-daemon is needed (scripts/setup)");
-        m_address = QString::fromLatin1(m_busDaemon.readLine().trimmed());
-        QVERIFY(QDBusConnection::connectToBus(m_address, QStringLiteral("client")).isConnected());
+        m_bus = std::make_unique<test::PrivateBus>();
+        QVERIFY2(m_bus->isUp(), "dbus-daemon is needed (scripts/setup)");
+        m_client = m_bus->connect(QStringLiteral("client"));
 
         // The manager answers on a thread of its own, since the service's calls block.
         std::latch ready(1);
         m_managerThread.reset(QThread::create([this, &ready] {
             FakeManager manager(m_script);
-            QDBusConnection::connectToBus(m_address, QStringLiteral("manager"))
+            QDBusConnection::connectToBus(m_bus->address(), QStringLiteral("manager"))
                 .registerObject(BusNames::systemdPath, &manager,
                                 QDBusConnection::ExportScriptableSlots);
             ready.count_down();
@@ -106,9 +100,8 @@ private Q_SLOTS:
             m_managerThread->quit();
             m_managerThread->wait();
         }
-        QDBusConnection::disconnectFromBus(QStringLiteral("client"));
-        m_busDaemon.terminate();
-        m_busDaemon.waitForFinished();
+        m_client = QDBusConnection(QString());
+        m_bus.reset();
     }
     void init() { m_script = Script(); }
 

@@ -303,6 +303,7 @@ private Q_SLOTS:
         const std::filesystem::path wrong = trash / folder.toStdString();
         QCOMPARE(chown(wrong.c_str(), owner, owner), 0);
         QCOMPARE(chmod(wrong.c_str(), mode), 0);
+        harness.helper.bus(); // on which no daemon answers
         const ViewServices services = servicesIn(harness, {true, helperRegistered});
 
         FDAView view(services);

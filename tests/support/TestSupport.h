@@ -3,7 +3,11 @@
 #include "Platform/Alerts.h"
 #include "Platform/ApplicationControl.h"
 #include "Platform/Console.h"
+#include "Platform/PackageManager.h"
+#include "Platform/Scheduler.h"
+#include "Platform/ServiceManager.h"
 #include "Platform/SystemLog.h"
+#include "Platform/VolumeNames.h"
 #include "Platform/Workspace.h"
 
 #include <QList>
@@ -11,7 +15,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -106,6 +112,118 @@ public:
     }
 
     QStringList calls;
+};
+
+// What a scripted registration answers and was asked; shared, so that it outlives the
+// registration and shows its end too.
+struct ServiceScript {
+    int currentStatus = ServiceHandle::NotRegistered;
+    std::string failure; // when set, registering and unregistering fail with it
+    int statusReads = 0;
+    int registers = 0;
+    int unregisters = 0;
+    bool destroyed = false;
+};
+
+// systemd cannot run here: a registration that answers from its script, or reads its status
+// from a real registration (counted all the same).
+class ScriptedService final : public ServiceHandle
+{
+public:
+    explicit ScriptedService(std::shared_ptr<ServiceScript> script,
+                             std::unique_ptr<ServiceHandle> real = nullptr)
+        : m_script(std::move(script)), m_real(std::move(real))
+    {
+    }
+    ~ScriptedService() override { m_script->destroyed = true; }
+    int status() const override
+    {
+        ++m_script->statusReads;
+        return m_real ? m_real->status() : m_script->currentStatus;
+    }
+    Result<bool> registerService() override { return answer(m_script->registers); }
+    Result<bool> unregisterService() override { return answer(m_script->unregisters); }
+
+private:
+    Result<bool> answer(int& asked) const
+    {
+        ++asked;
+        return m_script->failure.empty() ? Result<bool>::success(true)
+                                         : Result<bool>::failure(m_script->failure);
+    }
+    std::shared_ptr<ServiceScript> m_script;
+    std::unique_ptr<ServiceHandle> m_real;
+};
+
+// A background queue that holds its work while `hold` is set, as a busy queue or a service
+// manager that does not answer would, and runs it when the test says; otherwise at once.
+class HeldWorkQueue final : public WorkQueue
+{
+public:
+    explicit HeldWorkQueue(bool holding = true) : hold(holding) {}
+    void async(Task task) override
+    {
+        if (hold)
+            held.push_back(std::move(task));
+        else
+            task();
+    }
+    std::size_t size() const { return held.size(); }
+    // As a second worker that finishes first would.
+    void runNewest()
+    {
+        const Task task = std::move(held.back());
+        held.pop_back();
+        task();
+    }
+    void runAll()
+    {
+        while (!held.empty()) {
+            const Task task = std::move(held.front());
+            held.erase(held.begin());
+            task();
+        }
+    }
+
+    bool hold;
+    std::vector<Task> held;
+};
+
+// Volume names that count how often they are looked up, since a lookup may wait on a device:
+// the real names they are given, or one name for every volume.
+class CountedNames final : public VolumeNames
+{
+public:
+    explicit CountedNames(const VolumeNames& names) : m_names(&names) {}
+    explicit CountedNames(std::string name) : m_name(std::move(name)) {}
+    std::optional<std::string> volumeName(const std::filesystem::path& path) const override
+    {
+        ++lookups;
+        return m_names ? m_names->volumeName(path) : m_name;
+    }
+    bool holdsHome(const std::filesystem::path& path) const override
+    {
+        ++lookups;
+        return m_names && m_names->holdsHome(path);
+    }
+    mutable int lookups = 0;
+
+private:
+    const VolumeNames* m_names = nullptr;
+    std::string m_name;
+};
+
+// PackageKit cannot run here: a package manager that answers as told.
+class ScriptedPackageManager final : public PackageManager
+{
+public:
+    void removePackage(const QString& name, std::function<void(Result<bool>)> done) override
+    {
+        removals << name;
+        done(refusal.empty() ? Result<bool>::success(true) : Result<bool>::failure(refusal));
+    }
+    std::string refusal;
+    QStringList removals;
 };
 
 // Stands for the desktop's openers, which have no place in a test: records what it was given.

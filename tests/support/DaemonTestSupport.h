@@ -1,67 +1,21 @@
 #pragma once
 
-#include <QDBusConnection>
+#include "PrivateBus.h"
+
 #include <QList>
-#include <QProcess>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
 #include <filesystem>
 #include <sys/types.h>
 
-// What the daemon's end-to-end tests stand on: a private system bus, the real polkitd on it
+// What the daemon's end-to-end tests stand on besides a private bus: the real polkitd on it
 // answering by the test's own rules, and an unprivileged user to run clients as.
 namespace quillane::test
 {
 
-// Makes the child die with the test process, even when the test is killed.
-void dieWithParent(QProcess& process);
-
-// A child process that dies with the test and is killed, not abandoned, with its object.
-class ChildProcess : public QProcess
-{
-public:
-    ChildProcess() { dieWithParent(*this); }
-    ~ChildProcess() override
-    {
-        kill();
-        waitForFinished();
-    }
-};
-
-// A private dbus-daemon of the system type. While it lives, DBUS_SYSTEM_BUS_ADDRESS names it,
-// so the children started meanwhile find it as their system bus.
-class SystemBus
-{
-public:
-    // The system bus's default rules with the daemon's and polkit's bus policies.
-    static QString polkitConfig();
-    // The same rules with the daemon's bus policy only (tests/Helper).
-    static QString daemonConfig();
-
-    explicit SystemBus(const QString& config = polkitConfig());
-    ~SystemBus();
-    SystemBus(const SystemBus&) = delete;
-    SystemBus& operator=(const SystemBus&) = delete;
-
-    bool isUp() const { return m_connection.isConnected(); }
-    QString address() const { return m_address; }
-    // This process's own connection; as root it may stand in for the daemon.
-    QDBusConnection connection() const { return m_connection; }
-    bool hasOwner(const QString& name) const;
-    // The unique name of the connection that the process opened, once it has; empty on timeout.
-    QString waitForConnectionOf(qint64 pid, int timeoutMs = 10000) const;
-
-private:
-    ChildProcess m_daemon;
-    QString m_address;
-    QString m_connectionName;
-    QByteArray m_previousAddress;
-    QDBusConnection m_connection{QString()};
-};
-
 // Starts the real daemon (as root, this process's user) on the bus and waits until it serves.
-bool startDaemon(ChildProcess& daemon, const SystemBus& bus, const QString& program,
+bool startDaemon(ChildProcess& daemon, const PrivateBus& bus, const QString& program,
                  const QStringList& arguments = {});
 
 // polkit's answer for a user (empty: anyone) and an action (empty: each of the daemon's).
@@ -81,7 +35,7 @@ public:
     // The daemon's actions, each of which a rule without an action answers.
     static const QStringList actions;
 
-    ScriptedPolkit(const SystemBus& bus, const QList<PolkitRule>& rules);
+    ScriptedPolkit(const PrivateBus& bus, const QList<PolkitRule>& rules);
     ~ScriptedPolkit();
     ScriptedPolkit(const ScriptedPolkit&) = delete;
     ScriptedPolkit& operator=(const ScriptedPolkit&) = delete;
@@ -96,7 +50,7 @@ private:
     bool bind(const QString& folder, const QString& target);
     QString logFile() const;
 
-    const SystemBus& m_bus;
+    const PrivateBus& m_bus;
     QTemporaryDir m_dir;
     QStringList m_mounted;
     ChildProcess m_polkitd;

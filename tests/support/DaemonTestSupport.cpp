@@ -3,17 +3,14 @@
 #include "Platform/BusNames.h"
 #include "TestSupport.h"
 
-#include <QDBusConnectionInterface>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QTest>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <pwd.h>
 #include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -60,79 +57,10 @@ bool writeReadable(const QString& path, const QByteArray& bytes)
 
 } // namespace
 
-void dieWithParent(QProcess& process)
-{
-    process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
-}
-
-QString SystemBus::polkitConfig()
-{
-    return QStringLiteral(QUILLANE_DAEMON_BUS_CONFIG);
-}
-
-QString SystemBus::daemonConfig()
-{
-    return QStringLiteral(QUILLANE_POLICY_BUS_CONFIG);
-}
-
-SystemBus::SystemBus(const QString& config)
-    : m_connectionName(QStringLiteral("quillane-system-bus-%1").arg(quintptr(this)))
-{
-    // dbus-daemon keeps root here, so its death signal stays set; polkitd and the clients end
-    // when their bus does.
-    m_daemon.start(QStringLiteral("dbus-daemon"),
-                   {QStringLiteral("--config-file=") + config, QStringLiteral("--print-address"),
-                    QStringLiteral("--nofork")});
-    if (!m_daemon.waitForReadyRead(startTimeoutMs)) {
-        qWarning().noquote() << "dbus-daemon did not start:" << m_daemon.readAllStandardError();
-        return;
-    }
-    m_address = QString::fromLatin1(m_daemon.readLine().trimmed());
-    m_previousAddress = qgetenv("DBUS_SYSTEM_BUS_ADDRESS");
-    qputenv("DBUS_SYSTEM_BUS_ADDRESS", m_address.toLatin1());
-    m_connection = QDBusConnection::connectToBus(m_address, m_connectionName);
-}
-
-SystemBus::~SystemBus()
-{
-    m_connection = QDBusConnection(QString());
-    QDBusConnection::disconnectFromBus(m_connectionName);
-    if (m_address.isEmpty())
-        return;
-    if (m_previousAddress.isEmpty())
-        qunsetenv("DBUS_SYSTEM_BUS_ADDRESS");
-    else
-        qputenv("DBUS_SYSTEM_BUS_ADDRESS", m_previousAddress);
-}
-
-bool SystemBus::hasOwner(const QString& name) const
-{
-    return isUp() && m_connection.interface()->isServiceRegistered(name).value();
-}
-
-QString SystemBus::waitForConnectionOf(qint64 pid, int timeoutMs) const
-{
-    QString found;
-    const bool connected = QTest::qWaitFor(
-        [&] {
-            const QStringList names = m_connection.interface()->registeredServiceNames().value();
-            for (const QString& name : names) {
-                if (name.startsWith(QLatin1Char(':')) &&
-                    m_connection.interface()->servicePid(name).value() == pid) {
-                    found = name;
-                    return true;
-                }
-            }
-            return false;
-        },
-        timeoutMs);
-    return connected ? found : QString();
-}
-
 const QStringList ScriptedPolkit::actions = {
     BusNames::deleteItemAction, BusNames::repairTrashAction, BusNames::uninstallAction};
 
-ScriptedPolkit::ScriptedPolkit(const SystemBus& bus, const QList<PolkitRule>& rules) : m_bus(bus)
+ScriptedPolkit::ScriptedPolkit(const PrivateBus& bus, const QList<PolkitRule>& rules) : m_bus(bus)
 {
     // Bind mounts outside a private namespace would change the machine's own polkit.
     if (!canMount()) {
@@ -283,7 +211,7 @@ void TestUser::start(QProcess& process, const QString& program, const QStringLis
                       arguments);
 }
 
-bool startDaemon(ChildProcess& daemon, const SystemBus& bus, const QString& program,
+bool startDaemon(ChildProcess& daemon, const PrivateBus& bus, const QString& program,
                  const QStringList& arguments)
 {
     daemon.setProcessChannelMode(QProcess::ForwardedErrorChannel);
