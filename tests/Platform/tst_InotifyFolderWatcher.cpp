@@ -126,28 +126,6 @@ private Q_SLOTS:
         QCOMPARE(console.lines(), std::vector<std::string>{});
     }
 
-    void watchDoesNotHoldTheVolume()
-    {
-        if (!test::canMount())
-            QSKIP("needs root in a private mount namespace");
-        test::ScratchVolume volume("/mnt/watched");
-        QVERIFY(volume.isMounted());
-        test::makeFolder(volume.path() / "trash");
-        InotifyFolderWatcher watcher;
-        Counted top(watcher, volume.path());
-        Counted inner(watcher, volume.path() / "trash");
-        QVERIFY(top.watch && inner.watch);
-        QVERIFY(volume.unmount());
-
-        // Let the watcher read what the unmount left in its queue, then drop the dead watches.
-        QTemporaryDir other;
-        Counted probe(watcher, pathOf(other));
-        test::writeFile(pathOf(other) / "x");
-        QTRY_VERIFY(probe.calls > 0);
-        top.watch.reset();
-        inner.watch.reset();
-    }
-
     // The watch limit is lowered in a child process's own user namespace, where the kernel
     // keeps a limit of its own; the machine's limit stays as it is.
     void watchLimitIsReportedOnce()
