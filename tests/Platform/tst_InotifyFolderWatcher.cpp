@@ -40,7 +40,7 @@ private Q_SLOTS:
     // the kernel reports both in one read.
     void changesAreReported_data()
     {
-        // beside watched/ (holding file, sub/file): outside, probe/
+        // run beside watched/ (which holds file and sub/file), outside and probe/
         QTest::addColumn<QByteArray>("change");
         QTest::addColumn<int>("calls");
         const auto row = [](const char* tag, const char* change, int calls) {
