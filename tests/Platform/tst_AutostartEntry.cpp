@@ -1,17 +1,13 @@
-#include "Helper/VLAppService.h"
-#include "Platform/VirtualScheduler.h"
 #include "Platform/linux/AutostartEntry.h"
 #include "Platform/linux/DesktopLoginItemsSettings.h"
 #include "PlatformTestSupport.h"
 
 #include <QFile>
-#include <QStandardPaths>
 #include <QTest>
 #include <sys/stat.h>
 
 using namespace quillane;
 namespace fs = std::filesystem;
-using Command = DesktopLoginItemsSettings::Command;
 
 namespace
 {
@@ -136,25 +132,6 @@ private Q_SLOTS:
         QFETCH(QString, named);
         QVERIFY2(QString::fromStdString(error).contains(named + u':'), error.c_str());
         QCOMPARE(entry.status(), before);
-    }
-
-    // The launch-at-login toggle, down to the file.
-    void toggleCreatesAndRemovesTheEntry()
-    {
-        QTemporaryDir dir;
-        auto handle = std::make_unique<AutostartEntry>(pathOf(dir), "/usr/bin/quillane");
-        const fs::path path = handle->path();
-        DesktopLoginItemsSettings settings(QString(), path.parent_path());
-        InlineWorkQueue queue;
-        test::ConsoleCapture quiet;
-        VirtualScheduler mainQueue;
-        VLAppService service(nullptr, std::move(handle), settings, queue, mainQueue);
-        QVERIFY(!service.loginAdded());
-        QVERIFY(service.addToLoginItems());
-        QVERIFY(readAll(path).contains(u"\nExec=/usr/bin/quillane\n"));
-        QVERIFY(service.removeFromLoginItems());
-        QVERIFY(!fs::exists(path));
-        QVERIFY(!service.loginAdded());
     }
 
     void settingsCommand_data()

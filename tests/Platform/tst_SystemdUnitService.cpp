@@ -106,79 +106,79 @@ private Q_SLOTS:
     void init() { m_script = Script(); }
 
     // Installing is registering: the four files in the folders the system reads, and a unit
-    // that systemd can load.
-    void installedFiles_data()
+    // that systemd can load. Registering and unregistering change nothing and ask no one;
+    // reading never lets polkit ask. Without a manager to ask (a container), the files are all
+    // there is; the answer comes from the bus at once, not from a call running out of time.
+    void status_data()
     {
         QTest::addColumn<QStringList>("files");
+        QTest::addColumn<QString>("unit");  // the one the activation file names
+        QTest::addColumn<QString>("state"); // the manager's answer; null: no manager on the bus
+        QTest::addColumn<bool>("connected");
+        QTest::addColumn<bool>("asked"); // whether the manager is asked about the unit
         QTest::addColumn<int>("status");
         const QStringList all = installation();
+        const QString daemon = QStringLiteral("quillane-daemon.service");
+        const QString other = QStringLiteral("dbus-quillane.service");
+        const QString loads = QStringLiteral("static");
         const int enabled = ServiceHandle::Enabled, notFound = ServiceHandle::NotFound;
-        QTest::newRow("all installed") << all << enabled;
+        QTest::newRow("all installed") << all << daemon << loads << true << true << enabled;
         for (const QString& file : all) {
             QStringList without = all;
             without.removeOne(file);
-            QTest::newRow(qPrintable(QStringLiteral("without ") + file)) << without << notFound;
+            QTest::newRow(qPrintable(QStringLiteral("without ") + file))
+                << without << daemon << loads << true << false << notFound;
         }
         QStringList local = all;
         local.replaceInStrings(QStringLiteral("usr/share/"), QStringLiteral("usr/local/share/"));
-        QTest::newRow("all under /usr/local") << local << notFound;
+        QTest::newRow("all under /usr/local")
+            << local << daemon << loads << true << false << notFound;
         QStringList etc = all;
         etc.replaceInStrings(QStringLiteral("usr/share/dbus-1/system.d"),
                              QStringLiteral("etc/dbus-1/system.d"));
         etc.replaceInStrings(QStringLiteral("lib/systemd/system"),
                              QStringLiteral("etc/systemd/system"));
-        QTest::newRow("policy and unit under /etc") << etc << enabled;
+        QTest::newRow("policy and unit under /etc")
+            << etc << daemon << loads << true << true << enabled;
+        QTest::newRow("activation names a unit with no file")
+            << all << other << loads << true << false << notFound;
+        QTest::newRow("activation names another unit")
+            << all + QStringList{QStringLiteral("lib/systemd/system/") + other} << other << loads
+            << true << true << enabled;
+        QTest::newRow("masked") << all << daemon << QStringLiteral("masked") << true << true
+                                << int(ServiceHandle::RequiresApproval);
+        QTest::newRow("manager has no unit file")
+            << all << daemon << QStringLiteral("") << true << true << notFound;
+        QTest::newRow("not on the bus, installed")
+            << all << daemon << QString() << true << false << enabled;
+        QTest::newRow("not on the bus, missing")
+            << QStringList() << daemon << QString() << true << false << notFound;
+        QTest::newRow("no bus, installed")
+            << all << daemon << QString() << false << false << enabled;
     }
-    void installedFiles()
+    void status()
     {
         QFETCH(QStringList, files);
-        QTemporaryDir root;
-        install(root.path(), files);
-        m_script.state = QStringLiteral("static");
-        QVERIFY(managerBus().registerService(systemd));
-        const auto release = qScopeGuard([this] { managerBus().unregisterService(systemd); });
-        QTEST(SystemdUnitService(bus(), root.path().toStdString()).status(), "status");
-    }
-
-    // The unit that counts is the one the activation file names.
-    void activatedUnit()
-    {
-        QTemporaryDir root;
-        install(root.path(), installation(), QStringLiteral("dbus-quillane.service"));
-        m_script.state = QStringLiteral("static");
-        QVERIFY(managerBus().registerService(systemd));
-        const auto release = qScopeGuard([this] { managerBus().unregisterService(systemd); });
-        SystemdUnitService service(bus(), root.path().toStdString());
-        QCOMPARE(service.activatedUnit(), QStringLiteral("dbus-quillane.service"));
-        QCOMPARE(service.status(), ServiceHandle::NotFound); // no such unit file
-        install(root.path(), {QStringLiteral("lib/systemd/system/dbus-quillane.service")});
-        QCOMPARE(service.status(), ServiceHandle::Enabled);
-        QCOMPARE(m_script.calls.last(), QStringLiteral("GetUnitFileState dbus-quillane.service"));
-    }
-
-    // Without a manager to ask (a container), the files are all there is; the answer comes from
-    // the bus at once, not from a call running out of time.
-    void withoutSystemd_data()
-    {
-        QTest::addColumn<bool>("connected");
-        QTest::addColumn<bool>("installed");
-        QTest::addColumn<int>("status");
-        QTest::newRow("not on the bus, installed") << true << true << int(ServiceHandle::Enabled);
-        QTest::newRow("not on the bus, missing") << true << false << int(ServiceHandle::NotFound);
-        QTest::newRow("no bus, installed") << false << true << int(ServiceHandle::Enabled);
-    }
-    void withoutSystemd()
-    {
+        QFETCH(QString, unit);
+        QFETCH(QString, state);
         QFETCH(bool, connected);
-        QFETCH(bool, installed);
+        QFETCH(bool, asked);
         QTemporaryDir root;
-        if (installed)
-            install(root.path(), installation());
+        install(root.path(), files, unit);
+        m_script.state = state;
+        if (!state.isNull())
+            QVERIFY(managerBus().registerService(systemd));
+        const auto release = qScopeGuard([this] { managerBus().unregisterService(systemd); });
         const QDBusConnection connection =
             connected ? bus()
                       : QDBusConnection::connectToBus(QStringLiteral("unix:path=/nonexistent/bus"),
                                                       QStringLiteral("none"));
-        QTEST(SystemdUnitService(connection, root.path().toStdString()).status(), "status");
+        SystemdUnitService service(connection, root.path().toStdString());
+        QVERIFY(service.registerService().ok());
+        QVERIFY(service.unregisterService().ok());
+        QTEST(service.status(), "status");
+        QCOMPARE(m_script.calls,
+                 asked ? QStringList{QStringLiteral("GetUnitFileState ") + unit} : QStringList());
     }
 
     void unitFileStates_data()
@@ -198,28 +198,7 @@ private Q_SLOTS:
     void unitFileStates()
     {
         QFETCH(QString, state);
-        QTemporaryDir root;
-        install(root.path(), installation());
-        m_script.state = state;
-        QVERIFY(managerBus().registerService(systemd));
-        const auto release = qScopeGuard([this] { managerBus().unregisterService(systemd); });
-        QTEST(SystemdUnitService(bus(), root.path().toStdString()).status(), "status");
-    }
-
-    // Registering and unregistering change nothing and ask no one; reading never lets polkit ask.
-    void nothingAsksAnAdministrator()
-    {
-        QTemporaryDir root;
-        install(root.path(), installation());
-        m_script.state = QStringLiteral("static");
-        QVERIFY(managerBus().registerService(systemd));
-        const auto release = qScopeGuard([this] { managerBus().unregisterService(systemd); });
-        SystemdUnitService service(bus(), root.path().toStdString());
-        QVERIFY(service.registerService().ok());
-        QVERIFY(service.unregisterService().ok());
-        QCOMPARE(service.status(), ServiceHandle::Enabled);
-        QCOMPARE(m_script.calls,
-                 QStringList{QStringLiteral("GetUnitFileState quillane-daemon.service")});
+        QTEST(SystemdUnitService::statusForUnitFileState(state), "status");
     }
 
 private:

@@ -160,16 +160,9 @@ private Q_SLOTS:
         QCOMPARE(std::distance(fs::directory_iterator(home / "Desktop"), {}), 1);
     }
 
-    void alert_data()
-    {
-        QTest::addColumn<QString>("message");
-        QTest::newRow("message") << QStringLiteral("The helper did not answer.");
-        QTest::newRow("empty message") << QString();
-    }
-
     void alert()
     {
-        QFETCH(QString, message);
+        const QString message = QStringLiteral("The helper did not answer.");
         test::ScriptedAlerts alerts;
         Debug::alert(alerts, message);
         QCOMPARE(alerts.shown.size(), 1u);
