@@ -77,6 +77,7 @@ check() {
     # systemd runs the unit's own command line.
     activation=$stage$dbus/system-services/$bus_name.service
     grep -qx "Name=$bus_name" "$activation" || fail "activation file"
+    grep -qx "BusName=$bus_name" "$stage$unit" || fail "the unit does not own $bus_name"
     grep -qx "SystemdService=${unit##*/}" "$activation" ||
         fail "the activation file does not name the unit ${unit##*/}"
     grep -qx "Exec=$daemon --application $prefix/bin/quillane" "$activation" ||
