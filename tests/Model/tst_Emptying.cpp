@@ -1,7 +1,5 @@
 #include "ModelHarness.h"
-#include "Platform/Constant.h"
 #include "Platform/FileSystem.h"
-#include "Platform/NotificationCenter.h"
 #include "Platform/SoundPlayer.h"
 #include "TestSupport.h"
 
@@ -34,14 +32,7 @@ struct EmptyingHarness {
     {
         model.setMounts({{"/", "ext4", "rw"}});
         model.makeHomeTrash();
-        model.emptying.deleteWithPrivilege = [this](const fs::path& item) {
-            handedOver.push_back(item);
-        };
-        model.emptying.alert = [this](const QString& message) { alerts << message; };
-        model.emptying.sound = &sound;
-        model.emptying.findResource = [](const std::string& name) {
-            return std::optional<fs::path>("/resources" / fs::path(name));
-        };
+        model.emptying.sound.emplace(CompletionSound{sound, "/resources/empty trash.aif"});
     }
     fs::path files() const { return model.homeTrash(); }
     fs::path info() const { return model.homeTrash().parent_path() / "info"; }
@@ -54,6 +45,10 @@ struct EmptyingHarness {
     {
         VolumeObserver& observer = model.start();
         progress = std::make_unique<QSignalSpy>(&observer, &VolumeObserver::progressChanged);
+        QObject::connect(&observer, &VolumeObserver::itemNeedsHelper,
+                         [this](const fs::path& item) { handedOver.push_back(item); });
+        QObject::connect(&observer, &VolumeObserver::removalFailed,
+                         [this](const QString& message) { alerts << message; });
         return observer;
     }
     test::ModelHarness model;
@@ -265,19 +260,12 @@ private Q_SLOTS:
         QVERIFY(fs::exists(harness.info() / "locked.trashinfo")); // the record stays with its item
         QVERIFY(observer.isEmptying());                           // items are still with the helper
 
-        // The helper's reports arrive as notifications on the main thread.
-        NotificationCenter::defaultCenter().post(
-            {Constant::xpcDeleteName,
-             QByteArray::fromStdString(harness.handedOver[0].native()),
-             {}});
-        const QByteArray last = QByteArray::fromStdString(harness.handedOver[1].native());
+        observer.xpcDidDelete(harness.handedOver[0]);
+        const fs::path last = harness.handedOver[1];
         if (helperRefusesOne)
-            NotificationCenter::defaultCenter().post(
-                {Constant::xpcDeleteFailedName,
-                 last,
-                 {{Constant::deleteErrorKey, QStringLiteral("not authorized")}}});
+            observer.xpcDidFail(last, QStringLiteral("not authorized"));
         else
-            NotificationCenter::defaultCenter().post({Constant::xpcDeleteName, last, {}});
+            observer.xpcDidDelete(last);
         QCOMPARE(console.count("xpcDidDelete"), helperRefusesOne ? 1 : 2);
         QCOMPARE(observer.progress(), 1.0);
         harness.model.scheduler.advance(500ms);
@@ -290,7 +278,7 @@ private Q_SLOTS:
             QCOMPARE(refused[0].second, QStringLiteral("not authorized"));
         }
         // A late report for an emptying that has ended counts for nothing.
-        NotificationCenter::defaultCenter().post({Constant::xpcDeleteName, last, {}});
+        observer.xpcDidDelete(last);
         harness.model.scheduler.advance(1s);
         QCOMPARE(completed.count(), 1);
         QCOMPARE(harness.sound.played.size(), std::size_t(1));
@@ -330,10 +318,7 @@ private Q_SLOTS:
         if (oneStays) {
             test::run(QStringLiteral("chattr"), {QStringLiteral("-i"), lockedName});
             QCOMPARE(harness.handedOver.size(), std::size_t(1));
-            NotificationCenter::defaultCenter().post(
-                {Constant::xpcDeleteFailedName,
-                 QByteArray::fromStdString(harness.handedOver[0].native()),
-                 {{Constant::deleteErrorKey, QStringLiteral("not authorized")}}});
+            observer.xpcDidFail(harness.handedOver[0], QStringLiteral("not authorized"));
         }
         harness.model.scheduler.advance(1s);
 
@@ -381,10 +366,7 @@ private Q_SLOTS:
             observer.helperLeft(fault == QStringLiteral("restarted"));
         if (fault == QStringLiteral("restarted")) {
             harness.model.scheduler.advance(VolumeObserver::helperDeadline - 1s);
-            NotificationCenter::defaultCenter().post(
-                {Constant::xpcDeleteName,
-                 QByteArray::fromStdString(harness.handedOver.back().native()),
-                 {}});
+            observer.xpcDidDelete(harness.handedOver.back());
         }
         harness.model.scheduler.advance(VolumeObserver::helperDeadline + 1s);
 
@@ -471,7 +453,7 @@ private Q_SLOTS:
     {
         EmptyingHarness harness;
         VolumeObserver& observer = harness.start();
-        NotificationCenter::defaultCenter().post({Constant::xpcDeleteName, QByteArray("/x"), {}});
+        observer.xpcDidDelete("/x");
         harness.model.scheduler.advance(1s);
         QVERIFY(!observer.itemsToDelete());
         QCOMPARE(observer.progress(), 0.0);
