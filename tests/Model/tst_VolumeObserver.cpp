@@ -300,20 +300,10 @@ private Q_SLOTS:
         model.setMounts({{"/", "ext4", "rw"}});
         model.makeHomeTrash();
         HeldWorkQueue held;
-        Platform platform = model.platform();
-        const CountedNames names(platform.volumeNames);
-        Platform offMain{platform.mainQueue,
-                         held,
-                         platform.removalQueue,
-                         platform.trash,
-                         platform.mounts,
-                         platform.mountWatcher,
-                         platform.folderWatcher,
-                         platform.defaults,
-                         names,
-                         platform.home};
-        VolumeObserver observer(offMain);
-        model.scheduler.runPending();
+        const CountedNames names(model.labels);
+        model.scanQueue = &held;
+        model.volumeNames = &names;
+        VolumeObserver& observer = model.start();
         QVERIFY(!observer.fdaGranted());
         QVERIFY(held.size() >= 2); // the access check, then the scan
 
@@ -423,13 +413,8 @@ private Q_SLOTS:
         model.setMounts({{"/", "ext4", "rw"}});
         model.makeHomeTrash();
         HeldWorkQueue held;
-        Platform platform = model.platform();
-        Platform offMain{platform.mainQueue,     held,
-                         platform.removalQueue,  platform.trash,
-                         platform.mounts,        platform.mountWatcher,
-                         platform.folderWatcher, platform.defaults,
-                         platform.volumeNames,   platform.home};
-        VolumeObserver observer(offMain);
+        model.scanQueue = &held;
+        VolumeObserver& observer = model.start();
         QTRY_VERIFY_WITH_TIMEOUT((held.runAll(), model.settle(), observer.volumes().size() == 1),
                                  5000);
         held.runAll();
@@ -561,26 +546,9 @@ private Q_SLOTS:
         model.setMounts({{"/", "ext4", "rw"}, {"/media/usb", "ext4", "rw"}});
         model.makeHomeTrash();
         CountedMounts mounts(model.mounts);
-        Platform platform = model.platform();
-        Platform counted{platform.mainQueue,
-                         platform.workQueue,
-                         platform.removalQueue,
-                         platform.trash,
-                         mounts,
-                         platform.mountWatcher,
-                         platform.folderWatcher,
-                         platform.defaults,
-                         platform.volumeNames,
-                         platform.home};
-        VolumeObserver observer(counted);
-        const auto listed = [&] {
-            std::vector<fs::path> paths;
-            for (const Volume& volume : observer.volumes())
-                paths.push_back(volume.volPath().value_or(fs::path()));
-            return paths;
-        };
-        model.settle();
-        QCOMPARE(listed(), (std::vector<fs::path>{"/", "/media/usb"}));
+        model.mountTable = &mounts;
+        VolumeObserver& observer = model.start();
+        QCOMPARE(model.listedPaths(), (std::vector<fs::path>{"/", "/media/usb"}));
         QSignalSpy published(&observer, &VolumeObserver::listPublished);
         mounts.reads = 0;
 
@@ -598,7 +566,7 @@ private Q_SLOTS:
         QVERIFY(observer.volumes().empty());
         model.scheduler.advance(1ms);
         QCOMPARE(published.count(), 1);
-        QCOMPARE(listed(), std::vector<fs::path>{"/"});
+        QCOMPARE(model.listedPaths(), std::vector<fs::path>{"/"});
         QCOMPARE(mounts.reads, scans);
         QCOMPARE(observer.monitorEvents().size(), std::size_t(1));
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "../Helper/HelperHarness.h"
-#include "../Model/ModelHarness.h"
+#include "ModelHarness.h"
 #include "Shell/Updater.h"
 #include "Views/ViewServices.h"
 
