@@ -261,17 +261,6 @@ private Q_SLOTS:
         QCOMPARE(rows.join(' '), expected);
     }
 
-    void accessCheck()
-    {
-        for (const bool trashed :
-             {false, true}) { // a user who never trashed anything, and one who did
-            test::ModelHarness model;
-            if (trashed)
-                test::writeFile(model.homeTrash() / "item");
-            QVERIFY(model.start().fdaGranted());
-        }
-    }
-
     void refusedTrashMeansNoAccessAndNoMonitors()
     {
         test::ModelHarness model;
@@ -508,20 +497,6 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitFor([&] { return model.scheduler.pendingCount() > 0; }, 5000));
         model.settle();
         QCOMPARE(observer.volumes()[0].itemCount(), 1);
-    }
-
-    // Only the newest of rebuilds asked for together publishes its list.
-    void replacedRebuildIsNotPublished()
-    {
-        test::ModelHarness model;
-        model.setMounts({{"/", "ext4", "rw"}, {"/media/usb", "ext4", "rw"}});
-        VolumeObserver& observer = model.start();
-        QSignalSpy published(&observer, &VolumeObserver::listPublished);
-        observer.updateVolumes();
-        Q_EMIT model.mountWatcher.unmounted("/media/usb");
-        model.settle();
-        QCOMPARE(published.count(), 1);
-        QCOMPARE(model.listedPaths(), std::vector<fs::path>{"/"});
     }
 
     // Rebuilds asked for within half a second of each other are one: a single publication,
