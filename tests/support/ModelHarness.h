@@ -36,11 +36,11 @@ struct ModelHarness {
     std::filesystem::path homeTrash() const { return home / ".local/share/Trash/files"; }
     void makeHomeTrash() const { std::filesystem::create_directories(homeTrash()); }
 
-    // With the scan queue, mount table and names a test put in their place, if any.
+    // With the scan queue and mount table a test put in their place, if any.
     Platform platform()
     {
-        return Platform{scheduler,    *scanQueue, work,     trash,        *mountTable,
-                        mountWatcher, folders,    defaults, *volumeNames, home};
+        return Platform{scheduler,    *scanQueue, work,     trash,  *mountTable,
+                        mountWatcher, folders,    defaults, labels, home};
     }
     // Makes the observer and lets its first rebuild publish.
     VolumeObserver& start();
@@ -62,7 +62,6 @@ struct ModelHarness {
     EmptyingServices emptying;
     WorkQueue* scanQueue = &work;
     const MountTable* mountTable = &mounts;
-    const VolumeNames* volumeNames = &labels;
     std::unique_ptr<VolumeObserver> observer;
 };
 
