@@ -14,8 +14,6 @@
 #include "Platform/Alerts.h"
 #include "Platform/ApplicationControl.h"
 #include "Platform/BusNames.h"
-#include "Platform/Constant.h"
-#include "Platform/NotificationCenter.h"
 #include "Platform/QtScheduler.h"
 #include "Platform/UserDefaults.h"
 #include "TestSupport.h"
@@ -112,13 +110,12 @@ int runClient(int argc, char** argv, const QString& list)
             QCoreApplication::exit(0);
         }
     };
-    auto& center = NotificationCenter::defaultCenter();
-    center.addObserver(Constant::xpcDeleteName, [&](const Notification&) { settle(true); });
-    center.addObserver(Constant::xpcDeleteFailedName, [&](const Notification& notification) {
-        std::fprintf(stderr, "refused: %s\n",
-                     qPrintable(notification.userInfo.value(Constant::deleteErrorKey).toString()));
-        settle(false);
-    });
+    QObject::connect(&link.client(), &XPCClient::xpcDidDelete, [&] { settle(true); });
+    QObject::connect(&link.client(), &XPCClient::xpcDeleteFailed,
+                     [&](const fs::path&, const QString& reason) {
+                         std::fprintf(stderr, "refused: %s\n", qPrintable(reason));
+                         settle(false);
+                     });
 
     // What the link does at its start (the daemon's status read) settles first.
     QTimer::singleShot(500, [&] {

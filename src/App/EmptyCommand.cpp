@@ -12,7 +12,6 @@
 #include "Platform/Constant.h"
 #include "Platform/DisplayText.h"
 #include "Platform/FileSystem.h"
-#include "Platform/NotificationCenter.h"
 #include "Platform/TrashLocator.h"
 #include "Platform/UserDefaults.h"
 #include "Platform/linux/CommandSoundPlayer.h"
@@ -184,30 +183,30 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
     QString unreachable;
     CommandSoundPlayer sound(soundBound);
     EmptyingServices emptying;
-    emptying.sound = &sound;
-    emptying.findResource = [](const std::string& name) {
-        return BundleInfo::current().resource(name);
-    };
-    emptying.deleteWithPrivilege = [&](const std::filesystem::path& item) {
-        if (handedOver++ == 0)
-            unreachable = helperProblem();
-        if (unreachable.isEmpty()) {
-            helper.client().deleteFile(item);
-            return;
-        }
-        // Not sent: it stays, and the emptying goes on without it.
-        NotificationCenter::defaultCenter().post(
-            {Constant::xpcDeleteFailedName,
-             QVariant(QByteArray::fromStdString(item.native())),
-             {{Constant::deleteErrorKey,
-               QCoreApplication::translate("quillane::EmptyCommand",
-                                           "not sent to the helper daemon")}}});
-    };
-    emptying.alert = [](const QString& message) {
-        std::fprintf(stderr, "\n%s\n", qPrintable(message));
-    };
+    if (const auto file = BundleInfo::current().resource("empty trash.aif"))
+        emptying.sound.emplace(CompletionSound{sound, *file});
     // The command line shows the list and ends the emptying at once, without the panel's pauses.
-    VolumeObserver observer(platform, emptying, ObserverPace::immediate());
+    VolumeObserver observer(platform, std::move(emptying), ObserverPace::immediate());
+    QObject::connect(&observer, &VolumeObserver::itemNeedsHelper, &observer,
+                     [&](const std::filesystem::path& item) {
+                         if (handedOver++ == 0)
+                             unreachable = helperProblem();
+                         if (unreachable.isEmpty()) {
+                             helper.client().deleteFile(item);
+                             return;
+                         }
+                         // Not sent: it stays, and the emptying goes on without it.
+                         observer.xpcDidFail(
+                             item, QCoreApplication::translate("quillane::EmptyCommand",
+                                                               "not sent to the helper daemon"));
+                     });
+    QObject::connect(
+        &observer, &VolumeObserver::removalFailed, &observer,
+        [](const QString& message) { std::fprintf(stderr, "\n%s\n", qPrintable(message)); });
+    QObject::connect(&helper.client(), &XPCClient::xpcDidDelete, &observer,
+                     &VolumeObserver::xpcDidDelete);
+    QObject::connect(&helper.client(), &XPCClient::xpcDeleteFailed, &observer,
+                     &VolumeObserver::xpcDidFail);
     QObject::connect(&helper.client(), &XPCClient::helperLeft, &observer,
                      &VolumeObserver::helperLeft);
 

@@ -31,6 +31,9 @@ namespace quillane
 namespace
 {
 
+// Played when an emptying completes.
+constexpr const char* soundName = "empty trash.aif";
+
 // A window that asks before the application quits when it is closed: the panel's own window
 // on a desktop without a tray, whose closing would otherwise leave nothing to reach us by.
 class QuitOnCloseWindow : public QWidget
@@ -97,17 +100,13 @@ TrashApp::TrashApp(QDBusConnection sessionBus)
     : m_platform(m_linux.platform()), m_bundle(BundleInfo::current()),
       m_sessionBus(std::move(sessionBus))
 {
-    EmptyingServices emptying;
-    emptying.deleteWithPrivilege = [this](const std::filesystem::path& item) {
-        client().deleteFile(item);
-    };
-    emptying.alert = [this](const QString& message) { Debug::alert(m_alerts, message); };
-    emptying.sound = &m_sound;
-    emptying.findResource = [bundle = m_bundle](const std::string& name) {
-        return bundle.resource(name);
-    };
-    emptying.measureFreedSpace = true;
-    m_observer = std::make_unique<VolumeObserver>(m_platform, std::move(emptying));
+    const auto sound = m_bundle.resource(soundName);
+    if (!sound)
+        qFatal("Unable to find %s in bundle", soundName);
+    m_observer = std::make_unique<VolumeObserver>(
+        m_platform, EmptyingServices{CompletionSound{m_sound, *sound}, true});
+    connect(m_observer.get(), &VolumeObserver::removalFailed, this,
+            [this](const QString& message) { Debug::alert(m_alerts, message); });
     m_notifier = std::make_unique<FreedesktopNotifier>(m_sessionBus, QStringLiteral("Quillane"));
     connect(m_observer.get(), &VolumeObserver::emptyingFinished, this,
             [this](const EmptyingResult& result) {
@@ -121,6 +120,10 @@ TrashApp::TrashApp(QDBusConnection sessionBus)
             });
     m_helperLink = std::make_unique<HelperLink>(m_platform.mainQueue, m_platform.defaults, m_alerts,
                                                 m_application);
+    connect(m_observer.get(), &VolumeObserver::itemNeedsHelper, &client(),
+            [this](const std::filesystem::path& item) { client().deleteFile(item); });
+    connect(&client(), &XPCClient::xpcDidDelete, m_observer.get(), &VolumeObserver::xpcDidDelete);
+    connect(&client(), &XPCClient::xpcDeleteFailed, m_observer.get(), &VolumeObserver::xpcDidFail);
     connect(&client(), &XPCClient::helperLeft, m_observer.get(), &VolumeObserver::helperLeft);
     m_updater = std::make_unique<Updater>(Updater::Services{
         m_alerts, m_workspace, m_platform.defaults, m_platform.mainQueue, m_bundle,

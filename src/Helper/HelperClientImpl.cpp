@@ -1,7 +1,5 @@
 #include "HelperClientImpl.h"
 
-#include "Platform/Constant.h"
-#include "Platform/NotificationCenter.h"
 #include "Platform/Scheduler.h"
 #include "Platform/SystemLog.h"
 
@@ -22,8 +20,7 @@ void HelperClientImpl::postVersion(const QStringList& version)
 {
     if (version.isEmpty())
         return;
-    NotificationCenter::defaultCenter().post(
-        {Constant::helperVersionUpdatedName, {}, {{Constant::helperVersionKey, version.first()}}});
+    m_mainQueue.post(this, [this, version = version.first()] { Q_EMIT versionPosted(version); });
 }
 
 void HelperClientImpl::deleteResultWithUrl(const QByteArray& url, const QStringList& error)
@@ -31,18 +28,12 @@ void HelperClientImpl::deleteResultWithUrl(const QByteArray& url, const QStringL
     const std::string location = url.toStdString();
     if (!error.isEmpty()) {
         SystemLog::write("URL: " + location + ", Error " + error.first().toStdString());
-        // Not counted as removed; told to whoever waits on the outcome (the command line).
-        m_mainQueue.post([url, reason = error.first()] {
-            NotificationCenter::defaultCenter().post({Constant::xpcDeleteFailedName,
-                                                      QVariant(url),
-                                                      {{Constant::deleteErrorKey, reason}}});
-        });
+        m_mainQueue.post(this,
+                         [this, url, reason = error.first()] { Q_EMIT deleteFailed(url, reason); });
         return;
     }
     SystemLog::write("URL: " + location + ", Removed");
-    m_mainQueue.post([url] {
-        NotificationCenter::defaultCenter().post({Constant::xpcDeleteName, QVariant(url), {}});
-    });
+    m_mainQueue.post(this, [this, url] { Q_EMIT deleted(url); });
 }
 
 } // namespace quillane

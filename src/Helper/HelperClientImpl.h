@@ -23,6 +23,12 @@ public:
     void postVersion(const QStringList& version);
     void deleteResultWithUrl(const QByteArray& url, const QStringList& error);
 
+Q_SIGNALS:
+    // Each told on a later turn of the main loop than the call that brought it.
+    void versionPosted(const QString& version);
+    void deleted(const QByteArray& url);
+    void deleteFailed(const QByteArray& url, const QString& reason);
+
 private:
     Scheduler& m_mainQueue;
 };

@@ -7,7 +7,6 @@
 #include "Platform/BusNames.h"
 #include "Platform/Console.h"
 #include "Platform/Constant.h"
-#include "Platform/NotificationCenter.h"
 #include "Platform/PackageManager.h"
 #include "Platform/Scheduler.h"
 #include "Platform/ServiceManager.h"
@@ -106,17 +105,16 @@ XPCClient::XPCClient(Services services, QObject* parent)
         new HelperClientAdaptor(m_exported.get()); // owned by the exported object
         m_services.bus.registerObject(BusNames::clientPath, m_exported.get(),
                                       QDBusConnection::ExportAdaptors);
+        QObject::connect(m_exported.get(), &HelperClientImpl::versionPosted, this,
+                         [this](const QString& version) { storeBuild(version); });
+        QObject::connect(m_exported.get(), &HelperClientImpl::deleted, this,
+                         [this](const QByteArray& url) { Q_EMIT xpcDidDelete(url.toStdString()); });
+        QObject::connect(m_exported.get(), &HelperClientImpl::deleteFailed, this,
+                         [this](const QByteArray& url, const QString& reason) {
+                             Q_EMIT xpcDeleteFailed(url.toStdString(), reason);
+                         });
     }
     QPointer<XPCClient> self(this);
-    m_versionObserver = NotificationCenter::defaultCenter().addObserver(
-        Constant::helperVersionUpdatedName,
-        [self, &queue = m_services.mainQueue](const Notification& n) {
-            // Posted on whatever thread delivered the version; published state is main's.
-            queue.post([self, n] {
-                if (self)
-                    self->receivedVersion(n);
-            });
-        });
     m_services.appService.setDaemonStatusListener([self] {
         if (self)
             self->daemonStatusRead();
@@ -132,7 +130,6 @@ XPCClient::~XPCClient()
     m_services.appService.setDaemonStatusListener({});
     if (m_exported)
         m_services.bus.unregisterObject(BusNames::clientPath);
-    NotificationCenter::defaultCenter().removeObserver(m_versionObserver);
 }
 
 std::optional<qint64> XPCClient::parseBuildNumber(const QString& text)
@@ -439,11 +436,9 @@ void XPCClient::sendOneByOne(const QByteArrayList& items)
 
 void XPCClient::deletionsFailed(const QByteArrayList& items, const QString& reason)
 {
-    m_services.mainQueue.post(this, [items, reason] {
+    m_services.mainQueue.post(this, [this, items, reason] {
         for (const QByteArray& item : items)
-            NotificationCenter::defaultCenter().post({Constant::xpcDeleteFailedName,
-                                                      QVariant(item),
-                                                      {{Constant::deleteErrorKey, reason}}});
+            Q_EMIT xpcDeleteFailed(item.toStdString(), reason);
     });
 }
 
@@ -461,13 +456,6 @@ void XPCClient::storeBuild(const std::optional<QString>& reply)
 {
     if (const auto build = parseBuildNumber(reply.value_or(QString())))
         setHelperBuildNumber(*build);
-}
-
-void XPCClient::receivedVersion(const Notification& notification)
-{
-    const QVariant version = notification.userInfo.value(Constant::helperVersionKey);
-    if (version.typeId() == QMetaType::QString)
-        storeBuild(version.toString());
 }
 
 void XPCClient::uninstallQuillane()

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Platform/BundleInfo.h"
-#include "Platform/NotificationCenter.h"
 
 #include <QByteArrayList>
 #include <QDBusConnection>
@@ -115,6 +114,10 @@ Q_SIGNALS:
     // The daemon left the bus while connected (it stopped, or was stopped). restartable: the
     // bus can start it again on the next call.
     void helperLeft(bool restartable);
+    // The outcome of an item given to deleteFile(): the daemon removed it, or it stays (the
+    // daemon refused or failed, or the item could not be sent).
+    void xpcDidDelete(const std::filesystem::path& item);
+    void xpcDeleteFailed(const std::filesystem::path& item, const QString& reason);
 
 private:
     void connect();
@@ -122,7 +125,6 @@ private:
     void retryTick();
     void handleVersionReply(const std::optional<QString>& reply);
     void storeBuild(const std::optional<QString>& reply);
-    void receivedVersion(const Notification& notification);
     // Runs when the daemon's name leaves the system bus (the daemon ended or crashed).
     void connetionInterruptionHandler();
     void connectionInvalidationHandler();
@@ -161,7 +163,6 @@ private:
     bool m_shouldOpenLoginItems = false;
     std::unique_ptr<RepeatingTimer> m_retryTimer;
     std::unique_ptr<RepeatingTimer> m_waitTimer;
-    NotificationCenter::Token m_versionObserver = 0;
     QByteArrayList m_deletions; // items waiting for the next batch
 };
 

@@ -5,7 +5,6 @@
 #include "Platform/TrashItems.h"
 #include "VolumeObserver.h"
 
-#include <QPointer>
 #include <algorithm>
 
 namespace quillane
@@ -39,13 +38,13 @@ void TrashFullness::check()
 {
     const std::uint64_t reading = ++m_readings;
     const Platform& platform = m_observer.platform();
-    platform.workQueue.async([volumes = m_observer.volumes(), reading,
-                              &mainQueue = platform.mainQueue,
-                              context = QPointer<const QObject>(this), self = this] {
+    platform.workQueue.async([this, context = Scheduler::Context(this),
+                              volumes = m_observer.volumes(), reading,
+                              &mainQueue = platform.mainQueue] {
         const bool full = std::ranges::any_of(volumes, holdsItems);
-        mainQueue.post(context, [self, reading, full] {
-            if (reading == self->m_readings)
-                self->setFull(full);
+        mainQueue.post(context, [this, reading, full] {
+            if (reading == m_readings)
+                setFull(full);
         });
     });
 }

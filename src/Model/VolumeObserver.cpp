@@ -7,7 +7,6 @@
 #include "Platform/FolderWatcher.h"
 #include "Platform/MountTable.h"
 #include "Platform/MountWatcher.h"
-#include "Platform/NotificationCenter.h"
 #include "Platform/Scheduler.h"
 #include "Platform/SoundPlayer.h"
 #include "Platform/TrashLocator.h"
@@ -97,23 +96,10 @@ VolumeObserver::VolumeObserver(const Platform& platform, EmptyingServices emptyi
     updateVolumes();
     connect(&m_platform.mountWatcher, &MountWatcher::mounted, this, &VolumeObserver::didMount);
     connect(&m_platform.mountWatcher, &MountWatcher::unmounted, this, &VolumeObserver::didUnmount);
-    QPointer<VolumeObserver> self(this);
-    m_deletionObserver = NotificationCenter::defaultCenter().addObserver(
-        Constant::xpcDeleteName, [self](const Notification& notification) {
-            if (self)
-                self->xpcDidDelete(notification);
-        });
-    m_failureObserver = NotificationCenter::defaultCenter().addObserver(
-        Constant::xpcDeleteFailedName, [self](const Notification& notification) {
-            if (self)
-                self->xpcDidFail(notification);
-        });
 }
 
 VolumeObserver::~VolumeObserver()
 {
-    NotificationCenter::defaultCenter().removeObserver(m_deletionObserver);
-    NotificationCenter::defaultCenter().removeObserver(m_failureObserver);
     for (const auto& monitor : m_monitorEvents)
         monitor->stopMonitoring();
 }
@@ -124,22 +110,20 @@ void VolumeObserver::checkFDA()
     // the home may be on a network that does not answer. A trash that does not exist yet
     // belongs to a user who never trashed anything; only a refusal means we may not read it.
     // The scans come after it on the same queue, so the first list is published after it.
-    QPointer<VolumeObserver> self(this);
-    m_platform.workQueue.async(
-        [self, trash = m_platform.trash.homeTrashFolder(), &mainQueue = m_platform.mainQueue] {
-            const auto read = readFirstEntry(trash);
-            const bool refused = !read && (read.errorCode() == EACCES || read.errorCode() == EPERM);
-            mainQueue.post([self, refused, error = read.error()] {
-                if (!self)
-                    return;
-                if (refused) {
-                    Console::writeLine("fdaGranted Error:", error);
-                    return;
-                }
-                self->m_fdaGranted = true;
-                Q_EMIT self->fdaGrantedChanged();
-            });
+    m_platform.workQueue.async([this, context = Scheduler::Context(this),
+                                trash = m_platform.trash.homeTrashFolder(),
+                                &mainQueue = m_platform.mainQueue] {
+        const auto read = readFirstEntry(trash);
+        const bool refused = !read && (read.errorCode() == EACCES || read.errorCode() == EPERM);
+        mainQueue.post(context, [this, refused, error = read.error()] {
+            if (refused) {
+                Console::writeLine("fdaGranted Error:", error);
+                return;
+            }
+            m_fdaGranted = true;
+            Q_EMIT fdaGrantedChanged();
         });
+    });
 }
 
 void VolumeObserver::setVolumes(std::vector<Volume> volumes)
@@ -150,22 +134,18 @@ void VolumeObserver::setVolumes(std::vector<Volume> volumes)
 
 void VolumeObserver::updateVolumes()
 {
-    QPointer<VolumeObserver> self(this);
-    m_platform.mainQueue.post([self] {
-        if (self)
-            self->setVolumes({});
-    });
+    m_platform.mainQueue.post(this, [this] { setVolumes({}); });
 
     // The list is published once the newest request has waited its delay, from a scan begun
     // after it. A burst of requests within the delay is one rebuild: the first one's scan, and
     // one more when the burst is over if anything came after that scan began.
     const std::uint64_t request = ++m_rebuildRequests;
     m_rebuildDue = false;
-    m_platform.mainQueue.postAfter(m_pace.publication, [self, request] {
-        if (!self || request != self->m_rebuildRequests)
+    m_platform.mainQueue.postAfter(m_pace.publication, this, [this, request] {
+        if (request != m_rebuildRequests)
             return;
-        self->m_rebuildDue = true;
-        self->publishIfReady();
+        m_rebuildDue = true;
+        publishIfReady();
     });
     if (m_scanning || m_scanned || m_rescanNeeded) {
         ++*m_scanGeneration; // what it finds or found is out of date; a running scan stops
@@ -187,19 +167,16 @@ void VolumeObserver::startScan()
     };
     m_scanning = true;
     m_rescanNeeded = false;
-    QPointer<VolumeObserver> self(this);
-    m_platform.workQueue.async(
-        [self, platform = m_platform, unmounted = m_unmounted, showDropbox, replaced] {
-            auto volumes = scanVolumes(platform, unmounted, showDropbox, replaced);
-            platform.mainQueue.post([self, replaced, volumes = std::move(volumes)]() mutable {
-                if (!self)
-                    return;
-                self->m_scanning = false;
-                if (volumes && !replaced())
-                    self->m_scanned = std::move(volumes);
-                self->publishIfReady();
-            });
+    m_platform.workQueue.async([this, context = Scheduler::Context(this), platform = m_platform,
+                                unmounted = m_unmounted, showDropbox, replaced] {
+        auto volumes = scanVolumes(platform, unmounted, showDropbox, replaced);
+        platform.mainQueue.post(context, [this, replaced, volumes = std::move(volumes)]() mutable {
+            m_scanning = false;
+            if (volumes && !replaced())
+                m_scanned = std::move(volumes);
+            publishIfReady();
         });
+    });
 }
 
 void VolumeObserver::publishIfReady()
@@ -233,24 +210,20 @@ void VolumeObserver::updateMonitors()
         monitor->stopMonitoring();
     m_monitorEvents.clear();
 
-    QPointer<VolumeObserver> self(this);
+    // The monitors are stopped with the observer, and report nothing after that.
     for (const Volume& volume : m_volumes) {
         if (volume.volPath() && pathContains(*volume.volPath(), "snapshot"))
             continue;
         if (volume.trashURL()) {
             auto monitor = std::make_shared<FolderMonitor>(volume.trashURL(), m_platform);
             monitor->startMonitoring();
-            monitor->folderDidChange = [self] {
-                if (self)
-                    self->rebuildForChange();
-            };
+            monitor->folderDidChange = [this] { rebuildForChange(); };
             m_monitorEvents.push_back(std::move(monitor));
         } else if (volume.volPath()) {
             auto monitor = std::make_shared<FolderMonitor>(volume.volPath(), m_platform);
             monitor->startMonitoring();
-            monitor->folderDidChange = [self, volume, weak = std::weak_ptr(monitor)] {
-                if (self)
-                    self->handleVolume(volume, weak.lock());
+            monitor->folderDidChange = [this, volume, weak = std::weak_ptr(monitor)] {
+                handleVolume(volume, weak.lock());
             };
             m_monitorEvents.push_back(std::move(monitor));
         }
@@ -270,30 +243,30 @@ void VolumeObserver::watchForHomeTrash()
     const fs::path trash = m_platform.trash.homeTrashFolder();
     const bool listed = std::ranges::any_of(
         m_volumes, [&](const Volume& volume) { return volume.trashURL() == trash; });
-    QPointer<VolumeObserver> self(this);
+    // A watch made for an observer that is gone meanwhile may report before it is dropped.
+    const Scheduler::Context context(this);
+    const Scheduler::Task rebuild = Scheduler::guarded(context, [this] { rebuildForChange(); });
     if (listed) {
         // Listed: the folders that lead to it are watched for its path's names, so that a
         // trash moved away or removed whole is noticed like one emptied.
         m_rebuiltForHomeTrash = false;
-        m_platform.workQueue.async([self, wait, trash, &watcher = m_platform.folderWatcher,
+        m_platform.workQueue.async([this, context, rebuild, wait, trash,
+                                    &watcher = m_platform.folderWatcher,
                                     &mainQueue = m_platform.mainQueue] {
-            const auto rebuild = [self] {
-                if (self)
-                    self->rebuildForChange();
-            };
             const fs::path trashFolder = trash.parent_path(); // holds files/ and info/
             std::vector<std::shared_ptr<FolderWatch>> watches = {
                 watcher.watchEntry(trashFolder.parent_path(), trashFolder.filename().native(),
                                    rebuild),
                 watcher.watchEntry(trashFolder, trash.filename().native(), rebuild)};
-            mainQueue.post([self, wait, watches = std::move(watches)] {
-                if (self && wait == self->m_homeTrashWaits)
-                    self->m_homeTrashWatches = watches;
+            mainQueue.post(context, [this, wait, watches = std::move(watches)] {
+                if (wait == m_homeTrashWaits)
+                    m_homeTrashWatches = watches;
             });
         });
         return;
     }
-    m_platform.workQueue.async([self, wait, trash, &watcher = m_platform.folderWatcher,
+    m_platform.workQueue.async([this, context, rebuild, wait, trash,
+                                &watcher = m_platform.folderWatcher,
                                 &mainQueue = m_platform.mainQueue] {
         fs::path folder = trash;
         while (folder.has_relative_path() && !fileExists(folder))
@@ -303,20 +276,17 @@ void VolumeObserver::watchForHomeTrash()
             folder = trash.parent_path();
         const fs::path next =
             *std::next(trash.begin(), std::distance(folder.begin(), folder.end()));
-        std::shared_ptr<FolderWatch> watch = watcher.watchEntry(folder, next.native(), [self] {
-            if (self)
-                self->rebuildForChange();
-        });
-        mainQueue.post([self, wait, appeared, watch = std::move(watch)] {
-            if (!self || wait != self->m_homeTrashWaits)
+        std::shared_ptr<FolderWatch> watch = watcher.watchEntry(folder, next.native(), rebuild);
+        mainQueue.post(context, [this, wait, appeared, watch = std::move(watch)] {
+            if (wait != m_homeTrashWaits)
                 return;
             // It came after the scan, when no watch was there to tell: the list has to show
             // it. Once only, in case it is there but unusable (a link).
-            if (appeared && !std::exchange(self->m_rebuiltForHomeTrash, true)) {
-                self->updateVolumes();
+            if (appeared && !std::exchange(m_rebuiltForHomeTrash, true)) {
+                updateVolumes();
                 return;
             }
-            self->m_homeTrashWatches = {watch};
+            m_homeTrashWatches = {watch};
         });
     });
 }
@@ -324,11 +294,7 @@ void VolumeObserver::watchForHomeTrash()
 void VolumeObserver::handleVolume(const Volume&, const std::shared_ptr<FolderMonitor>&)
 {
     Console::writeLine("Volume Changes being handled...");
-    QPointer<VolumeObserver> self(this);
-    m_platform.mainQueue.post([self] {
-        if (self)
-            self->rebuildForChange();
-    });
+    m_platform.mainQueue.post(this, [this] { rebuildForChange(); });
 }
 
 void VolumeObserver::rebuildForChange()
@@ -468,11 +434,10 @@ void VolumeObserver::handleOutcome(const TrashEmptier::Outcome& outcome)
         handOver(outcome.location);
         return;
     }
-    // The alert keeps the main loop turning: the emptier is asked for again afterwards rather
-    // than held across it.
+    // A receiver may turn the main loop while it shows the message: the emptier is asked for
+    // again afterwards rather than held across it.
     const QPointer<TrashEmptier> emptier = m_emptier;
-    if (m_emptying.alert)
-        m_emptying.alert(VolumeObserver::tr("There was a problem deleting the file.\n(%1)")
+    Q_EMIT removalFailed(VolumeObserver::tr("There was a problem deleting the file.\n(%1)")
                              .arg(QString::fromStdString(outcome.error)));
     if (!emptier || emptier != m_emptier)
         return;
@@ -510,7 +475,9 @@ void VolumeObserver::handleProgress(const std::optional<fs::path>& url)
 
 void VolumeObserver::completeEmptying()
 {
-    playSound("empty trash.aif");
+    if (m_emptying.sound)
+        m_emptying.sound->player.play(m_emptying.sound->file,
+                                      [](const std::string& error) { Console::writeLine(error); });
     setProgress(0.0);
     m_itemsDeleted = 0;
     m_emptier->tidy(); // then the list is rebuilt, and the emptying ends
@@ -534,8 +501,7 @@ void VolumeObserver::handOver(const fs::path& item)
     m_withHelper.try_emplace(item, false);
     m_helperDeadline =
         m_platform.mainQueue.repeat(helperDeadline, [this] { helperStoppedAnswering(); });
-    if (m_emptying.deleteWithPrivilege)
-        m_emptying.deleteWithPrivilege(item);
+    Q_EMIT itemNeedsHelper(item);
 }
 
 void VolumeObserver::settleWithHelper(const fs::path& item)
@@ -558,8 +524,8 @@ void VolumeObserver::helperLeft(bool restartable)
     }
     // The bus starts a new daemon for the first of them; each is sent once more, at most.
     for (auto& [item, sentAgain] : m_withHelper) {
-        if (!std::exchange(sentAgain, true) && m_emptying.deleteWithPrivilege)
-            m_emptying.deleteWithPrivilege(item);
+        if (!std::exchange(sentAgain, true))
+            Q_EMIT itemNeedsHelper(item);
     }
     m_helperDeadline =
         m_platform.mainQueue.repeat(helperDeadline, [this] { helperStoppedAnswering(); });
@@ -597,35 +563,22 @@ void VolumeObserver::finishEmptying(EmptyingResult::Ending ending)
     }
 }
 
-void VolumeObserver::xpcDidDelete(const Notification& notification)
+void VolumeObserver::xpcDidDelete(const fs::path& item)
 {
-    Console::writeLine(notification.name.toStdString());
-    const fs::path item(notification.object.toByteArray().toStdString());
+    Console::writeLine("xpcDidDelete");
     if (!m_withHelper.contains(item)) // not of the emptying under way
         return;
     settleWithHelper(item);
     handleProgress(item);
 }
 
-void VolumeObserver::xpcDidFail(const Notification& notification)
+void VolumeObserver::xpcDidFail(const fs::path& item, const QString& reason)
 {
-    const fs::path item(notification.object.toByteArray().toStdString());
     if (!m_withHelper.contains(item))
         return;
     settleWithHelper(item);
-    const QString reason = notification.userInfo.value(Constant::deleteErrorKey).toString();
     m_result.refused.emplace_back(item, QString::fromStdString(printable(reason.toStdString())));
     handleProgress(item);
-}
-
-void VolumeObserver::playSound(const std::string& name)
-{
-    if (!m_emptying.findResource || !m_emptying.sound)
-        return;
-    const auto file = m_emptying.findResource(name);
-    if (!file)
-        qFatal("Unable to find %s in bundle", name.c_str());
-    m_emptying.sound->play(*file, [](const std::string& error) { Console::writeLine(error); });
 }
 
 } // namespace quillane

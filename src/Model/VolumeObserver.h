@@ -8,7 +8,6 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -22,21 +21,21 @@ namespace quillane
 class FolderMonitor;
 class FolderWatch;
 class SoundPlayer;
-struct Notification;
 class MountTable;
 class RepeatingTimer;
 class TrashLocator;
 
-// What an emptying needs beyond the platform: the hand-over of an item the user may not
-// remove to the privileged helper, the alert for a failed item, the completion sound and
-// where it lies. Missing ones are skipped (the command line plays no sound).
+// The sound that marks a completed emptying: a player and the file it plays.
+struct CompletionSound {
+    SoundPlayer& player;
+    std::filesystem::path file;
+};
+
+// What an emptying does beyond removing: the completion sound (none when not given), and whether
+// its result tells how much space it gave back. That sizes the trash before and after: the
+// panel's sizes make that quick, a trash never sized is walked in full.
 struct EmptyingServices {
-    std::function<void(const std::filesystem::path&)> deleteWithPrivilege;
-    std::function<void(const QString& message)> alert;
-    SoundPlayer* sound = nullptr;
-    std::function<std::optional<std::filesystem::path>(const std::string&)> findResource;
-    // Whether the result tells how much space an emptying gave back. It sizes the trash before
-    // and after: the panel's sizes make that quick, a trash never sized is walked in full.
+    std::optional<CompletionSound> sound;
     bool measureFreedSpace = false;
 };
 
@@ -124,15 +123,15 @@ public:
     void emptySelectedTrash(const Volume& volume,
                             std::optional<std::set<std::string>> only = std::nullopt);
     void handleProgress(const std::optional<std::filesystem::path>& url);
-    void xpcDidDelete(const Notification& notification);
+    // The helper removed an item that itemNeedsHelper handed it.
+    void xpcDidDelete(const std::filesystem::path& item);
     // The helper did not remove an item: it counts as settled, and stays.
-    void xpcDidFail(const Notification& notification);
+    void xpcDidFail(const std::filesystem::path& item, const QString& reason);
     // The daemon left the bus with items of the emptying still unanswered: they are sent again
     // once if the bus can start it again, else they count as settled, and stay. Items the
     // daemon leaves unanswered for helperDeadline count as settled the same way.
     void helperLeft(bool restartable);
     static constexpr std::chrono::seconds helperDeadline{30};
-    void playSound(const std::string& name);
     void updateVolumes();
     void updateMonitors();
     void handleVolume(const Volume& volume, const std::shared_ptr<FolderMonitor>& monitor);
@@ -155,6 +154,12 @@ Q_SIGNALS:
     void emptyingChanged();
     // Every emptying ends with this, once, whatever became of it.
     void emptyingFinished(const quillane::EmptyingResult& result);
+    // An item of the emptying that this user may not remove, for the privileged helper; its
+    // outcome comes back through xpcDidDelete() or xpcDidFail(). Unanswered, it stays.
+    void itemNeedsHelper(const std::filesystem::path& item);
+    // An item could not be removed. The emptying goes on once the receivers have returned, so a
+    // receiver that shows the message and waits for the user has them answer one at a time.
+    void removalFailed(const QString& message);
 
 private:
     void checkFDA();
@@ -213,8 +218,6 @@ private:
     bool m_removing = false;
     bool m_changedWhileEmptying = false;
     double m_progress = 0;
-    std::uint64_t m_deletionObserver = 0;
-    std::uint64_t m_failureObserver = 0;
 };
 
 } // namespace quillane

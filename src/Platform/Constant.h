@@ -9,15 +9,6 @@ namespace quillane::Constant
 
 // The helper daemon's well-known name on the system bus.
 inline const QString helperMachLabel = BusNames::daemonService;
-// The in-process notification for an item the daemon removed; its object is the item's path.
-inline const QString xpcDeleteName = QStringLiteral("xpcDidDelete");
-// The in-process notification for an item the daemon refused or failed to remove; its object
-// is the item's path, its "error" the reason.
-inline const QString xpcDeleteFailedName = QStringLiteral("xpcDeleteFailed");
-inline const QString deleteErrorKey = QStringLiteral("error");
-// The in-process notification of a version the daemon posted, under "helperVersion".
-inline const QString helperVersionUpdatedName = QStringLiteral("HelperVersionUpdated");
-inline const QString helperVersionKey = QStringLiteral("helperVersion");
 
 // The user's stored preferences. Stored data depends on these keys letter for letter, "Supression"
 // with one p included.

@@ -23,6 +23,9 @@ class Scheduler
 public:
     using Task = std::function<void()>;
     using Duration = std::chrono::milliseconds;
+    // An object whose tasks are dropped once it is gone. Taken on the main thread, it may be
+    // copied to any thread.
+    using Context = QPointer<const QObject>;
 
     virtual ~Scheduler() = default;
 
@@ -31,13 +34,9 @@ public:
     // Runs the task on the main thread once the delay has passed. May be called from any thread.
     virtual void postAfter(Duration delay, Task task) = 0;
     // As post() and postAfter(), but the task is dropped if `context` is gone by the time it is
-    // due, as QTimer::singleShot does with its context. The guard is taken by the caller: one made
-    // on the main thread may be copied to any thread.
-    void post(QPointer<const QObject> context, Task task)
-    {
-        post(guarded(std::move(context), std::move(task)));
-    }
-    void postAfter(Duration delay, QPointer<const QObject> context, Task task)
+    // due, as QTimer::singleShot does with its context.
+    void post(Context context, Task task) { post(guarded(std::move(context), std::move(task))); }
+    void postAfter(Duration delay, Context context, Task task)
     {
         postAfter(delay, guarded(std::move(context), std::move(task)));
     }
@@ -45,8 +44,9 @@ public:
     // Called on the main thread.
     virtual std::unique_ptr<RepeatingTimer> repeat(Duration interval, Task task) = 0;
 
-private:
-    static Task guarded(QPointer<const QObject> context, Task task)
+    // The task, run only while the context is there: for callbacks that arrive on the main
+    // thread by other ways than this queue.
+    static Task guarded(Context context, Task task)
     {
         return [context = std::move(context), task = std::move(task)] {
             if (context)

@@ -1,7 +1,6 @@
 #include "HelperHarness.h"
 #include "Platform/BusNames.h"
 #include "Platform/Constant.h"
-#include "Platform/NotificationCenter.h"
 #include "Platform/SystemLog.h"
 #include "TestSupport.h"
 
@@ -305,11 +304,8 @@ private Q_SLOTS:
         test::HelperHarness helper;
         QVERIFY(helper.startDaemon(script));
         test::SystemLogCapture log;
-        QList<QVariant> removed;
-        auto& center = NotificationCenter::defaultCenter();
-        const auto token = center.addObserver(Constant::xpcDeleteName,
-                                              [&](const Notification& n) { removed << n.object; });
         XPCClient& client = helper.client();
+        QSignalSpy removed(&client, &XPCClient::xpcDidDelete);
 
         const QByteArrayList items = {"/trash/files/a b", "/trash/files/c\nd", "/trash/files/-e"};
         for (const QByteArray& item : items)
@@ -319,12 +315,11 @@ private Q_SLOTS:
         for (const QByteArray& item : items)
             QTRY_VERIFY(log.has("URL: " + item.toStdString() + logLine.toStdString()));
         helper.scheduler.runPending();
-        center.removeObserver(token);
         QCOMPARE(helper.calls(QStringLiteral("deleteFiles")), 1);
         QCOMPARE(helper.calls(QStringLiteral("deleteFile")), singleCalls);
         QCOMPARE(removed.size(), notifications);
         for (int i = 0; i < notifications; ++i)
-            QCOMPARE(removed[i].toByteArray(), items[i]);
+            QCOMPARE(removed[i][0].value<std::filesystem::path>(), items[i].toStdString());
     }
 
     void postedVersionIsStored()

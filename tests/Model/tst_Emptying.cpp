@@ -1,7 +1,5 @@
 #include "ModelHarness.h"
-#include "Platform/Constant.h"
 #include "Platform/FileSystem.h"
-#include "Platform/NotificationCenter.h"
 #include "Platform/SoundPlayer.h"
 #include "TestSupport.h"
 
@@ -34,14 +32,7 @@ struct EmptyingHarness {
     {
         model.setMounts({{"/", "ext4", "rw"}});
         model.makeHomeTrash();
-        model.emptying.deleteWithPrivilege = [this](const fs::path& item) {
-            handedOver.push_back(item);
-        };
-        model.emptying.alert = [this](const QString& message) { alerts << message; };
-        model.emptying.sound = &sound;
-        model.emptying.findResource = [](const std::string& name) {
-            return std::optional<fs::path>("/resources" / fs::path(name));
-        };
+        model.emptying.sound.emplace(CompletionSound{sound, "/resources/empty trash.aif"});
     }
     fs::path files() const { return model.homeTrash(); }
     fs::path info() const { return model.homeTrash().parent_path() / "info"; }
@@ -54,6 +45,10 @@ struct EmptyingHarness {
     {
         VolumeObserver& observer = model.start();
         progress = std::make_unique<QSignalSpy>(&observer, &VolumeObserver::progressChanged);
+        QObject::connect(&observer, &VolumeObserver::itemNeedsHelper,
+                         [this](const fs::path& item) { handedOver.push_back(item); });
+        QObject::connect(&observer, &VolumeObserver::removalFailed,
+                         [this](const QString& message) { alerts << message; });
         return observer;
     }
     test::ModelHarness model;
@@ -226,71 +221,77 @@ private Q_SLOTS:
         QVERIFY(fs::is_empty(harness.files()));
     }
 
+    // An item this user may not remove goes to the helper, and the emptying waits for its answer,
+    // within a deadline, whatever became of the daemon. What the helper did not remove counts as
+    // settled: the emptying still completes, and says what stayed.
     void itemsTheUserMayNotRemoveGoToTheHelper_data()
     {
-        QTest::addColumn<bool>("helperRefusesOne");
-        QTest::newRow("helper removes both") << false;
-        QTest::newRow("helper refuses one") << true;
+        QTest::addColumn<QString>("answer");
+        QTest::addColumn<int>("sentEach");   // times the item went to the helper
+        QTest::addColumn<QString>("reason"); // why it stayed; empty when it went
+        const QString silent = QStringLiteral("the helper daemon stopped answering");
+        QTest::newRow("removed") << "removed" << 1 << QString();
+        QTest::newRow("refused") << "refused" << 1 << QStringLiteral("not authorized");
+        QTest::newRow("the daemon never answers") << "silence" << 1 << silent;
+        QTest::newRow("the daemon left, and cannot be started again") << "left" << 1 << silent;
+        QTest::newRow("the daemon left, and the bus starts a new one")
+            << "restarted" << 2 << QString();
     }
 
-    // What the helper refuses counts as settled: the emptying still completes, and says what
-    // stayed.
     void itemsTheUserMayNotRemoveGoToTheHelper()
     {
-        QFETCH(bool, helperRefusesOne);
+        QFETCH(QString, answer);
+        QFETCH(int, sentEach);
+        QFETCH(QString, reason);
         EmptyingHarness harness;
         harness.trash("mine");
         harness.trash("locked");
-        harness.trash("locked too");
         // An immutable folder refuses even root, as a foreign folder refuses a user.
-        for (const char* name : {"locked", "locked too"})
-            QVERIFY(
-                test::run(QStringLiteral("chattr"),
-                          {QStringLiteral("+i"),
-                           QString::fromStdString((harness.files() / name / "inner").native())}));
+        const QString inner = QString::fromStdString((harness.files() / "locked/inner").native());
+        QVERIFY(test::run(QStringLiteral("chattr"), {QStringLiteral("+i"), inner}));
         VolumeObserver& observer = harness.start();
         QSignalSpy completed(&observer, &VolumeObserver::emptyingCompleted);
         QSignalSpy finished(&observer, &VolumeObserver::emptyingFinished);
         test::ConsoleCapture console;
         observer.emptySelectedTrash(observer.volumes()[0]);
         harness.model.scheduler.runPending();
-        for (const char* name : {"locked", "locked too"})
-            test::run(QStringLiteral("chattr"),
-                      {QStringLiteral("-i"),
-                       QString::fromStdString((harness.files() / name / "inner").native())});
+        test::run(QStringLiteral("chattr"), {QStringLiteral("-i"), inner});
 
-        QCOMPARE(harness.handedOver.size(), std::size_t(2));
-        QCOMPARE(observer.progress(), 1.0 / 3);
+        QCOMPARE(harness.handedOver, std::vector<fs::path>{harness.files() / "locked"});
+        QCOMPARE(observer.progress(), 1.0 / 2);
         QVERIFY(harness.alerts.isEmpty());
         QVERIFY(fs::exists(harness.info() / "locked.trashinfo")); // the record stays with its item
-        QVERIFY(observer.isEmptying());                           // items are still with the helper
+        harness.model.scheduler.advance(VolumeObserver::helperDeadline - 1s);
+        QVERIFY(observer.isEmptying()); // the item is still with the helper, within the deadline
+        observer.xpcDidDelete(harness.files() / "mine"); // not one the helper was given: no step
+        QCOMPARE(observer.progress(), 1.0 / 2);
+        const fs::path item = harness.handedOver[0];
+        if (answer == QStringLiteral("removed"))
+            observer.xpcDidDelete(item);
+        else if (answer == QStringLiteral("refused"))
+            observer.xpcDidFail(item, reason);
+        else if (answer != QStringLiteral("silence"))
+            observer.helperLeft(answer == QStringLiteral("restarted"));
+        if (answer == QStringLiteral("restarted")) {
+            harness.model.scheduler.advance(VolumeObserver::helperDeadline - 1s);
+            observer.xpcDidDelete(harness.handedOver.back());
+        }
+        harness.model.scheduler.advance(VolumeObserver::helperDeadline + 1s);
 
-        // The helper's reports arrive as notifications on the main thread.
-        NotificationCenter::defaultCenter().post(
-            {Constant::xpcDeleteName,
-             QByteArray::fromStdString(harness.handedOver[0].native()),
-             {}});
-        const QByteArray last = QByteArray::fromStdString(harness.handedOver[1].native());
-        if (helperRefusesOne)
-            NotificationCenter::defaultCenter().post(
-                {Constant::xpcDeleteFailedName,
-                 last,
-                 {{Constant::deleteErrorKey, QStringLiteral("not authorized")}}});
-        else
-            NotificationCenter::defaultCenter().post({Constant::xpcDeleteName, last, {}});
-        QCOMPARE(console.count("xpcDidDelete"), helperRefusesOne ? 1 : 2);
-        QCOMPARE(observer.progress(), 1.0);
-        harness.model.scheduler.advance(500ms);
+        QCOMPARE(harness.handedOver.size(), std::size_t(sentEach));
+        QCOMPARE(console.count("xpcDidDelete"), reason.isEmpty() ? 2 : 1);
         QCOMPARE(completed.count(), 1);
         QCOMPARE(finished.count(), 1);
-        const auto refused = finished[0][0].value<EmptyingResult>().refused;
-        QCOMPARE(refused.size(), std::size_t(helperRefusesOne ? 1 : 0));
-        if (helperRefusesOne) {
-            QCOMPARE(refused[0].first, harness.handedOver[1]);
-            QCOMPARE(refused[0].second, QStringLiteral("not authorized"));
-        }
+        const auto result = finished[0][0].value<EmptyingResult>();
+        QCOMPARE(result.ending, EmptyingResult::Ending::Completed);
+        QCOMPARE(result.helperStoppedAnswering,
+                 answer == QStringLiteral("silence") || answer == QStringLiteral("left"));
+        QCOMPARE(result.refused.size(), std::size_t(reason.isEmpty() ? 0 : 1));
+        if (!reason.isEmpty())
+            QCOMPARE(result.refused[0], std::pair(item, reason));
+        QVERIFY(fs::exists(harness.files() / "locked")); // nothing else touched it
         // A late report for an emptying that has ended counts for nothing.
-        NotificationCenter::defaultCenter().post({Constant::xpcDeleteName, last, {}});
+        observer.xpcDidDelete(item);
         harness.model.scheduler.advance(1s);
         QCOMPARE(completed.count(), 1);
         QCOMPARE(harness.sound.played.size(), std::size_t(1));
@@ -330,10 +331,7 @@ private Q_SLOTS:
         if (oneStays) {
             test::run(QStringLiteral("chattr"), {QStringLiteral("-i"), lockedName});
             QCOMPARE(harness.handedOver.size(), std::size_t(1));
-            NotificationCenter::defaultCenter().post(
-                {Constant::xpcDeleteFailedName,
-                 QByteArray::fromStdString(harness.handedOver[0].native()),
-                 {{Constant::deleteErrorKey, QStringLiteral("not authorized")}}});
+            observer.xpcDidFail(harness.handedOver[0], QStringLiteral("not authorized"));
         }
         harness.model.scheduler.advance(1s);
 
@@ -345,56 +343,6 @@ private Q_SLOTS:
             QVERIFY(!result.freedBytes);
         else
             QCOMPARE(result.freedBytes, std::optional(*total - (oneStays ? *kept : 0)));
-    }
-
-    void unansweredItemsEndTheEmptying_data()
-    {
-        QTest::addColumn<QString>("fault");
-        QTest::addColumn<int>("sentEach"); // times each item went to the helper
-        QTest::addColumn<bool>("stayed");
-        QTest::newRow("the daemon never answers") << "silence" << 1 << true;
-        QTest::newRow("the daemon left, and cannot be started again") << "left" << 1 << true;
-        QTest::newRow("the daemon left, and the bus starts a new one") << "restarted" << 2 << false;
-    }
-
-    // An item the daemon never answers for cannot hold an emptying forever.
-    void unansweredItemsEndTheEmptying()
-    {
-        QFETCH(QString, fault);
-        QFETCH(int, sentEach);
-        QFETCH(bool, stayed);
-        EmptyingHarness harness;
-        harness.trash("mine");
-        harness.trash("locked");
-        const QString inner = QString::fromStdString((harness.files() / "locked/inner").native());
-        QVERIFY(test::run(QStringLiteral("chattr"), {QStringLiteral("+i"), inner}));
-        VolumeObserver& observer = harness.start();
-        QSignalSpy finished(&observer, &VolumeObserver::emptyingFinished);
-        observer.emptySelectedTrash(observer.volumes()[0]);
-        harness.model.scheduler.runPending();
-        test::run(QStringLiteral("chattr"), {QStringLiteral("-i"), inner});
-        QCOMPARE(harness.handedOver.size(), std::size_t(1));
-
-        harness.model.scheduler.advance(VolumeObserver::helperDeadline - 1s);
-        QVERIFY(observer.isEmptying()); // still within the deadline
-        if (fault != QStringLiteral("silence"))
-            observer.helperLeft(fault == QStringLiteral("restarted"));
-        if (fault == QStringLiteral("restarted")) {
-            harness.model.scheduler.advance(VolumeObserver::helperDeadline - 1s);
-            NotificationCenter::defaultCenter().post(
-                {Constant::xpcDeleteName,
-                 QByteArray::fromStdString(harness.handedOver.back().native()),
-                 {}});
-        }
-        harness.model.scheduler.advance(VolumeObserver::helperDeadline + 1s);
-
-        QCOMPARE(harness.handedOver.size(), std::size_t(sentEach));
-        QCOMPARE(finished.count(), 1);
-        const auto result = finished[0][0].value<EmptyingResult>();
-        QCOMPARE(result.ending, EmptyingResult::Ending::Completed);
-        QCOMPARE(result.helperStoppedAnswering, stayed);
-        QCOMPARE(result.refused.size(), std::size_t(stayed ? 1 : 0));
-        QVERIFY(fs::exists(harness.files() / "locked")); // nothing else touched it
     }
 
     // A second emptying asked for while the first still runs waits for it: each completes
@@ -465,17 +413,6 @@ private Q_SLOTS:
         QVERIFY(result.busy);
         QVERIFY(fs::exists(harness.files() / "a"));
         QVERIFY(!observer.isEmptying());
-    }
-
-    void reportWithoutAnEmptyingChangesNothing()
-    {
-        EmptyingHarness harness;
-        VolumeObserver& observer = harness.start();
-        NotificationCenter::defaultCenter().post({Constant::xpcDeleteName, QByteArray("/x"), {}});
-        harness.model.scheduler.advance(1s);
-        QVERIFY(!observer.itemsToDelete());
-        QCOMPARE(observer.progress(), 0.0);
-        QVERIFY(harness.sound.played.empty());
     }
 
     void otherFailuresAlertOneByOneAndStillComplete()

@@ -42,12 +42,6 @@ private Q_SLOTS:
         QTest::newRow("unlabelled volume")
             << std::optional<fs::path>("/media/usb") << QStringLiteral("usb")
             << Picture::fileIcon("/media/usb") << QString();
-        QTest::newRow("mounted cloud folder")
-            << std::optional<fs::path>("/home/me/GoogleDrive") << QStringLiteral("GoogleDrive")
-            << Picture::asset("GoogleDrive") << QStringLiteral("GoogleDrive");
-        QTest::newRow("mounted cloud folder of a client for many providers")
-            << std::optional<fs::path>("/mnt/my-drive") << QStringLiteral("my-drive")
-            << Picture::fileIcon("/mnt/my-drive") << QStringLiteral("rclone");
     }
 
     void derivedReads()

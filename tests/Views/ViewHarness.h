@@ -1,7 +1,7 @@
 #pragma once
 
-#include "../Model/ModelHarness.h"
 #include "HelperHarness.h"
+#include "ModelHarness.h"
 #include "Shell/Updater.h"
 #include "Views/ViewServices.h"
 

@@ -36,10 +36,11 @@ struct ModelHarness {
     std::filesystem::path homeTrash() const { return home / ".local/share/Trash/files"; }
     void makeHomeTrash() const { std::filesystem::create_directories(homeTrash()); }
 
+    // With the scan queue and mount table a test put in their place, if any.
     Platform platform()
     {
-        return Platform{scheduler,    work,    work,     trash,  mounts,
-                        mountWatcher, folders, defaults, labels, home};
+        return Platform{scheduler,    *scanQueue, work,     trash,  *mountTable,
+                        mountWatcher, folders,    defaults, labels, home};
     }
     // Makes the observer and lets its first rebuild publish.
     VolumeObserver& start();
@@ -59,6 +60,8 @@ struct ModelHarness {
     SettingsUserDefaults defaults;
     DiskLabels labels;
     EmptyingServices emptying;
+    WorkQueue* scanQueue = &work;
+    const MountTable* mountTable = &mounts;
     std::unique_ptr<VolumeObserver> observer;
 };
 
