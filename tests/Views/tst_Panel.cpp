@@ -173,7 +173,18 @@ template <typename Window = ItemsWindow> QList<Window*> visibleWindows()
     return found;
 }
 
+// A click on a row's Empty button: the row's items, what the settings and the user say, and
+// whether it asks, empties and asks no more.
+struct EmptyClick {
+    int items;
+    bool suppressed;
+    int answer;
+    bool ticked, asked, emptied, suppressedAfter;
+};
+
 } // namespace
+
+Q_DECLARE_METATYPE(EmptyClick)
 
 class TestPanel : public QObject
 {
@@ -406,33 +417,22 @@ private Q_SLOTS:
         QCOMPARE(active.findChild<QProgressBar*>()->isHidden(), !active.shouldShowProgress());
     }
 
-    // What a click on Empty does: the question it asks, the answer, the choice to ask no more.
     void detailsAndEmptyButton_data()
     {
-        QTest::addColumn<int>("items");
-        QTest::addColumn<bool>("suppressed");
-        QTest::addColumn<int>("answer");
-        QTest::addColumn<bool>("ticked");
-        QTest::addColumn<QList<bool>>("outcome"); // asked, emptied, suppressed after
-        const auto row = [](const char* name, int items, bool suppressed, int answer, bool ticked,
-                            QList<bool> outcome) {
-            QTest::newRow(name) << items << suppressed << answer << ticked << outcome;
-        };
+        QTest::addColumn<EmptyClick>("click");
         constexpr int cancel = AlertAnswer::firstButton, remove = AlertAnswer::secondButton;
-        row("no items", 0, false, remove, false, {false, false, false});
-        row("not asking", 2, true, cancel, false, {false, true, true});
-        row("Return cancels", 2, false, cancel, false, {true, false, false});
-        row("ticked, then Cancel", 2, false, cancel, true, {true, false, true});
-        row("Delete", 1, false, remove, false, {true, true, false});
-        row("Escape cancels", 1, false, test::ScriptedAlerts::escape, false, {true, false, false});
+        QTest::newRow("no items") << EmptyClick{0, false, remove, false, false, false, false};
+        QTest::newRow("not asking") << EmptyClick{2, true, cancel, false, false, true, true};
+        QTest::newRow("Return cancels") << EmptyClick{2, false, cancel, false, true, false, false};
+        QTest::newRow("ticked, Cancel") << EmptyClick{2, false, cancel, true, true, false, true};
+        QTest::newRow("Delete") << EmptyClick{1, false, remove, false, true, true, false};
+        QTest::newRow("Escape cancels")
+            << EmptyClick{1, false, test::ScriptedAlerts::escape, false, true, false, false};
     }
     void detailsAndEmptyButton()
     {
-        QFETCH(int, items);
-        QFETCH(bool, suppressed);
-        QFETCH(int, answer);
-        QFETCH(bool, ticked);
-        QFETCH(QList<bool>, outcome);
+        QFETCH(const EmptyClick, click);
+        const auto [items, suppressed, answer, ticked, asked, emptied, suppressedAfter] = click;
         const QString details[] = {u"0 items, 0 bytes"_s, u"1 item, 1.2 MB"_s,
                                    u"2 items, 2.5 MB"_s};
         test::ViewHarness harness;
@@ -450,8 +450,8 @@ private Q_SLOTS:
         harness.helper.alerts.ticks = {ticked};
         QTest::mouseClick(empty, Qt::LeftButton);
         const auto& shown = harness.helper.alerts.shown;
-        QCOMPARE(shown.size(), std::size_t(outcome[0] ? 1 : 0));
-        if (outcome[0]) {
+        QCOMPARE(shown.size(), std::size_t(asked ? 1 : 0));
+        if (asked) {
             QCOMPARE(shown[0].title,
                      u"Are you sure you want to empty the trash for Backup Disk?"_s);
             QCOMPARE(
@@ -465,8 +465,9 @@ private Q_SLOTS:
         // Emptying starts from the main queue, never from within the click.
         QCOMPARE(int(listDirectory(*volume.trashURL())->size()), items);
         harness.model.scheduler.runPending();
-        QCOMPARE(listDirectory(*volume.trashURL())->empty(), outcome[1] || items == 0);
-        QCOMPARE(harness.model.defaults.boolValue(Constant::deleteCheckSupressionKey), outcome[2]);
+        QCOMPARE(listDirectory(*volume.trashURL())->empty(), emptied || items == 0);
+        QCOMPARE(harness.model.defaults.boolValue(Constant::deleteCheckSupressionKey),
+                 suppressedAfter);
     }
 
     // Counts and sizes in the user's language: its plural forms, digit grouping and decimal mark,
