@@ -1,5 +1,8 @@
 #include "ViewHarness.h"
 
+#include <QAccessible>
+#include <QWidget>
+
 namespace quillane::test
 {
 
@@ -31,6 +34,12 @@ ViewServices ViewHarness::services()
                         application,
                         BundleInfo::current(),
                         [this] { ++settingsOpened; }};
+}
+
+QString spokenName(QWidget* control)
+{
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(control);
+    return accessible ? accessible->text(QAccessible::Name) : QString();
 }
 
 } // namespace quillane::test

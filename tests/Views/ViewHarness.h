@@ -32,4 +32,7 @@ private:
     XPCClient* m_client = nullptr; // made on the first call of services()
 };
 
+// What a screen reader says a control is.
+QString spokenName(QWidget* control);
+
 } // namespace quillane::test

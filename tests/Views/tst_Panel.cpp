@@ -11,10 +11,8 @@
 #include "Views/MenuView.h"
 #include "Views/Pictures.h"
 
-#include <QAccessible>
 #include <QApplication>
 #include <QContextMenuEvent>
-#include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
@@ -23,7 +21,6 @@
 #include <QScopeGuard>
 #include <QScrollBar>
 #include <QSignalSpy>
-#include <QSortFilterProxyModel>
 #include <QStyle>
 #include <QTableView>
 #include <QTest>
@@ -36,15 +33,15 @@
 
 using namespace quillane;
 using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 namespace fs = std::filesystem;
 
 Q_DECLARE_METATYPE(quillane::Picture)
-Q_DECLARE_METATYPE(std::string)
 
 namespace
 {
 
-const QString calculating = QStringLiteral("Calculating...");
+const QString calculating = u"Calculating..."_s;
 
 // A trash location of its own below the temporary root, holding this many items of this size.
 // The bytes do not repeat, so no file system stores them in less space than they take.
@@ -73,23 +70,20 @@ void mountVolumes(test::ModelHarness& model, int count)
     model.setMounts(entries);
 }
 
-QAbstractButton* button(QWidget& row, const char* name)
+QAbstractButton* button(QWidget& parent, const char* name)
 {
-    return row.findChild<QAbstractButton*>(QString::fromLatin1(name));
+    return parent.findChild<QAbstractButton*>(QString::fromLatin1(name));
 }
 
 // A dark style's colours, as Adwaita-Dark and Breeze Dark give them.
 QPalette darkPalette()
 {
     QPalette palette;
-    const QColor background(0x24, 0x24, 0x24);
-    const QColor text(0xee, 0xee, 0xee);
-    const QColor dimmed(0x80, 0x80, 0x80);
     for (const auto role : {QPalette::Window, QPalette::Button, QPalette::Base})
-        palette.setColor(role, background);
+        palette.setColor(role, QColor(0x24, 0x24, 0x24));
     for (const auto role : {QPalette::WindowText, QPalette::ButtonText, QPalette::Text}) {
-        palette.setColor(role, text);
-        palette.setColor(QPalette::Disabled, role, dimmed);
+        palette.setColor(role, QColor(0xee, 0xee, 0xee));
+        palette.setColor(QPalette::Disabled, role, QColor(0x80, 0x80, 0x80));
     }
     return palette;
 }
@@ -100,20 +94,10 @@ int pixelsOffBackground(QWidget& control)
     const QImage image = control.grab().toImage();
     const int background = qGray(control.palette().color(QPalette::Window).rgb());
     int count = 0;
-    for (int y = 0; y < image.height(); ++y) {
-        for (int x = 0; x < image.width(); ++x) {
-            if (std::abs(qGray(image.pixel(x, y)) - background) > 96)
-                ++count;
-        }
-    }
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x)
+            count += std::abs(qGray(image.pixel(x, y)) - background) > 96;
     return count;
-}
-
-// What a screen reader says a control is.
-QString spokenName(QWidget* control)
-{
-    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(control);
-    return accessible ? accessible->text(QAccessible::Name) : QString();
 }
 
 std::vector<ListItem*> rowsOf(const MenuView& menu)
@@ -122,26 +106,6 @@ std::vector<ListItem*> rowsOf(const MenuView& menu)
         return plain->rows();
     return qobject_cast<ScrollingView*>(menu.list())->rows();
 }
-
-// The program speaks a language for as long as this lives, then the one it spoke before.
-class Speaking
-{
-public:
-    explicit Speaking(const QLocale& locale)
-    {
-        QLocale::setDefault(locale);
-        installTranslations();
-    }
-    ~Speaking()
-    {
-        QLocale::setDefault(m_before);
-        installTranslations();
-    }
-    Q_DISABLE_COPY(Speaking)
-
-private:
-    const QLocale m_before;
-};
 
 // An item of the harness's home trash with its record; an empty record leaves it without one.
 void trashItem(test::ViewHarness& harness, const std::string& name, const std::string& record,
@@ -191,7 +155,36 @@ void selectNames(ItemsWindow& window, const QStringList& names)
     }
 }
 
+// The folder dialog answers with this until the guard returned goes.
+auto answerFolderDialog(ItemsWindow::FolderChooser chooser)
+{
+    return qScopeGuard([before = std::exchange(ItemsWindow::chooseFolder, chooser)] {
+        ItemsWindow::chooseFolder = before;
+    });
+}
+
+template <typename Window = ItemsWindow> QList<Window*> visibleWindows()
+{
+    QList<Window*> found;
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (auto* window = qobject_cast<Window*>(widget); window && window->isVisible())
+            found << window;
+    }
+    return found;
+}
+
+// A click on a row's Empty button: the row's items, what the settings and the user say, and
+// whether it asks, empties and asks no more.
+struct EmptyClick {
+    int items;
+    bool suppressed;
+    int answer;
+    bool ticked, asked, emptied, suppressedAfter;
+};
+
 } // namespace
+
+Q_DECLARE_METATYPE(EmptyClick)
 
 class TestPanel : public QObject
 {
@@ -221,7 +214,6 @@ private Q_SLOTS:
         row("udisks", Picture::fileIcon("/run/media/me/CARD"), "drive-removable-media");
         row("name that only starts alike", Picture::fileIcon("/mediastore"), "drive-harddisk");
     }
-
     void pictures()
     {
         QFETCH(Picture, picture);
@@ -243,6 +235,29 @@ private Q_SLOTS:
         QVERIFY(iconFor(Picture::asset("Dropbox"), bundle).isNull());
     }
 
+    // Where the icon theme has no picture for a symbol, ours stands in.
+    void symbolsWithoutATheme()
+    {
+        const QStringList paths = QIcon::themeSearchPaths();
+        const QString theme = QIcon::themeName(), fallback = QIcon::fallbackThemeName();
+        const auto restore = qScopeGuard([&] {
+            QIcon::setThemeSearchPaths(paths);
+            QIcon::setThemeName(theme);
+            QIcon::setFallbackThemeName(fallback);
+        });
+        QTemporaryDir noThemes;
+        QIcon::setThemeSearchPaths({noThemes.path()});
+        QIcon::setThemeName(u"none"_s);
+        QIcon::setFallbackThemeName(u"none"_s);
+        for (const std::string symbol :
+             {"trash", "ellipsis.circle", "rectangle.portrait.and.arrow.right"}) {
+            QVERIFY(QIcon::fromTheme(symbolIconName(symbol)).isNull());
+            QVERIFY2(
+                !iconFor(Picture::symbol(symbol), BundleInfo::current()).pixmap(16, 16).isNull(),
+                symbol.c_str());
+        }
+    }
+
     // The symbols of the menu and reveal buttons are drawn in the style's text colour: they show
     // in light and dark styles, also when the style changes while they are on screen.
     void symbolsShowInEveryStyle_data()
@@ -251,7 +266,6 @@ private Q_SLOTS:
         QTest::newRow("light, then dark") << QList<bool>{false, true};
         QTest::newRow("dark, then light") << QList<bool>{true, false};
     }
-
     void symbolsShowInEveryStyle()
     {
         QFETCH(QList<bool>, darkStyles);
@@ -271,8 +285,7 @@ private Q_SLOTS:
         for (const bool dark : darkStyles) {
             applyStyle(dark);
             QTRY_COMPARE(qGray(row.palette().color(QPalette::Window).rgb()) < 128, dark);
-            for (QWidget* control :
-                 {static_cast<QWidget*>(button(row, "reveal")), static_cast<QWidget*>(&menu)})
+            for (QWidget* control : std::initializer_list<QWidget*>{button(row, "reveal"), &menu})
                 QVERIFY2(pixelsOffBackground(*control) >= 8, qPrintable(control->objectName()));
         }
     }
@@ -283,55 +296,25 @@ private Q_SLOTS:
         test::ViewHarness harness;
         const ViewServices services = harness.services();
         ListItem row(makeLocation(harness, "USB Stick", 1), services);
-        QCOMPARE(spokenName(button(row, "empty")), QStringLiteral("Empty the trash of USB Stick"));
-        QCOMPARE(spokenName(button(row, "reveal")), QStringLiteral("Show the trash of USB Stick"));
-        QCOMPARE(spokenName(row.findChild<QProgressBar*>()),
-                 QStringLiteral("Emptying the trash of USB Stick"));
+        QCOMPARE(test::spokenName(button(row, "empty")), u"Empty the trash of USB Stick"_s);
+        QCOMPARE(test::spokenName(button(row, "reveal")), u"Show the trash of USB Stick"_s);
+        QCOMPARE(test::spokenName(row.findChild<QProgressBar*>()),
+                 u"Emptying the trash of USB Stick"_s);
         EllipsisMenu menu(services);
-        QCOMPARE(spokenName(&menu), QStringLiteral("Menu"));
-
+        QCOMPARE(test::spokenName(&menu), u"Menu"_s);
         // In a whole panel, no control goes unnamed and no two sound alike.
         mountVolumes(harness.model, 3);
         services.observer.updateVolumes();
         harness.model.settle();
         MenuView panel(services);
         std::set<QString> names;
-        const auto controls = panel.findChildren<QAbstractButton*>();
-        for (QAbstractButton* control : controls) {
-            const QString name = spokenName(control);
+        for (QAbstractButton* control : panel.findChildren<QAbstractButton*>()) {
+            const QString name = test::spokenName(control);
             QVERIFY(!name.isEmpty());
             QVERIFY2(names.insert(name).second, qPrintable(name));
         }
         QVERIFY(rowsOf(panel).size() >= 3);
         QCOMPARE(names.size(), rowsOf(panel).size() * 2 + 1);
-    }
-
-    // Where the icon theme has no picture for a symbol, ours stands in.
-    void symbolsWithoutATheme_data()
-    {
-        QTest::addColumn<std::string>("symbol");
-        QTest::newRow("trash") << std::string("trash");
-        QTest::newRow("menu") << std::string("ellipsis.circle");
-        QTest::newRow("reveal") << std::string("rectangle.portrait.and.arrow.right");
-    }
-
-    void symbolsWithoutATheme()
-    {
-        QFETCH(std::string, symbol);
-        const QStringList paths = QIcon::themeSearchPaths();
-        const QString theme = QIcon::themeName();
-        const QString fallback = QIcon::fallbackThemeName();
-        const auto restore = qScopeGuard([&] {
-            QIcon::setThemeSearchPaths(paths);
-            QIcon::setThemeName(theme);
-            QIcon::setFallbackThemeName(fallback);
-        });
-        QTemporaryDir noThemes;
-        QIcon::setThemeSearchPaths({noThemes.path()});
-        QIcon::setThemeName(QStringLiteral("none"));
-        QIcon::setFallbackThemeName(QStringLiteral("none"));
-        QVERIFY(QIcon::fromTheme(symbolIconName(symbol)).isNull());
-        QVERIFY(!iconFor(Picture::symbol(symbol), BundleInfo::current()).pixmap(16, 16).isNull());
     }
 
     void listSwitchesAtTenLocations_data()
@@ -341,7 +324,6 @@ private Q_SLOTS:
         QTest::newRow("nine, ten and back") << QList<int>{9, 10, 9};
         QTest::newRow("twelve, then one") << QList<int>{12, 1};
     }
-
     void listSwitchesAtTenLocations()
     {
         QFETCH(QList<int>, counts);
@@ -391,7 +373,6 @@ private Q_SLOTS:
         QTest::newRow("two items") << 2 << QList<bool>{true, false, false, false};
         QTest::newRow("four items") << 4 << QList<bool>{true, true, true, false, false, false};
     }
-
     void progressShowsOnTheEmptiedTrashOnly()
     {
         QFETCH(int, items);
@@ -407,8 +388,8 @@ private Q_SLOTS:
         ListItem other(makeLocation(harness, "other", 1), services);
         ListItem noTrash(Volume("/media/none"), services);
         other.show();
-        QTRY_VERIFY(button(other, "empty")->isEnabled());
-
+        QAbstractButton* otherEmpty = button(other, "empty");
+        QTRY_VERIFY(otherEmpty->isEnabled());
         const int rowHeight = active.sizeHint().height();
         QList<int> heights; // the row keeps its height while its bar comes and goes
         QList<bool> activeShown, sameShown;
@@ -419,8 +400,8 @@ private Q_SLOTS:
             activeShown << active.shouldShowProgress();
             sameShown << sameTrash.shouldShowProgress();
             othersShown = othersShown || other.shouldShowProgress() || noTrash.shouldShowProgress();
-            otherCouldEmpty = otherCouldEmpty || button(other, "empty")->isEnabled() ||
-                              button(other, "empty")->toolTip().isEmpty();
+            otherCouldEmpty =
+                otherCouldEmpty || otherEmpty->isEnabled() || otherEmpty->toolTip().isEmpty();
         });
         QSignalSpy completed(&observer, &VolumeObserver::emptyingCompleted);
         observer.emptySelectedTrash(emptied);
@@ -432,74 +413,53 @@ private Q_SLOTS:
         QCOMPARE(heights, QList<int>(heights.size(), rowHeight));
         QVERIFY(!othersShown);
         QVERIFY(!otherCouldEmpty);
-        QVERIFY(button(other, "empty")->isEnabled());
+        QVERIFY(otherEmpty->isEnabled());
         QCOMPARE(active.findChild<QProgressBar*>()->isHidden(), !active.shouldShowProgress());
     }
 
     void detailsAndEmptyButton_data()
     {
-        QTest::addColumn<int>("items");
-        QTest::addColumn<QString>("details");
-        QTest::addColumn<bool>("suppressed");
-        QTest::addColumn<int>("answer");
-        QTest::addColumn<bool>("ticked");
-        QTest::addColumn<bool>("asked");
-        QTest::addColumn<bool>("emptied");
-        QTest::addColumn<bool>("suppressedAfter");
-        constexpr int cancel = AlertAnswer::firstButton;
-        constexpr int remove = AlertAnswer::secondButton;
-        const QString none = QStringLiteral("0 items, 0 bytes");
-        const QString one = QStringLiteral("1 item, 1.2 MB");
-        const QString two = QStringLiteral("2 items, 2.5 MB");
-        QTest::newRow("no items") << 0 << none << false << remove << false << false << false
-                                  << false;
-        QTest::newRow("not asking") << 2 << two << true << cancel << false << false << true << true;
-        QTest::newRow("Return cancels")
-            << 2 << two << false << cancel << false << true << false << false;
-        QTest::newRow("ticked, then Cancel")
-            << 2 << two << false << cancel << true << true << false << true;
-        QTest::newRow("Delete") << 1 << one << false << remove << false << true << true << false;
-        QTest::newRow("Escape cancels") << 1 << one << false << int(test::ScriptedAlerts::escape)
-                                        << false << true << false << false;
+        QTest::addColumn<EmptyClick>("click");
+        constexpr int cancel = AlertAnswer::firstButton, remove = AlertAnswer::secondButton;
+        QTest::newRow("no items") << EmptyClick{0, false, remove, false, false, false, false};
+        QTest::newRow("not asking") << EmptyClick{2, true, cancel, false, false, true, true};
+        QTest::newRow("Return cancels") << EmptyClick{2, false, cancel, false, true, false, false};
+        QTest::newRow("ticked, Cancel") << EmptyClick{2, false, cancel, true, true, false, true};
+        QTest::newRow("Delete") << EmptyClick{1, false, remove, false, true, true, false};
+        QTest::newRow("Escape cancels")
+            << EmptyClick{1, false, test::ScriptedAlerts::escape, false, true, false, false};
     }
-
     void detailsAndEmptyButton()
     {
-        QFETCH(int, items);
-        QFETCH(QString, details);
-        QFETCH(bool, suppressed);
-        QFETCH(int, answer);
-        QFETCH(bool, ticked);
-        QFETCH(bool, asked);
-        QFETCH(bool, emptied);
-        QFETCH(bool, suppressedAfter);
+        QFETCH(const EmptyClick, click);
+        const auto [items, suppressed, answer, ticked, asked, emptied, suppressedAfter] = click;
+        const QString details[] = {u"0 items, 0 bytes"_s, u"1 item, 1.2 MB"_s,
+                                   u"2 items, 2.5 MB"_s};
         test::ViewHarness harness;
-        const ViewServices services = harness.services();
         const Volume volume = makeLocation(harness, "Backup Disk", items, 1234567);
-        ListItem row(volume, services);
+        ListItem row(volume, harness.services());
+        QAbstractButton* empty = button(row, "empty");
         QCOMPARE(row.details(), calculating);
-        QVERIFY(!button(row, "empty")->isEnabled());
+        QVERIFY(!empty->isEnabled());
         row.show();
         QTRY_VERIFY(row.details() != calculating);
-        QCOMPARE(row.findChild<QLabel*>(QStringLiteral("details"))->text(), details);
-        QCOMPARE(button(row, "empty")->isEnabled(), items > 0);
+        QCOMPARE(row.findChild<QLabel*>(u"details"_s)->text(), details[items]);
+        QCOMPARE(empty->isEnabled(), items > 0);
         harness.model.defaults.setBool(Constant::deleteCheckSupressionKey, suppressed);
         harness.helper.alerts.answers = {answer};
         harness.helper.alerts.ticks = {ticked};
-
-        QTest::mouseClick(button(row, "empty"), Qt::LeftButton);
+        QTest::mouseClick(empty, Qt::LeftButton);
         const auto& shown = harness.helper.alerts.shown;
         QCOMPARE(shown.size(), std::size_t(asked ? 1 : 0));
         if (asked) {
             QCOMPARE(shown[0].title,
-                     QStringLiteral("Are you sure you want to empty the trash for Backup Disk?"));
-            QCOMPARE(shown[0].informativeText,
-                     QStringLiteral("Clicking Delete will empty the trash for the selected "
-                                    "volume. This action cannot be undone. \n\n This alert can "
-                                    "be enabled or disabled in Settings."));
-            QCOMPARE(shown[0].buttons,
-                     (QStringList{QStringLiteral("Cancel"), QStringLiteral("Delete")}));
-            QCOMPARE(shown[0].secondButtonKey, QStringLiteral("d"));
+                     u"Are you sure you want to empty the trash for Backup Disk?"_s);
+            QCOMPARE(
+                shown[0].informativeText,
+                u"Clicking Delete will empty the trash for the selected volume. This action "
+                u"cannot be undone. \n\n This alert can be enabled or disabled in Settings."_s);
+            QCOMPARE(shown[0].buttons, (QStringList{u"Cancel"_s, u"Delete"_s}));
+            QCOMPARE(shown[0].secondButtonKey, u"d"_s);
             QVERIFY(shown[0].showsSuppressionButton);
         }
         // Emptying starts from the main queue, never from within the click.
@@ -534,14 +494,19 @@ private Q_SLOTS:
         row("German, grouped", german, 1234, 999'950, "1.234 Objekte, 1,0 MB");
         row("German, kilobytes", german, 21, 12'345, "21 Objekte, 12,3 kB");
     }
-
     void detailLineInTheUsersLanguage()
     {
         QFETCH(QLocale, locale);
         QFETCH(int, items);
         QFETCH(qulonglong, bytes);
         QFETCH(QString, details);
-        const Speaking language(locale);
+        const QLocale before;
+        const auto restore = qScopeGuard([&] {
+            QLocale::setDefault(before);
+            installTranslations();
+        });
+        QLocale::setDefault(locale);
+        installTranslations();
         QCOMPARE(ListItem::detailString(items, bytes), details);
     }
 
@@ -551,24 +516,21 @@ private Q_SLOTS:
         QTest::newRow("trash folder") << true;
         QTest::newRow("no trash folder") << false;
     }
-
     void revealButton()
     {
         QFETCH(bool, hasTrash);
         test::ViewHarness harness;
-        const ViewServices services = harness.services();
         const fs::path trash = makeLocation(harness, "with space", 1).trashURL().value();
         ListItem row(Volume("/media/stick", hasTrash ? std::optional(trash) : std::nullopt),
-                     services);
+                     harness.services());
         row.show();
         QAbstractButton* reveal = button(row, "reveal");
-        QCOMPARE(reveal->toolTip(), QStringLiteral("Open Trash folder in the file manager"));
-        const bool opens = hasTrash;
-        QCOMPARE(reveal->isEnabled(), opens);
+        QCOMPARE(reveal->toolTip(), u"Open Trash folder in the file manager"_s);
+        QCOMPARE(reveal->isEnabled(), hasTrash);
         QTest::mouseClick(reveal, Qt::LeftButton);
         row.revealTrash();
         const QUrl url = QUrl::fromLocalFile(QString::fromStdString(trash.native()));
-        QCOMPARE(harness.workspace.opened, opens ? QList<QUrl>(2, url) : QList<QUrl>());
+        QCOMPARE(harness.workspace.opened, hasTrash ? QList<QUrl>(2, url) : QList<QUrl>());
     }
 
     void menuEntries()
@@ -580,29 +542,22 @@ private Q_SLOTS:
         QStringList texts;
         for (const QAction* action : menu.menu()->actions()) {
             QVERIFY(action->shortcut().isEmpty()); // the hints are text only
-            texts << (action->isSeparator() ? QStringLiteral("-") : action->text());
+            texts << (action->isSeparator() ? u"-"_s : action->text());
         }
         texts.removeFirst(); // the helper's line, a widget of its own
-        QCOMPARE(texts, (QStringList{QStringLiteral("About Quillane"), QStringLiteral("-"),
-                                     QStringLiteral("Check for Updates...\tCtrl+U"),
-                                     QStringLiteral("Settings...\tCtrl+,"),
-                                     QStringLiteral("Contact Support..."),
-                                     QStringLiteral("Uninstall Quillane..."), QStringLiteral("-"),
-                                     QStringLiteral("Quit Quillane\tCtrl+Q")}));
-
+        QCOMPARE(texts,
+                 (QStringList{u"About Quillane"_s, u"-"_s, u"Check for Updates...\tCtrl+U"_s,
+                              u"Settings...\tCtrl+,"_s, u"Contact Support..."_s,
+                              u"Uninstall Quillane..."_s, u"-"_s, u"Quit Quillane\tCtrl+Q"_s}));
         const auto choose = [&](int index) { menu.menu()->actions().at(index)->trigger(); };
         choose(1);
-        QCOMPARE(harness.application.calls, QStringList{QStringLiteral("activate ignoring")});
-        QMessageBox* about = nullptr;
-        for (QWidget* window : QApplication::topLevelWidgets()) {
-            if (auto* box = qobject_cast<QMessageBox*>(window); box && box->isVisible())
-                about = box;
-        }
-        QVERIFY(about);
+        QCOMPARE(harness.application.calls, QStringList{u"activate ignoring"_s});
+        const auto boxes = visibleWindows<QMessageBox>();
+        QVERIFY(!boxes.isEmpty());
+        QMessageBox* about = boxes.last();
         QVERIFY(!about->isModal());
         QVERIFY(about->text().contains(services.bundle.shortVersion));
         QVERIFY(about->text().contains(*services.bundle.buildVersion));
-
         QSignalSpy checked(&services.updater, &Updater::checkFinished);
         choose(3);
         QVERIFY(checked.wait(10000));
@@ -611,27 +566,26 @@ private Q_SLOTS:
         choose(5);
         QCOMPARE(harness.workspace.opened.size(), 1);
         const QUrl mail = harness.workspace.opened.first();
-        QCOMPARE(mail.scheme(), QStringLiteral("mailto"));
-        QCOMPARE(mail.path(), QStringLiteral("support@velmoric.com"));
+        QCOMPARE(mail.scheme(), u"mailto"_s);
+        QCOMPARE(mail.path(), u"support@velmoric.com"_s);
         const QUrlQuery query(mail);
-        QCOMPARE(query.queryItemValue(QStringLiteral("subject"), QUrl::FullyDecoded),
-                 QStringLiteral("Help with Velmoric's Quillane"));
-        QCOMPARE(query.queryItemValue(QStringLiteral("body"), QUrl::FullyDecoded),
-                 QStringLiteral("Hello! \n\n I have a question about Quillane:\n\n"));
+        QCOMPARE(query.queryItemValue(u"subject"_s, QUrl::FullyDecoded),
+                 u"Help with Velmoric's Quillane"_s);
+        QCOMPARE(query.queryItemValue(u"body"_s, QUrl::FullyDecoded),
+                 u"Hello! \n\n I have a question about Quillane:\n\n"_s);
         QVERIFY(!mail.toEncoded().contains(' ') && !mail.toEncoded().contains('\n'));
         choose(8); // hands over to the quit confirmation, which quits on its first button
         QCOMPARE(harness.helper.alerts.shown.back().title,
-                 QStringLiteral("Are you sure you want to quit Quillane?"));
-        QCOMPARE(harness.application.calls.last(), QStringLiteral("terminate"));
+                 u"Are you sure you want to quit Quillane?"_s);
+        QCOMPARE(harness.application.calls.last(), u"terminate"_s);
     }
 
     // The helper's line follows the daemon; uninstalling asks first and sends nothing on Cancel.
     void helperEntries()
     {
         test::ViewHarness harness;
-        QVERIFY(harness.helper.startDaemon({QStringLiteral("--version"), QStringLiteral("42"),
-                                            QStringLiteral("--uninstall-reply"),
-                                            QStringLiteral("no")}));
+        QVERIFY(
+            harness.helper.startDaemon({u"--version"_s, u"42"_s, u"--uninstall-reply"_s, u"no"_s}));
         harness.helper.daemonService->currentStatus = ServiceHandle::Enabled;
         harness.helper.appService->updateStatus();
         const ViewServices services = harness.services();
@@ -639,26 +593,24 @@ private Q_SLOTS:
         const auto* line = qobject_cast<QWidgetAction*>(menu.menu()->actions().first());
         QVERIFY(line);
         const auto* label = qobject_cast<QLabel*>(line->defaultWidget());
-        QCOMPARE(label->text(), QStringLiteral("Helper not running"));
+        QCOMPARE(label->text(), u"Helper not running"_s);
         services.client.start();
         QTRY_VERIFY(services.client.receivedReply());
         harness.helper.scheduler.runPending();
-        QCOMPARE(label->text(), QStringLiteral("Helper Running. Build: 42"));
-
+        QCOMPARE(label->text(), u"Helper Running. Build: 42"_s);
         menu.uninstallApp(); // Return: the first button
         QCOMPARE(harness.helper.alerts.shown.size(), std::size_t(1));
         const AlertRequest& asked = harness.helper.alerts.shown[0];
-        QCOMPARE(asked.title, QStringLiteral("Uninstalling Quillane"));
-        QCOMPARE(asked.informativeText,
-                 QStringLiteral("Are you sure that you want to uninstall Quillane?"));
-        QCOMPARE(asked.buttons, (QStringList{QStringLiteral("Cancel"), QStringLiteral("OK")}));
+        QCOMPARE(asked.title, u"Uninstalling Quillane"_s);
+        QCOMPARE(asked.informativeText, u"Are you sure that you want to uninstall Quillane?"_s);
+        QCOMPARE(asked.buttons, (QStringList{u"Cancel"_s, u"OK"_s}));
         harness.helper.alerts.answers = {test::ScriptedAlerts::escape};
         menu.uninstallApp(); // Escape backs out too
         harness.helper.alerts.answers = {AlertAnswer::secondButton};
         menu.uninstallApp();
         QTRY_VERIFY(services.client.uninstallerReplied());
         // Calls arrive in order: had Cancel sent one, the daemon would have seen two.
-        QCOMPARE(harness.helper.calls(QStringLiteral("uninstall")), 1);
+        QCOMPARE(harness.helper.calls(u"uninstall"_s), 1);
     }
 
     // Sizes sort by bytes and dates by time, whatever their text says; typing in the table
@@ -670,54 +622,47 @@ private Q_SLOTS:
         trashItem(harness, "alpha", "DeletionDate=2024-02-10T08:00:00\n", std::string(120000, 'a'));
         trashItem(harness, "Gamma", "DeletionDate=2023-12-31T08:00:00\n", "g");
         const auto window = itemsWindow(harness);
+        QTableView* table = window->table();
         QCOMPARE(window->windowTitle(), window->windowTitle().trimmed());
-        QVERIFY(window->table()->accessibleName().contains(QStringLiteral("trash")));
+        QVERIFY(table->accessibleName().contains(u"trash"_s));
         QTRY_VERIFY(window->contents()->isLoaded());
         QCOMPARE(shownNames(*window).size(), 3);
-
-        window->table()->sortByColumn(TrashContents::Size, Qt::AscendingOrder);
-        QCOMPARE(shownNames(*window), (QStringList{QStringLiteral("Gamma"), QStringLiteral("beta"),
-                                                   QStringLiteral("alpha")}));
-        window->table()->sortByColumn(TrashContents::Deleted, Qt::AscendingOrder);
-        QCOMPARE(shownNames(*window), (QStringList{QStringLiteral("Gamma"), QStringLiteral("alpha"),
-                                                   QStringLiteral("beta")}));
-        window->table()->sortByColumn(TrashContents::Name, Qt::AscendingOrder);
-        QCOMPARE(shownNames(*window), (QStringList{QStringLiteral("alpha"), QStringLiteral("beta"),
-                                                   QStringLiteral("Gamma")}));
-
-        window->table()->setFocus();
-        QTest::keyClicks(window->table(), QStringLiteral("GA"));
-        QCOMPARE(window->searchField()->text(), QStringLiteral("GA"));
-        QCOMPARE(shownNames(*window), QStringList{QStringLiteral("Gamma")});
+        const std::pair<int, QStringList> orders[] = {
+            {TrashContents::Size, {u"Gamma"_s, u"beta"_s, u"alpha"_s}},
+            {TrashContents::Deleted, {u"Gamma"_s, u"alpha"_s, u"beta"_s}},
+            {TrashContents::Name, {u"alpha"_s, u"beta"_s, u"Gamma"_s}}};
+        for (const auto& [column, names] : orders) {
+            table->sortByColumn(column, Qt::AscendingOrder);
+            QCOMPARE(shownNames(*window), names);
+        }
+        table->setFocus();
+        QTest::keyClicks(table, u"GA"_s);
+        QCOMPARE(window->searchField()->text(), u"GA"_s);
+        QCOMPARE(shownNames(*window), QStringList{u"Gamma"_s});
         window->searchField()->clear();
         QCOMPARE(shownNames(*window).size(), 3);
-
         // Nothing to act on without a selection.
-        auto* restore = window->findChild<QAbstractButton*>(QStringLiteral("restore"));
-        auto* remove = window->findChild<QAbstractButton*>(QStringLiteral("delete"));
+        QAbstractButton* restore = button(*window, "restore");
+        QAbstractButton* remove = button(*window, "delete");
         QVERIFY(!restore->isEnabled() && !remove->isEnabled());
         QVERIFY(!restore->accessibleName().isEmpty() && !remove->accessibleName().isEmpty());
-        selectNames(*window, {QStringLiteral("alpha"), QStringLiteral("beta")});
+        selectNames(*window, {u"alpha"_s, u"beta"_s});
         QVERIFY(restore->isEnabled() && remove->isEnabled());
-
         // Tab leaves the table for the buttons, and Return presses the one with the focus.
-        window->table()->setFocus();
-        QTest::keyClick(window->table(), Qt::Key_Tab);
+        table->setFocus();
+        QTest::keyClick(table, Qt::Key_Tab);
         QCOMPARE(window->focusWidget(), restore);
         // These have no record: the restore asks where to, and is told nowhere.
-        const ItemsWindow::FolderChooser dialog = ItemsWindow::chooseFolder;
-        const auto putBack = qScopeGuard([&] { ItemsWindow::chooseFolder = dialog; });
         QStringList asked;
-        ItemsWindow::chooseFolder = [&](QWidget*, const QString& item) {
+        const auto dialog = answerFolderDialog([&](QWidget*, const QString& item) {
             asked << item;
-            return std::optional<std::filesystem::path>();
-        };
+            return std::optional<fs::path>();
+        });
         QTest::keyClick(restore, Qt::Key_Return);
         QTRY_COMPARE(asked.size(), 2);
-
         // Escape closes the window, from the table as from the search field.
-        window->table()->setFocus();
-        QTest::keyClick(window->table(), Qt::Key_Escape);
+        table->setFocus();
+        QTest::keyClick(table, Qt::Key_Escape);
         QVERIFY(!window->isVisible());
         window->show();
         QTest::keyClick(window->searchField(), Qt::Key_Escape);
@@ -735,13 +680,13 @@ private Q_SLOTS:
         QTest::newRow("skip") << int(AlertAnswer::secondButton) << false;
         QTest::newRow("escape") << int(test::ScriptedAlerts::escape) << false;
     }
-
     void itemsWindowRestores()
     {
         QFETCH(int, answer);
         QFETCH(bool, keptBoth);
         test::ViewHarness harness;
         const fs::path root = harness.model.root.path().toStdString();
+        const fs::path trash = harness.model.homeTrash();
         test::writeFile(root / "docs/notes.txt", "mine");
         trashItem(harness, "notes.txt", pathLine(root / "docs/notes.txt"), "trashed");
         trashItem(harness, "deep", pathLine(root / "not/yet/there/deep"), "deep");
@@ -751,33 +696,29 @@ private Q_SLOTS:
         const auto window = itemsWindow(harness);
         QTRY_VERIFY(window->contents()->isLoaded());
         std::vector<QString> asked;
-        const ItemsWindow::FolderChooser dialog = ItemsWindow::chooseFolder;
-        ItemsWindow::chooseFolder = [&](QWidget*, const QString& item) {
+        const auto dialog = answerFolderDialog([&](QWidget*, const QString& item) {
             asked.push_back(item);
             return std::optional(root / "picked");
-        };
+        });
         fs::create_directories(root / "picked");
+        const auto cleanUp = qScopeGuard([&] { fs::remove_all(root / "picked"); }); // non-UTF-8
         harness.helper.alerts.answers = {answer};
-        selectNames(*window, {QStringLiteral("notes.txt"), QStringLiteral("deep"),
-                              QStringLiteral("caf\uFFFD"), QStringLiteral("blocked")});
+        selectNames(*window, {u"notes.txt"_s, u"deep"_s, u"caf\uFFFD"_s, u"blocked"_s});
         QSignalSpy finished(window.get(), &ItemsWindow::restoresFinished);
-        window->findChild<QAbstractButton*>(QStringLiteral("restore"))->click();
+        button(*window, "restore")->click();
         QTRY_VERIFY((harness.model.scheduler.runPending(), finished.count() == 1));
-
-        QCOMPARE(asked, std::vector<QString>{QStringLiteral("caf\uFFFD")});
+        QCOMPARE(asked, std::vector<QString>{u"caf\uFFFD"_s});
         QCOMPARE(harness.helper.alerts.shown.size(), std::size_t(2)); // the name taken, the failure
         const AlertRequest& failed = harness.helper.alerts.shown[1];
-        QVERIFY(failed.informativeText.startsWith(QStringLiteral("blocked (")));
+        QVERIFY(failed.informativeText.startsWith(u"blocked ("_s));
         QCOMPARE(failed.informativeText.count(QLatin1Char('\n')), 0);
-        QVERIFY(fs::exists(harness.model.homeTrash() / "blocked"));
+        QVERIFY(fs::exists(trash / "blocked"));
         const AlertRequest& question = harness.helper.alerts.shown[0];
-        QCOMPARE(question.buttons,
-                 (QStringList{QStringLiteral("Keep Both"), QStringLiteral("Skip")}));
+        QCOMPARE(question.buttons, (QStringList{u"Keep Both"_s, u"Skip"_s}));
         QCOMPARE(question.cancelButton, 1);
         QCOMPARE(test::readFile(root / "docs/notes.txt"), std::string("mine"));
         QCOMPARE(test::readFile(root / "not/yet/there/deep"), std::string("deep"));
         QCOMPARE(test::readFile(root / "picked" / "caf\xe9"), std::string("no record"));
-        const fs::path trash = harness.model.homeTrash();
         QCOMPARE(fs::exists(trash / "notes.txt"), !keptBoth);
         QVERIFY(!fs::exists(trash / "deep"));
         QVERIFY(!fs::exists(trash.parent_path() / "info/deep.trashinfo"));
@@ -785,8 +726,6 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT((harness.model.scheduler.advance(1s),
                                   window->contents()->rowCount() == (keptBoth ? 1 : 2)),
                                  5000);
-        ItemsWindow::chooseFolder = dialog;
-        fs::remove_all(root / "picked"); // a name QTemporaryDir cannot remove
     }
 
     // Delete removes the chosen items only, with their records, after asking.
@@ -796,7 +735,6 @@ private Q_SLOTS:
         QTest::newRow("delete") << int(AlertAnswer::secondButton);
         QTest::newRow("escape") << int(test::ScriptedAlerts::escape);
     }
-
     void itemsWindowDeletesTheSelection()
     {
         QFETCH(int, answer);
@@ -806,15 +744,15 @@ private Q_SLOTS:
             trashItem(harness, name, pathLine(root / "from" / name));
         const auto window = itemsWindow(harness);
         QTRY_VERIFY(window->contents()->isLoaded());
-        selectNames(*window, {QStringLiteral("two"), QStringLiteral("-dash")});
+        selectNames(*window, {u"two"_s, u"-dash"_s});
         harness.helper.alerts.answers = {answer};
-        window->findChild<QAbstractButton*>(QStringLiteral("delete"))->click();
+        button(*window, "delete")->click();
         QCOMPARE(harness.helper.alerts.shown.back().destructiveButton, 1);
         harness.model.scheduler.advance(2s);
-        const bool deleted = answer == AlertAnswer::secondButton;
         const fs::path trash = harness.model.homeTrash();
         for (const std::string name : {"one", "three", "two", "-dash"}) {
-            const bool kept = !deleted || name == "one" || name == "three";
+            const bool kept =
+                answer != AlertAnswer::secondButton || name == "one" || name == "three";
             QCOMPARE(fs::exists(trash / name), kept);
             QCOMPARE(fs::exists(trash.parent_path() / "info" / (name + ".trashinfo")), kept);
         }
@@ -824,45 +762,34 @@ private Q_SLOTS:
     void rowNameShowsItems()
     {
         test::ViewHarness harness;
-        const ViewServices services = harness.services();
         trashItem(harness, "thing", pathLine("/x/thing"));
-        ListItem row(Volume("/", harness.model.homeTrash()), services);
+        ListItem row(Volume("/", harness.model.homeTrash()), harness.services());
         row.show();
-        auto* name = row.findChild<QLabel*>(QStringLiteral("name"));
+        auto* name = row.findChild<QLabel*>(u"name"_s);
         QTest::mouseClick(name, Qt::LeftButton);
-        const auto windows = [] {
-            QList<ItemsWindow*> found;
-            for (QWidget* widget : QApplication::topLevelWidgets()) {
-                if (auto* window = qobject_cast<ItemsWindow*>(widget);
-                    window && window->isVisible())
-                    found << window;
-            }
-            return found;
-        };
-        QCOMPARE(windows().size(), 1);
+        QCOMPARE(visibleWindows().size(), 1);
         QTest::mouseClick(name, Qt::LeftButton);
-        QCOMPARE(windows().size(), 1);
-        ItemsWindow* window = windows().first();
+        QCOMPARE(visibleWindows().size(), 1);
+        ItemsWindow* window = visibleWindows().first();
         QCOMPARE(window->trashFolder(), harness.model.homeTrash());
         harness.model.scheduler.runPending();
-        QCOMPARE(shownNames(*window), QStringList{QStringLiteral("thing")});
+        QCOMPARE(shownNames(*window), QStringList{u"thing"_s});
         QVERIFY(harness.workspace.opened.isEmpty()); // the reveal button still opens the folder
         window->close();
-        QTRY_VERIFY(windows().isEmpty());
-
+        QTRY_VERIFY(visibleWindows().isEmpty());
         // The context menu's "Show Items" does the same.
         QTimer::singleShot(0, [] {
             auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
             QVERIFY(menu);
-            QCOMPARE(menu->actions().first()->text(), QStringLiteral("Show Items"));
+            QCOMPARE(menu->actions().first()->text(), u"Show Items"_s);
             menu->actions().first()->trigger();
             menu->close();
         });
         QContextMenuEvent event(QContextMenuEvent::Mouse, QPoint(5, 5),
                                 row.mapToGlobal(QPoint(5, 5)));
         QApplication::sendEvent(&row, &event);
-        QTRY_COMPARE(windows().size(), 1);
-        windows().first()->close();
+        QTRY_COMPARE(visibleWindows().size(), 1);
+        visibleWindows().first()->close();
     }
 };
 

@@ -14,6 +14,7 @@
 #include <QTest>
 
 using namespace quillane;
+using namespace Qt::StringLiterals;
 namespace fs = std::filesystem;
 using State = SettingsView::ControlActiveState;
 
@@ -74,27 +75,23 @@ private Q_SLOTS:
         test::ViewHarness harness;
         const ViewServices base = harness.services();
         QTemporaryDir config;
-        const QString folder = config.path() + QStringLiteral("/Quillane");
+        const QString folder = config.path() + u"/Quillane"_s;
         QVERIFY(QDir().mkpath(folder));
         // Immutable: not even root may write there.
-        QVERIFY(test::run(QStringLiteral("chattr"), {QStringLiteral("+i"), folder}));
-        const auto writable = qScopeGuard([&] {
-            test::run(QStringLiteral("chattr"), {QStringLiteral("-i"), folder});
-        });
-        SettingsUserDefaults defaults(folder + QStringLiteral("/Quillane.ini"));
+        QVERIFY(test::run(u"chattr"_s, {u"+i"_s, folder}));
+        const auto writable = qScopeGuard([&] { test::run(u"chattr"_s, {u"-i"_s, folder}); });
+        SettingsUserDefaults defaults(folder + u"/Quillane.ini"_s);
         SettingsView view({base.observer, base.client, base.updater, defaults, base.alerts,
                            base.workspace, base.application, base.bundle, base.openSettings});
         view.show();
-        const auto* warning = view.findChild<QLabel*>(QStringLiteral("storageProblem"));
+        const auto* warning = view.findChild<QLabel*>(u"storageProblem"_s);
         QVERIFY(warning && warning->isVisible());
         QVERIFY(warning->text().contains(folder));
-
-        switchNamed(view, QStringLiteral("Ask before emptying trash"))->click();
+        switchNamed(view, u"Ask before emptying trash"_s)->click();
         defaults.synchronize();
         QVERIFY(defaults.boolValue(Constant::deleteCheckSupressionKey)); // held for this run
-
         SettingsView usual(base);
-        QVERIFY(!usual.findChild<QLabel*>(QStringLiteral("storageProblem")));
+        QVERIFY(!usual.findChild<QLabel*>(u"storageProblem"_s));
     }
 
     void confirmationSwitchesStoreTheirSuppression_data()
@@ -102,12 +99,9 @@ private Q_SLOTS:
         QTest::addColumn<QString>("label");
         QTest::addColumn<QString>("key");
         QTest::addColumn<QString>("otherKey");
-        QTest::newRow("emptying") << "Ask before emptying trash"
-                                  << "DeleteCheckSupression"
-                                  << "QuitSuppression";
-        QTest::newRow("quitting") << "Warn before quitting Quillane"
-                                  << "QuitSuppression"
-                                  << "DeleteCheckSupression";
+        const QString empty = u"DeleteCheckSupression"_s, quit = u"QuitSuppression"_s;
+        QTest::newRow("emptying") << u"Ask before emptying trash"_s << empty << quit;
+        QTest::newRow("quitting") << u"Warn before quitting Quillane"_s << quit << empty;
     }
     void confirmationSwitchesStoreTheirSuppression()
     {
@@ -118,15 +112,12 @@ private Q_SLOTS:
         SettingsView view(harness.services());
         view.show();
         QCheckBox* box = switchNamed(view, label);
-        QVERIFY(box);
-        QVERIFY(box->isChecked()); // nothing stored yet: ask and warn
-
+        QVERIFY(box && box->isChecked()); // nothing stored yet: ask and warn
         box->click();
         QVERIFY(harness.model.defaults.boolValue(key));
         QVERIFY(!harness.model.defaults.boolValue(otherKey));
         box->click();
         QVERIFY(!harness.model.defaults.boolValue(key));
-
         // Another window (the confirmation's own box) turns it off; the form shows it when it
         // is shown again.
         view.hide();
@@ -143,14 +134,12 @@ private Q_SLOTS:
         const ViewServices services = login.services(harness);
         QVERIFY(services.client.loginItemActive());
         QVERIFY(login.entry.unregisterService().ok()); // gone behind the program's back
-
         // Shown while the client reports the item active: the switch moves to on, which adds
         // the entry again.
         SettingsView view(services);
         view.show();
         QVERIFY(view.launchOnLogin()->isChecked());
         QCOMPARE(login.entry.status(), ServiceHandle::Enabled);
-
         view.launchOnLogin()->click();
         QVERIFY(!fs::exists(login.entry.path()));
         QVERIFY(!services.client.loginItemActive());
@@ -167,7 +156,6 @@ private Q_SLOTS:
         test::writeFile(login.entry.path().parent_path());
         SettingsView view(login.services(harness));
         view.show();
-
         view.launchOnLogin()->click();
         QVERIFY(!login.link->client().loginItemActive());
         QVERIFY(view.launchOnLogin()->isChecked());
@@ -191,19 +179,17 @@ private Q_SLOTS:
         };
         QStringList& calls = harness.application.calls;
         QVERIFY(bringToFront(view));
-        QCOMPARE(calls, (QStringList{QStringLiteral("activate ignoring"),
-                                     QStringLiteral("activate ignoring")}));
+        QCOMPARE(calls, QStringList(2, u"activate ignoring"_s));
         calls.clear();
         QVERIFY(bringToFront(setup));
         QVERIFY(bringToFront(view));
-        QCOMPARE(calls, QStringList{QStringLiteral("activate ignoring")});
+        QCOMPARE(calls, QStringList{u"activate ignoring"_s});
         calls.clear();
-
         view.setControlActiveState(State::Inactive);
         view.setControlActiveState(State::Inactive);
         QVERIFY(!view.isVisible());
         QVERIFY(setup.isVisible());
-        QVERIFY(!calls.contains(QStringLiteral("hide")));
+        QVERIFY(!calls.contains(u"hide"_s));
     }
 };
 

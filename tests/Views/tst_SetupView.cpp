@@ -2,7 +2,6 @@
 #include "ViewHarness.h"
 #include "Views/SetupView.h"
 
-#include <QAccessible>
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QLabel>
@@ -15,6 +14,7 @@
 #include <sys/stat.h>
 
 using namespace quillane;
+using namespace Qt::StringLiterals;
 using Page = SetupView::Page;
 
 namespace
@@ -55,24 +55,11 @@ ViewServices servicesIn(test::ViewHarness& harness, State state)
 
 std::unique_ptr<SetupPage> makePage(Page page, const ViewServices& services)
 {
-    switch (page) {
-    case Page::FullDiskAccess:
+    if (page == Page::FullDiskAccess)
         return std::make_unique<FDAView>(services);
-    case Page::Helper:
+    if (page == Page::Helper)
         return std::make_unique<HelperView>(services);
-    case Page::LoginItem:
-        return std::make_unique<LoginItemView>(services);
-    case Page::None:
-        break;
-    }
-    return nullptr;
-}
-
-// What a screen reader says a control is.
-QString spokenName(QWidget* control)
-{
-    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(control);
-    return accessible ? accessible->text(QAccessible::Name) : QString();
+    return std::make_unique<LoginItemView>(services);
 }
 
 // Lets a close that a page queued when it appeared take place.
@@ -84,6 +71,7 @@ void settle()
 } // namespace
 
 Q_DECLARE_METATYPE(SetupView::Page)
+Q_DECLARE_METATYPE(State)
 
 class TestSetupView : public QObject
 {
@@ -92,36 +80,29 @@ class TestSetupView : public QObject
 private Q_SLOTS:
     void pageFollowsTheState_data()
     {
-        QTest::addColumn<bool>("fdaGranted");
-        QTest::addColumn<bool>("helperRegistered");
-        QTest::addColumn<bool>("loginItemActive");
+        QTest::addColumn<State>("state");
         QTest::addColumn<Page>("page");
         QTest::addColumn<QSize>("size");
-        const QSize fda(720, 800);
-        const QSize step(600, 500);
-        QTest::newRow("no access") << false << false << false << Page::FullDiskAccess << fda;
-        QTest::newRow("no access, the rest done")
-            << false << true << true << Page::FullDiskAccess << fda;
-        QTest::newRow("helper missing") << true << false << false << Page::Helper << step;
-        QTest::newRow("helper missing, login item active")
-            << true << false << true << Page::Helper << step;
-        QTest::newRow("login item to offer") << true << true << false << Page::LoginItem << step;
-        QTest::newRow("all done") << true << true << true << Page::None << QSize();
+        const QSize fda(720, 800), step(600, 500);
+        const auto row = [](const char* name, State state, Page page, QSize size) {
+            QTest::newRow(name) << state << page << size;
+        };
+        row("no access", {false, false, false}, Page::FullDiskAccess, fda);
+        row("no access, the rest done", {false, true, true}, Page::FullDiskAccess, fda);
+        row("helper missing", {true, false, false}, Page::Helper, step);
+        row("helper missing, login item active", {true, false, true}, Page::Helper, step);
+        row("login item to offer", {true, true, false}, Page::LoginItem, step);
+        row("all done", {true, true, true}, Page::None, QSize());
     }
     void pageFollowsTheState()
     {
-        QFETCH(bool, fdaGranted);
-        QFETCH(bool, helperRegistered);
-        QFETCH(bool, loginItemActive);
+        QFETCH(State, state);
         QFETCH(Page, page);
         QFETCH(QSize, size);
         test::ViewHarness harness;
-        const ViewServices services =
-            servicesIn(harness, {fdaGranted, helperRegistered, loginItemActive});
-        SetupView setup(services);
+        SetupView setup(servicesIn(harness, state));
         setup.show();
         settle();
-
         QCOMPARE(setup.page(), page);
         QVERIFY(setup.isVisible()); // none of these pages finds its step done
         if (page == Page::None) {
@@ -160,7 +141,6 @@ private Q_SLOTS:
             services.client.setLoginItemActive(true); // no page appears: nothing is checked
         settle();
         QVERIFY(setup.isVisible());
-
         harness.helper.daemonService->currentStatus = ServiceHandle::Enabled;
         harness.helper.appService->updateStatus();
         harness.helper.scheduler.runPending();
@@ -179,29 +159,27 @@ private Q_SLOTS:
     void pageWithItsStepDoneClosesItsWindow_data()
     {
         QTest::addColumn<Page>("page");
-        QTest::addColumn<bool>("helperRegistered");
-        QTest::addColumn<bool>("loginItemActive");
+        QTest::addColumn<State>("state");
         QTest::addColumn<bool>("closes");
-        QTest::newRow("access, helper") << Page::FullDiskAccess << true << false << true;
-        QTest::newRow("access, no helper") << Page::FullDiskAccess << false << true << false;
-        QTest::newRow("helper, login item") << Page::Helper << true << true << true;
-        QTest::newRow("helper only") << Page::Helper << true << false << false;
-        QTest::newRow("login item only") << Page::Helper << false << true << false;
-        QTest::newRow("login item active") << Page::LoginItem << false << true << true;
-        QTest::newRow("login item inactive") << Page::LoginItem << true << false << false;
+        const auto row = [](const char* name, Page page, State state, bool closes) {
+            QTest::newRow(name) << page << state << closes;
+        };
+        row("access, helper", Page::FullDiskAccess, {true, true, false}, true);
+        row("access, no helper", Page::FullDiskAccess, {true, false, true}, false);
+        row("helper, login item", Page::Helper, {true, true, true}, true);
+        row("helper only", Page::Helper, {true, true, false}, false);
+        row("login item only", Page::Helper, {true, false, true}, false);
+        row("login item active", Page::LoginItem, {true, false, true}, true);
+        row("login item inactive", Page::LoginItem, {true, true, false}, false);
     }
     void pageWithItsStepDoneClosesItsWindow()
     {
         QFETCH(Page, page);
-        QFETCH(bool, helperRegistered);
-        QFETCH(bool, loginItemActive);
+        QFETCH(State, state);
         QFETCH(bool, closes);
         test::ViewHarness harness;
-        // The page is the window's content, wherever the window puts it.
-        QWidget window;
-        makePage(page, servicesIn(harness, {true, helperRegistered, loginItemActive}))
-            .release()
-            ->setParent(&window);
+        QWidget window; // the page is the window's content, wherever the window puts it
+        makePage(page, servicesIn(harness, state)).release()->setParent(&window);
         window.show();
         settle();
         QCOMPARE(window.isVisible(), !closes);
@@ -232,7 +210,7 @@ private Q_SLOTS:
             if (!qobject_cast<QAbstractButton*>(control) && !qobject_cast<QLineEdit*>(control))
                 continue;
             ++controls;
-            QVERIFY2(!spokenName(control).isEmpty(), control->metaObject()->className());
+            QVERIFY2(!test::spokenName(control).isEmpty(), control->metaObject()->className());
         }
         QVERIFY(controls >= 2);
         view->show();
@@ -243,7 +221,6 @@ private Q_SLOTS:
         if (const auto buttons = view->findChildren<QPushButton*>(); buttons.size() > 1)
             buttons.last()->setFocus();
         const std::size_t pendingBefore = harness.helper.scheduler.pendingCount();
-
         QTest::keyClick(view.get(), Qt::Key_Return);
         // The access page copies its command; the helper page's asks again whether the helper
         // is there, and waits for it.
@@ -270,18 +247,17 @@ private Q_SLOTS:
         QTest::addColumn<bool>("helperRegistered");
         QTest::addColumn<QString>("problem");
         QTest::addColumn<QString>("command");
-        const QString owned = QStringLiteral("belongs to root, not to you");
-        const QString chown = QStringLiteral("sudo chown -R nobody: %1/.local/share/Trash");
-        QTest::newRow("trash of root")
-            << "Trash" << uid_t(0) << mode_t(0755) << false << owned << chown;
-        QTest::newRow("files of root, helper there")
-            << "Trash/files" << uid_t(0) << mode_t(0700) << true << owned << chown;
-        QTest::newRow("info of root")
-            << "Trash/info" << uid_t(0) << mode_t(0755) << false << owned << chown;
-        QTest::newRow("own files, no way in")
-            << "Trash/files" << test::nobody << mode_t(0500) << false
-            << QStringLiteral("has the permissions 0500")
-            << QStringLiteral("chmod u+rwx %1/.local/share/Trash/files");
+        const auto row = [](const char* name, const char* folder, uid_t owner, mode_t mode,
+                            bool helper, const char* problem = "belongs to root, not to you",
+                            const char* command = "sudo chown -R nobody: %1/.local/share/Trash") {
+            QTest::newRow(name) << QString::fromLatin1(folder) << owner << mode << helper
+                                << QString::fromLatin1(problem) << QString::fromLatin1(command);
+        };
+        row("trash of root", "Trash", 0, 0755, false);
+        row("files of root, helper there", "Trash/files", 0, 0700, true);
+        row("info of root", "Trash/info", 0, 0755, false);
+        row("own files, no way in", "Trash/files", test::nobody, 0500, false,
+            "has the permissions 0500", "chmod u+rwx %1/.local/share/Trash/files");
     }
     void accessPageExplainsAForeignTrash()
     {
@@ -304,18 +280,14 @@ private Q_SLOTS:
         QCOMPARE(chown(wrong.c_str(), owner, owner), 0);
         QCOMPARE(chmod(wrong.c_str(), mode), 0);
         harness.helper.bus(); // on which no daemon answers
-        const ViewServices services = servicesIn(harness, {true, helperRegistered});
-
-        FDAView view(services);
-        const QString home = QString::fromStdString(harness.model.home.native());
-        QVERIFY2(view.problemLabel()->text().contains(
-                     QStringLiteral("\u2018%1\u2019").arg(QString::fromStdString(wrong.native()))),
-                 qPrintable(view.problemLabel()->text()));
-        QVERIFY2(view.problemLabel()->text().contains(problem),
-                 qPrintable(view.problemLabel()->text()));
-        QVERIFY(!view.problemLabel()->text().contains(QStringLiteral("Mac")));
+        FDAView view(servicesIn(harness, {true, helperRegistered}));
+        const QString text = view.problemLabel()->text();
+        QVERIFY2(text.contains(u"\u2018%1\u2019"_s.arg(QString::fromStdString(wrong.native()))) &&
+                     text.contains(problem) && !text.contains(u"Mac"_s),
+                 qPrintable(text));
         QVERIFY(view.commandField());
-        QCOMPARE(view.commandField()->text(), command.arg(home));
+        QCOMPARE(view.commandField()->text(),
+                 command.arg(QString::fromStdString(harness.model.home.native())));
         QVERIFY(view.commandField()->isReadOnly());
         QCOMPARE(view.repairButton() != nullptr, helperRegistered);
         if (!helperRegistered)
@@ -323,28 +295,22 @@ private Q_SLOTS:
         // No daemon answers on the test bus: the page says the fix did not happen.
         view.repairButton()->click();
         QVERIFY(!view.repairButton()->isEnabled());
-        QTRY_VERIFY(view.outcomeLabel()->text().startsWith(
-            QStringLiteral("The helper could not fix it: ")));
+        QTRY_VERIFY(view.outcomeLabel()->text().startsWith(u"The helper could not fix it: "_s));
         QVERIFY(view.repairButton()->isEnabled());
     }
 
     // Shell words are quoted only when they need it, so the command reads as one would type it.
     void diagnosisQuotesTheFolder()
     {
-        TrashAccessProblem problem{TrashAccessProblem::Kind::Owner,
-                                   "/home/o'neil/.local/share/Trash",
-                                   "/home/o'neil/.local/share/Trash",
-                                   0,
-                                   0755,
-                                   0};
-        const FDAView::Diagnosis diagnosis = FDAView::diagnose(problem, QStringLiteral("oneil"));
-        QCOMPARE(diagnosis.command,
-                 QStringLiteral("sudo chown -R oneil: '/home/o'\\''neil/.local/share/Trash'"));
+        const std::string trash = "/home/o'neil/.local/share/Trash";
+        TrashAccessProblem problem{TrashAccessProblem::Kind::Owner, trash, trash, 0, 0755, 0};
+        QCOMPARE(FDAView::diagnose(problem, u"oneil"_s).command,
+                 u"sudo chown -R oneil: '/home/o'\\''neil/.local/share/Trash'"_s);
         problem.kind = TrashAccessProblem::Kind::Other;
         problem.error = EACCES;
-        const FDAView::Diagnosis confined = FDAView::diagnose(problem, QStringLiteral("oneil"));
+        const FDAView::Diagnosis confined = FDAView::diagnose(problem, u"oneil"_s);
         QVERIFY(confined.command.isEmpty());
-        QVERIFY(confined.problem.contains(QStringLiteral("Permission denied")));
+        QVERIFY(confined.problem.contains(u"Permission denied"_s));
     }
 
     void noThanksIsRemembered()
@@ -355,10 +321,9 @@ private Q_SLOTS:
         setup.show();
         auto* page = qobject_cast<LoginItemView*>(setup.currentPage());
         QVERIFY(page);
-
         page->noThanksButton()->click();
         QVERIFY(services.client.loginItemActive());
-        QVERIFY(harness.model.defaults.boolValue(QStringLiteral("loginItemSupressed")));
+        QVERIFY(harness.model.defaults.boolValue(u"loginItemSupressed"_s));
         QCOMPARE(harness.helper.loginService->registers, 0);
         // Nothing changes on screen until the window is closed.
         settle();
