@@ -30,10 +30,11 @@ qint64 allocatedBytesOfFiles(const fs::path& folder)
     return total;
 }
 
-// What the program prints for a user with this home and no other data folder; with the
-// environment's other changes given, and its errors after its output.
-QString runIn(const QString& home, const QStringList& arguments,
-              const QList<std::pair<QString, QString>>& changes = {})
+// What a program prints for a user with this home and no other data folder, with the
+// environment's other changes given: its output, then its errors; or only its output, and
+// "failed: " and its errors when it fails.
+QByteArray runIn(const QString& home, const QString& program, const QStringList& arguments,
+                 bool onlyOutput, const QList<std::pair<QString, QString>>& changes = {})
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("HOME"), home);
@@ -42,9 +43,18 @@ QString runIn(const QString& home, const QStringList& arguments,
         environment.insert(name, value);
     QProcess process;
     process.setProcessEnvironment(environment);
-    process.start(QStringLiteral(QUILLANE_EXECUTABLE), arguments);
-    process.waitForFinished(60000);
-    return QString::fromLocal8Bit(process.readAllStandardOutput() + process.readAllStandardError());
+    process.start(program, arguments);
+    const bool ok = process.waitForFinished(60000) && process.exitCode() == 0;
+    if (!onlyOutput)
+        return process.readAllStandardOutput() + process.readAllStandardError();
+    return ok ? process.readAllStandardOutput() : "failed: " + process.readAllStandardError();
+}
+
+QString runIn(const QString& home, const QStringList& arguments,
+              const QList<std::pair<QString, QString>>& changes = {})
+{
+    return QString::fromLocal8Bit(
+        runIn(home, QStringLiteral(QUILLANE_EXECUTABLE), arguments, false, changes));
 }
 
 } // namespace
@@ -177,63 +187,6 @@ private Q_SLOTS:
     }
 
     // A USB stick's trash, filled by the desktop's own tools, as the command line reports it.
-    void sizesAreLeftForTheNextRun_data()
-    {
-        QTest::addColumn<QByteArray>("change"); // run in the trash folder after the first run
-        QTest::addColumn<bool>("walkedAgain");
-        QTest::newRow("nothing") << QByteArray("true") << false;
-        QTest::newRow("the line rewritten by another program")
-            << QByteArray("t=$(stat -c %Y info/photos.trashinfo); "
-                          "echo \"123 $t photos\" >directorysizes")
-            << true;
-        QTest::newRow("the record changed since")
-            << QByteArray("touch -d '2001-01-01' info/photos.trashinfo") << true;
-        QTest::newRow("our note of what we wrote lost")
-            << QByteArray("rm -r ../../../.cache") << true;
-    }
-
-    // A folder sized by one run is not walked by the next while its line in directorysizes
-    // is one we wrote and its record has not changed; other programs read the line too.
-    void sizesAreLeftForTheNextRun()
-    {
-        QFETCH(QByteArray, change);
-        QFETCH(bool, walkedAgain);
-        QTemporaryDir home;
-        const fs::path trash = fs::path(home.path().toStdString()) / ".local/share/Trash";
-        test::writeFile(trash / "files/photos/one.jpg", std::string(50000, 'p'));
-        test::writeFile(trash / "info/photos.trashinfo", "[Trash Info]\nPath=/photos\n");
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("HOME"), home.path());
-        environment.remove(QStringLiteral("XDG_DATA_HOME"));
-        environment.remove(QStringLiteral("XDG_CACHE_HOME"));
-        const auto homeBytes = [&] {
-            QProcess list;
-            list.setProcessEnvironment(environment);
-            list.start(QStringLiteral(QUILLANE_EXECUTABLE),
-                       {QStringLiteral("list"), QStringLiteral("--json")});
-            list.waitForFinished(30000);
-            for (const QJsonValue row :
-                 QJsonDocument::fromJson(list.readAllStandardOutput()).array())
-                if (row[QStringLiteral("name")].toString() == QStringLiteral("Home"))
-                    return row[QStringLiteral("bytes")].toInteger();
-            return qint64(-1);
-        };
-
-        const qint64 first = homeBytes();
-        QCOMPARE(first, allocatedBytesOfFiles(trash / "files"));
-        const std::string line = test::readFile(trash / "directorysizes");
-        QVERIFY2(line.starts_with(std::to_string(first) + ' ') && line.ends_with(" photos\n"),
-                 line.c_str());
-
-        // Deep inside the folder, where only a walk sees it.
-        test::writeFile(trash / "files/photos/more/two.jpg", std::string(90000, 'q'));
-        QVERIFY(test::run(QStringLiteral("sh"),
-                          {QStringLiteral("-c"),
-                           QStringLiteral("cd \"$1\" && ") + QString::fromUtf8(change),
-                           QStringLiteral("sh"), QString::fromStdString(trash.native())}));
-        QCOMPARE(homeBytes(), walkedAgain ? allocatedBytesOfFiles(trash / "files") : first);
-    }
-
     void listsAMountedVolumeUntilItIsUnmounted()
     {
         if (!test::canMount())
@@ -251,30 +204,22 @@ private Q_SLOTS:
         test::writeFile(stick / oddName, std::string(7000, 'o'));
         test::writeFile(home / "notes.txt", "notes");
 
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("HOME"), QString::fromStdString(home.native()));
-        environment.remove(QStringLiteral("XDG_DATA_HOME"));
         const auto runTool = [&](const QString& program, const QStringList& arguments) {
-            QProcess process;
-            process.setProcessEnvironment(environment);
-            process.start(program, arguments);
-            return process.waitForFinished(60000) && process.exitCode() == 0
-                       ? process.readAllStandardOutput()
-                       : QByteArray("failed: ") + process.readAllStandardError();
+            return runIn(QString::fromStdString(home.native()), program, arguments, true);
         };
         const auto argument = [](const fs::path& path) { return QFile::decodeName(path.c_str()); };
-        QVERIFY(!runTool(QStringLiteral("trash-put"), {argument(stick / "Photos")})
-                     .startsWith("failed"));
         // Arguments of a QProcess are text; the shell spells the Latin-1 name as bytes.
-        QVERIFY(!runTool(QStringLiteral("bash"),
-                         {QStringLiteral("-c"),
-                          QStringLiteral(
-                              "cd \"$1\" && gio trash -- \"$(printf 'caf\\351 \\377.txt')\""),
-                          QStringLiteral("bash"), argument(stick)})
-                     .startsWith("failed"));
-        QVERIFY(
-            !runTool(QStringLiteral("gio"), {QStringLiteral("trash"), argument(home / "notes.txt")})
-                 .startsWith("failed"));
+        for (const QStringList& command :
+             {QStringList{QStringLiteral("trash-put"), argument(stick / "Photos")},
+              QStringList{
+                  QStringLiteral("bash"), QStringLiteral("-c"),
+                  QStringLiteral("cd \"$1\" && gio trash -- \"$(printf 'caf\\351 \\377.txt')\""),
+                  QStringLiteral("bash"), argument(stick)},
+              QStringList{QStringLiteral("gio"), QStringLiteral("trash"),
+                          argument(home / "notes.txt")}}) {
+            const QByteArray output = runTool(command.first(), command.mid(1));
+            QVERIFY2(!output.startsWith("failed"), output.constData());
+        }
 
         const fs::path stickTrash = stick / (".Trash-" + std::to_string(getuid())) / "files";
         QVERIFY(fs::exists(stickTrash / oddName));

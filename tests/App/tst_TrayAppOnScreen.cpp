@@ -60,8 +60,9 @@ class TestTrayAppOnScreen : public QObject
 
 private Q_SLOTS:
     // Where the desktop has a tray, the icon is in it, and a click opens the panel next to the
-    // click; a second click closes it.
-    void trayClickOpensThePanelNextToIt()
+    // click; a second click closes it. The tray's own menu, as the panel reads and draws it,
+    // holds the panel's commands, each run by its entry.
+    void trayOpensThePanelAndRunsTheCommands()
     {
         if (qEnvironmentVariable("QT_QPA_PLATFORM") != QStringLiteral("xcb"))
             QSKIP("needs Xvfb");
@@ -74,32 +75,16 @@ private Q_SLOTS:
         app.launch();
         QVERIFY(!app.panelWindow()); // there is a tray: no window stands for it
         QTRY_COMPARE(watcher->registered().size(), 1);
+        const QString item = watcher->registered().first();
 
-        bus.callItem(watcher->registered().first(), QStringLiteral("Activate"), {640, 10});
+        bus.callItem(item, QStringLiteral("Activate"), {640, 10});
         QTRY_VERIFY(app.trayPanel() && app.trayPanel()->isVisible());
         const QRect panel = app.trayPanel()->frameGeometry();
         QCOMPARE(panel.top(), 14); // just below the click, on a screen with no bar of its own
         QCOMPARE(panel.center().x(), 640 - 1 + panel.width() % 2);
         QCOMPARE(panel.width(), 400);
-
-        bus.callItem(watcher->registered().first(), QStringLiteral("Activate"), {640, 10});
+        bus.callItem(item, QStringLiteral("Activate"), {640, 10});
         QTRY_VERIFY(!app.trayPanel()->isVisible());
-    }
-
-    // The tray's own menu, as the panel reads and draws it: the panel's commands, each run by
-    // its entry.
-    void trayMenuRunsTheCommands()
-    {
-        if (qEnvironmentVariable("QT_QPA_PLATFORM") != QStringLiteral("xcb"))
-            QSKIP("needs Xvfb");
-        settleUser();
-        test::SessionBus bus;
-        test::ScriptedWatcher* watcher = bus.startWatcher();
-        QVERIFY(watcher);
-        TrashApp app(bus.appSide);
-        app.launch();
-        QTRY_COMPARE(watcher->registered().size(), 1);
-        const QString item = watcher->registered().first();
 
         const QList<QPair<int, QString>> expected{{1, QStringLiteral("Open Quillane")},
                                                   {2, QStringLiteral("-")},
@@ -108,9 +93,8 @@ private Q_SLOTS:
                                                   {5, QStringLiteral("-")},
                                                   {6, QStringLiteral("Quit Quillane")}};
         QCOMPARE(bus.menuOf(item), expected);
-
         bus.menuEvent(item, 1, QStringLiteral("clicked"));
-        QTRY_VERIFY(app.trayPanel() && app.trayPanel()->isVisible());
+        QTRY_VERIFY(app.trayPanel()->isVisible());
         QVERIFY(!app.settingsWindow());
         bus.menuEvent(item, 4, QStringLiteral("clicked"));
         QTRY_VERIFY(app.settingsWindow() && app.settingsWindow()->isVisible());

@@ -50,6 +50,21 @@ QPixmap filled(Qt::GlobalColor colour)
     return picture;
 }
 
+// What the tray host reads of the item's properties.
+QVariant itemProperty(test::SessionBus& bus, const QString& item, const char* name)
+{
+    return bus.property(item, BusNames::statusNotifierItemPath,
+                        BusNames::statusNotifierItemInterface, QString::fromLatin1(name));
+}
+
+// The item an icon registered with the host, once it has (empty when it never does).
+QString registeredItem(const test::ScriptedWatcher* watcher)
+{
+    return QTest::qWaitFor([&] { return watcher->registered().size() == 1; })
+               ? watcher->registered().first()
+               : QString();
+}
+
 // The debug lines written while it lives.
 struct DebugCapture {
     DebugCapture()
@@ -251,8 +266,8 @@ private Q_SLOTS:
         QVERIFY2(instance.listen(), qPrintable(instance.error()));
     }
 
-    // The icon appears when a tray host turns up after the start, and a click reaches us
-    // with the place it was made at.
+    // The icon appears when a tray host turns up after the start, a click reaches us with the
+    // place it was made at, and the icon changes as the trash does.
     void trayIconAppearsWithALateHost()
     {
         test::SessionBus bus;
@@ -269,18 +284,13 @@ private Q_SLOTS:
 
         QTRY_COMPARE(appeared.count(), 1);
         QVERIFY(tray.isShown());
-        QTRY_COMPARE(watcher->registered().size(), 1);
 
         // What the panel reads and does with the item it was told of.
-        const QString item = watcher->registered().first();
-        const auto property = [&](const char* name) {
-            return bus.property(item, BusNames::statusNotifierItemPath,
-                                BusNames::statusNotifierItemInterface, QString::fromLatin1(name));
-        };
-        QCOMPARE(property("Id").toString(), QStringLiteral("quillane"));
-        QCOMPARE(property("ItemIsMenu").toBool(), false);
-        QVERIFY(property("IconPixmap").isValid());
-        QCOMPARE(property("IconName").toString(), QStringLiteral("user-trash"));
+        const QString item = registeredItem(watcher);
+        QCOMPARE(itemProperty(bus, item, "Id").toString(), QStringLiteral("quillane"));
+        QCOMPARE(itemProperty(bus, item, "ItemIsMenu").toBool(), false);
+        QVERIFY(itemProperty(bus, item, "IconPixmap").isValid());
+        QCOMPARE(itemProperty(bus, item, "IconName").toString(), QStringLiteral("user-trash"));
 
         // The host says where in the display's pixels; at twice the scale, that is half as far
         // in the units windows are placed in.
@@ -288,6 +298,20 @@ private Q_SLOTS:
         QTRY_COMPARE(clicks.count(), 1);
         const qreal scale = QGuiApplication::primaryScreen()->devicePixelRatio();
         QCOMPARE(clicks.first().first().toPoint(), QPoint(qRound(640 / scale), qRound(12 / scale)));
+
+        // The icon says whether the trash holds items: the host hears of each change and reads
+        // the theme's name for the new icon.
+        m_newIcons = 0;
+        QVERIFY(bus.panelSide.connect(item, BusNames::statusNotifierItemPath,
+                                      BusNames::statusNotifierItemInterface,
+                                      QStringLiteral("NewIcon"), this, SLOT(countNewIcon())));
+        int changes = 0;
+        for (const QString& name :
+             {QStringLiteral("user-trash-full"), QStringLiteral("user-trash")}) {
+            tray.setPicture({name, QIcon(filled(++changes == 1 ? Qt::blue : Qt::red))});
+            QTRY_COMPARE(m_newIcons, changes);
+            QCOMPARE(itemProperty(bus, item, "IconName").toString(), name);
+        }
     }
 
     // The tray item publishes its menu; the panel reads it in order and draws it itself, and
@@ -330,9 +354,7 @@ private Q_SLOTS:
                       {QStringLiteral("Quit"), [&] { commands << QStringLiteral("quit"); }}};
         TrayIcon tray{{QStringLiteral("user-trash"), QIcon(filled(Qt::red))}, menu, bus.appSide};
         QVERIFY(tray.start());
-        QTRY_COMPARE(watcher->registered().size(), 1);
-        const QString item = watcher->registered().first();
-
+        const QString item = registeredItem(watcher);
         const QList<QPair<int, QString>> expected{{1, QStringLiteral("Open")},
                                                   {2, QStringLiteral("-")},
                                                   // "_" alone marks an access key for the host
@@ -350,37 +372,6 @@ private Q_SLOTS:
         QCOMPARE(commands, ran);
     }
 
-    // The icon says whether the trash holds items: the host hears of each change and reads the
-    // theme's name for the new icon.
-    void trayIconFollowsTheTrash()
-    {
-        test::SessionBus bus;
-        test::ScriptedWatcher* watcher = bus.startWatcher();
-        QVERIFY(watcher);
-        TrayIcon tray{{QStringLiteral("user-trash"), QIcon(filled(Qt::red))}, {}, bus.appSide};
-        QVERIFY(tray.start());
-        QTRY_COMPARE(watcher->registered().size(), 1);
-        const QString item = watcher->registered().first();
-        const auto iconName = [&] {
-            return bus
-                .property(item, BusNames::statusNotifierItemPath,
-                          BusNames::statusNotifierItemInterface, QStringLiteral("IconName"))
-                .toString();
-        };
-        QCOMPARE(iconName(), QStringLiteral("user-trash"));
-        m_newIcons = 0;
-        QVERIFY(bus.panelSide.connect(item, BusNames::statusNotifierItemPath,
-                                      BusNames::statusNotifierItemInterface,
-                                      QStringLiteral("NewIcon"), this, SLOT(countNewIcon())));
-
-        tray.setPicture({QStringLiteral("user-trash-full"), QIcon(filled(Qt::blue))});
-        QTRY_COMPARE(m_newIcons, 1);
-        QCOMPARE(iconName(), QStringLiteral("user-trash-full"));
-        tray.setPicture({QStringLiteral("user-trash"), QIcon(filled(Qt::red))});
-        QTRY_COMPARE(m_newIcons, 2);
-        QCOMPARE(iconName(), QStringLiteral("user-trash"));
-    }
-
     // What the desktop is told when an emptying ends: only an emptying that removed something,
     // with the name shown safely and the space it gave back.
     void emptyingNotification_data()
@@ -392,29 +383,24 @@ private Q_SLOTS:
         QTest::addColumn<QString>("summary");
         QTest::addColumn<QString>("body");
         using Ending = EmptyingResult::Ending;
-        QTest::newRow("completed")
-            << int(Ending::Completed) << QStringLiteral("USB Stick") << qint64(1'234'000'000) << -1
-            << QStringLiteral("Emptied the trash of USB Stick") << QStringLiteral("1.2 GB freed");
-        QTest::newRow("size not known")
-            << int(Ending::Completed) << QStringLiteral("USB Stick") << qint64(-1) << -1
-            << QStringLiteral("Emptied the trash of USB Stick") << QString();
-        QTest::newRow("a newline in the name")
-            << int(Ending::Completed) << QStringLiteral("USB\nStick") << qint64(999) << -1
-            << QStringLiteral("Emptied the trash of USB\\nStick")
-            << QStringLiteral("999 bytes freed");
-        QTest::newRow("one item chosen")
-            << int(Ending::Completed) << QStringLiteral("USB Stick") << qint64(4096) << 1
-            << QStringLiteral("Deleted 1 item from the trash of USB Stick")
-            << QStringLiteral("4.1 kB freed");
-        QTest::newRow("three items chosen")
-            << int(Ending::Completed) << QStringLiteral("USB Stick") << qint64(4096) << 3
-            << QStringLiteral("Deleted 3 items from the trash of USB Stick")
-            << QStringLiteral("4.1 kB freed");
-        for (const auto& [name, ending] :
-             {std::pair{"nothing to remove", Ending::NothingToRemove},
-              std::pair{"not started", Ending::NotStarted}, std::pair{"stopped", Ending::Stopped}})
-            QTest::newRow(name) << int(ending) << QStringLiteral("USB Stick") << qint64(0) << -1
-                                << QString() << QString();
+        const auto row = [](const char* tag, Ending ending, const char* name, qint64 freed,
+                            int chosen, const char* summary, const char* body) {
+            QTest::newRow(tag) << int(ending) << QString::fromUtf8(name) << freed << chosen
+                               << QString::fromUtf8(summary) << QString::fromUtf8(body);
+        };
+        const char* stick = "USB Stick";
+        const char* emptied = "Emptied the trash of USB Stick";
+        row("completed", Ending::Completed, stick, 1'234'000'000, -1, emptied, "1.2 GB freed");
+        row("size not known", Ending::Completed, stick, -1, -1, emptied, "");
+        row("a newline in the name", Ending::Completed, "USB\nStick", 999, -1,
+            "Emptied the trash of USB\\nStick", "999 bytes freed");
+        row("one item chosen", Ending::Completed, stick, 4096, 1,
+            "Deleted 1 item from the trash of USB Stick", "4.1 kB freed");
+        row("three items chosen", Ending::Completed, stick, 4096, 3,
+            "Deleted 3 items from the trash of USB Stick", "4.1 kB freed");
+        row("nothing to remove", Ending::NothingToRemove, stick, 0, -1, "", "");
+        row("not started", Ending::NotStarted, stick, 0, -1, "", "");
+        row("stopped", Ending::Stopped, stick, 0, -1, "", "");
     }
 
     void emptyingNotification()
@@ -457,8 +443,6 @@ private Q_SLOTS:
                  qPrintable(DebugCapture::lines()[0]));
     }
 
-    // A session restore and Qt's own arguments start the tray application; anything else is a
-    // command for the command line.
     // Without a session bus the application goes on without one and says so once; it starts
     // no bus of its own, which would outlive it.
     void runsWithoutASessionBus()
@@ -495,6 +479,8 @@ private Q_SLOTS:
         QVERIFY2(left.isEmpty(), qPrintable(left.join(u' ')));
     }
 
+    // A session restore and Qt's own arguments start the tray application; anything else is a
+    // command for the command line.
     void launchArguments_data()
     {
         QTest::addColumn<QStringList>("arguments");

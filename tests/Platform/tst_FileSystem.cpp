@@ -3,6 +3,8 @@
 
 #include <QScopeGuard>
 #include <QTest>
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 namespace fs = std::filesystem;
@@ -31,6 +33,52 @@ class TestFileSystem : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void sizesAreLeftForTheNextRun_data()
+    {
+        QTest::addColumn<QByteArray>("change"); // run in the trash folder between two runs
+        QTest::addColumn<bool>("walkedAgain");
+        QTest::newRow("nothing") << QByteArray("true") << false;
+        QTest::newRow("the line rewritten by another program")
+            << QByteArray("t=$(stat -c %Y info/photos.trashinfo); "
+                          "echo \"123 $t photos\" >directorysizes")
+            << true;
+        QTest::newRow("the record changed since")
+            << QByteArray("touch -d '2001-01-01' info/photos.trashinfo") << true;
+        QTest::newRow("our note of what we wrote lost") << QByteArray("rm -r ../cache") << true;
+    }
+
+    // A folder sized by one run is not walked by the next while its line in directorysizes is
+    // one we wrote and its record has not changed; other programs read the line too. Each run is
+    // a process of its own, and this case comes first, before this process has sized a trash.
+    void sizesAreLeftForTheNextRun()
+    {
+        QFETCH(QByteArray, change);
+        QFETCH(bool, walkedAgain);
+        QTemporaryDir root;
+        const fs::path trash = fs::path(root.path().toStdString()) / "Trash";
+        test::writeFile(trash / "files/photos/one.jpg", std::string(50000, 'p'));
+        test::writeFile(trash / "info/photos.trashinfo", "[Trash Info]\nPath=/photos\n");
+        const auto run = [&] {
+            return test::inChild(getuid(), [&] {
+                setenv("XDG_CACHE_HOME", (root.path() + QStringLiteral("/cache")).toLocal8Bit(), 1);
+                const auto size = allocatedSizeOfTrash(trash / "files");
+                return size.ok() ? std::to_string(size.value()) : size.error();
+            });
+        };
+        const std::string first = run();
+        QCOMPARE(first, std::to_string(allocated(trash / "files", {"photos/one.jpg"})));
+        const std::string line = test::readFile(trash / "directorysizes");
+        QVERIFY2(line.starts_with(first + ' ') && line.ends_with(" photos\n"), line.c_str());
+
+        // Deep inside the folder, where only a walk sees it.
+        test::writeFile(trash / "files/photos/more/two.jpg", std::string(90000, 'q'));
+        QVERIFY(test::shell(trash, change));
+        QCOMPARE(run(), walkedAgain
+                            ? std::to_string(allocated(trash / "files",
+                                                       {"photos/one.jpg", "photos/more/two.jpg"}))
+                            : first);
+    }
+
     void allocatedSize_data()
     {
         QTest::addColumn<QByteArray>("layout"); // run in the tree; ../outside is beside it
@@ -139,6 +187,41 @@ private Q_SLOTS:
             return {};
         });
         QVERIFY2(outcome.empty(), outcome.c_str());
+    }
+
+    // However deep the tree, a walk holds few descriptors open.
+    void deepTreeWithFewDescriptors()
+    {
+        QTemporaryDir root;
+        const fs::path tree = fs::path(root.path().toStdString()) / "tree";
+        test::writeFile(tree / ".keep", "x");
+        const auto removeFirst = qScopeGuard([&] {
+            test::run(QStringLiteral("rm"),
+                      {QStringLiteral("-rf"), QString::fromStdString(tree.native())});
+        });
+        int parent = open(tree.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        for (int level = 0; level < 4096 && parent >= 0; ++level) {
+            QVERIFY(mkdirat(parent, "d", 0755) == 0);
+            const int child = openat(parent, "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            close(parent);
+            parent = child;
+        }
+        const int file = openat(parent, "bottom", O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+        QVERIFY(file >= 0 && write(file, "x", 1) == 1);
+        close(file);
+        close(parent);
+
+        const std::string outcome = test::inChild(getuid(), [&]() -> std::string {
+            const rlimit limit{256, 256};
+            setrlimit(RLIMIT_NOFILE, &limit);
+            const auto size = allocatedSizeOfDirectory(tree);
+            const auto trash = allocatedSizeOfTrash(tree);
+            if (!size.ok() || !trash.ok())
+                return size.ok() ? trash.error() : size.error();
+            return std::to_string(size.value()) + ' ' + std::to_string(trash.value());
+        });
+        const std::string both = std::to_string(2 * allocated(tree, {".keep"}));
+        QCOMPARE(outcome, both + ' ' + both);
     }
 
     void mountedFilesystemIsNotEntered()
