@@ -211,6 +211,7 @@ void VolumeObserver::updateMonitors()
     m_monitorEvents.clear();
 
     // The monitors are stopped with the observer, and report nothing after that.
+    std::vector<fs::path> withoutTrash;
     for (const Volume& volume : m_volumes) {
         if (volume.volPath() && pathContains(*volume.volPath(), "snapshot"))
             continue;
@@ -226,9 +227,27 @@ void VolumeObserver::updateMonitors()
                 handleVolume(volume, weak.lock());
             };
             m_monitorEvents.push_back(std::move(monitor));
+            withoutTrash.push_back(*volume.volPath());
         }
     }
     watchForHomeTrash();
+    lookForTrashesMadeSinceTheScan(std::move(withoutTrash));
+}
+
+void VolumeObserver::lookForTrashesMadeSinceTheScan(std::vector<fs::path> volumes)
+{
+    // A trash made on a volume between the scan and the start of its watch (a stick mounted
+    // and written to at once) sent no event to anyone: look once more, now that the watch is
+    // there.
+    if (volumes.empty())
+        return;
+    m_platform.workQueue.async([this, context = Scheduler::Context(this),
+                                volumes = std::move(volumes), &trash = m_platform.trash,
+                                &mainQueue = m_platform.mainQueue] {
+        if (std::ranges::any_of(
+                volumes, [&](const fs::path& volume) { return trash.trashFolder(volume).ok(); }))
+            mainQueue.post(context, [this] { rebuildForChange(); });
+    });
 }
 
 void VolumeObserver::watchForHomeTrash()

@@ -168,6 +168,7 @@ private:
     void publishIfReady();
     void setVolumes(std::vector<Volume> volumes);
     void watchForHomeTrash();
+    void lookForTrashesMadeSinceTheScan(std::vector<std::filesystem::path> volumes);
     void setProgress(double progress);
     void setActiveVolume(std::optional<Volume> volume);
     void startEmptying(const Volume& volume, std::optional<std::set<std::string>> only);

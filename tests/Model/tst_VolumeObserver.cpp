@@ -4,6 +4,7 @@
 #include "ModelHarness.h"
 #include "TestSupport.h"
 
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTest>
 #include <sys/stat.h>
@@ -516,6 +517,35 @@ private Q_SLOTS:
         }));
         observer.updateMonitors(); // drop the watches before the volume goes
         QVERIFY(test::unmount(volume));
+    }
+
+    // A trash made after the scan looked but before the volume's watch began sent no event.
+    void trashMadeBeforeTheWatchIsFound()
+    {
+        if (!test::canMount())
+            QSKIP("needs root in a private mount namespace");
+        test::ModelHarness model("/proc/self/mountinfo");
+        const fs::path volume = "/mnt/Quick Volume";
+        QVERIFY(test::mountExt4(fs::path(model.root.path().toStdString()) / "image", volume, {},
+                                getuid()));
+        const auto unmount = qScopeGuard([&] {
+            model.observer.reset();
+            test::unmount(volume);
+        });
+        test::HeldWorkQueue held;
+        model.scanQueue = &held;
+        VolumeObserver& observer = model.start();
+        held.runAll(); // the scan finds no trash there
+        const fs::path trash = volume / (".Trash-" + std::to_string(getuid())) / "files";
+        fs::create_directories(trash);
+        for (int step = 0; step < 4; ++step) { // publish, watch, look again, scan, publish
+            model.settle();
+            held.runAll();
+        }
+        model.settle();
+        QVERIFY(std::ranges::any_of(observer.volumes(), [&](const Volume& listed) {
+            return listed.trashURL() == std::optional(trash);
+        }));
     }
 
     // The items of one trash come to the main thread a batch at a time: the first rows are
