@@ -12,6 +12,11 @@ using namespace quillane;
 namespace
 {
 
+template <typename... T> void columns(const auto&... names)
+{
+    (QTest::addColumn<T>(names), ...);
+}
+
 constexpr int noHandle = INT_MIN;
 constexpr int Add = 0, Remove = 1, RemoveItem = 2, Unregister = 3; // operations
 
@@ -57,11 +62,9 @@ class TestVLAppService : public QObject
 private Q_SLOTS:
     void statusSetsFlags_data()
     {
-        QTest::addColumn<int>("daemonStatus");
-        QTest::addColumn<int>("loginStatus");
-        QTest::addColumn<QString>("flags"); // grant, registered, open settings, login added
-        // The login item's status is read at once; the daemon's comes from the work queue.
-        QTest::addColumn<QByteArrayList>("lines");
+        // flags: grant, registered, open settings, login added; lines: the login item's status is
+        // read at once, the daemon's comes from the work queue
+        columns<int, int, QString, QByteArrayList>("daemonStatus", "loginStatus", "flags", "lines");
         QTest::newRow("no handles")
             << noHandle << noHandle << "----" << QByteArrayList{"uh oh", "uh oh"};
         QTest::newRow("not registered")
@@ -158,12 +161,8 @@ private Q_SLOTS:
 
     void loginItemsAndUnregistering_data()
     {
-        QTest::addColumn<int>("operation");
-        QTest::addColumn<QString>("failure");
-        QTest::addColumn<int>("loginStatus"); // noHandle: no login registration
-        QTest::addColumn<bool>("returned");
-        QTest::addColumn<bool>("loginAdded");
-        QTest::addColumn<QByteArrayList>("lines");
+        columns<int, QString, int, bool, bool, QByteArrayList>(
+            "operation", "failure", "loginStatus", "returned", "loginAdded", "lines");
         const QByteArrayList none, failed{"Failed to add to login items"};
         QTest::newRow("add") << Add << "" << 0 << true << true << none;
         QTest::newRow("add fails") << Add << "denied" << 0 << false << false << failed;

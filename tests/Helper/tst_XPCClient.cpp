@@ -9,12 +9,18 @@
 #include <QTest>
 
 using namespace quillane;
+using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace
 {
 
-const QString version = QStringLiteral("versionWithReply");
+template <typename... T> void columns(const auto&... names)
+{
+    (QTest::addColumn<T>(names), ...);
+}
+
+const QString version = u"versionWithReply"_s;
 const std::string invalidated =
     "[QuillaneClient] XPCClient: connection has been invalidated QuillaneClient";
 
@@ -37,37 +43,32 @@ class TestXPCClient : public QObject
 private Q_SLOTS:
     void buildNumbers_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<qint64>("build");
-        QTest::newRow("plain") << QStringLiteral("42") << qint64(42);
-        QTest::newRow("leading zeros") << QStringLiteral("0012") << qint64(12);
-        QTest::newRow("one sign") << QStringLiteral("+7") << qint64(7);
+        columns<QString, qint64>("text", "build");
+        QTest::newRow("plain") << u"42"_s << qint64(42);
+        QTest::newRow("leading zeros") << u"0012"_s << qint64(12);
+        QTest::newRow("one sign") << u"+7"_s << qint64(7);
         QTest::newRow("empty") << QString() << qint64(-1);
-        QTest::newRow("sign alone") << QStringLiteral("-") << qint64(-1);
-        QTest::newRow("two signs") << QStringLiteral("--3") << qint64(-1);
-        QTest::newRow("letters") << QStringLiteral("12a") << qint64(-1);
-        QTest::newRow("space") << QStringLiteral(" 12") << qint64(-1);
+        QTest::newRow("sign alone") << u"-"_s << qint64(-1);
+        QTest::newRow("two signs") << u"--3"_s << qint64(-1);
+        QTest::newRow("letters") << u"12a"_s << qint64(-1);
+        QTest::newRow("space") << u" 12"_s << qint64(-1);
     }
     void buildNumbers()
     {
         QFETCH(QString, text);
-        QFETCH(qint64, build);
-        QCOMPARE(XPCClient::parseBuildNumber(text).value_or(-1), build);
+        QTEST(XPCClient::parseBuildNumber(text).value_or(-1), "build");
     }
 
     void versionReplies_data()
     {
-        QTest::addColumn<QStringList>("script");
-        QTest::addColumn<std::optional<QString>>("appBuild");
-        QTest::addColumn<QString>("shown");
-        QTest::addColumn<int>("buildErrorLines");
-        const QStringList current{QStringLiteral("--version"), QStringLiteral("17")};
-        const std::optional<QString> ours = QStringLiteral("17");
-        const QString unknown = QStringLiteral("unknown");
-        QTest::newRow("current") << current << ours << QStringLiteral("17") << 0;
+        columns<QStringList, std::optional<QString>, QString, int>("script", "appBuild", "shown",
+                                                                   "buildErrorLines");
+        const QStringList current{u"--version"_s, u"17"_s};
+        const std::optional<QString> ours = u"17"_s;
+        const QString unknown = u"unknown"_s;
+        QTest::newRow("current") << current << ours << u"17"_s << 0;
         QTest::newRow("not a number")
-            << QStringList{QStringLiteral("--version"), QStringLiteral("abc")} << ours << unknown
-            << 0;
+            << QStringList{u"--version"_s, u"abc"_s} << ours << unknown << 0;
         QTest::newRow("absent") << QStringList() << ours << unknown << 0;
         QTest::newRow("no build of our own") << current << std::optional<QString>() << unknown << 1;
     }
@@ -81,7 +82,6 @@ private Q_SLOTS:
         test::ConsoleCapture console;
         XPCClient& client = helper.client(appBuild);
         QVERIFY(client.helperRegistered());
-
         client.start();
         QTRY_VERIFY(client.receivedReply());
         helper.scheduler.runPending();
@@ -99,10 +99,9 @@ private Q_SLOTS:
     void silentDaemonTimesOutAfterThirtyRetries()
     {
         test::HelperHarness helper;
-        QVERIFY(startEnabledDaemon(helper, {QStringLiteral("--silent")}));
+        QVERIFY(startEnabledDaemon(helper, {u"--silent"_s}));
         XPCClient& client = helper.client();
         helper.alerts.answers = {AlertAnswer::firstButton, AlertAnswer::secondButton};
-
         client.start();
         for (int retry = 1; retry <= 30; ++retry) {
             helper.scheduler.advance(2s);
@@ -111,18 +110,16 @@ private Q_SLOTS:
         QVERIFY(helper.alerts.shown.empty());
         helper.scheduler.advance(2s); // the 31st retry
         QCOMPARE(helper.alerts.shown.size(), std::size_t(1));
-        QCOMPARE(helper.alerts.shown[0].title, QStringLiteral("Start Quillane Helper timed out"));
-        QCOMPARE(helper.alerts.shown[0].buttons,
-                 (QStringList{QStringLiteral("Keep Trying"), QStringLiteral("Quit")}));
+        QCOMPARE(helper.alerts.shown[0].title, u"Start Quillane Helper timed out"_s);
+        QCOMPARE(helper.alerts.shown[0].buttons, (QStringList{u"Keep Trying"_s, u"Quit"_s}));
         QCOMPARE(client.retryCount(), qint64(0)); // "Keep Trying" starts over
         // An enabled daemon needs no registration: retries only ask for its version.
         QCOMPARE(helper.daemonService->registers, 0);
         QCOMPARE(helper.daemonService->statusReads, 2);
         QTRY_VERIFY(helper.calls(version) >= 32);
-
         helper.scheduler.advance(62s);
         QCOMPARE(helper.alerts.shown.size(), std::size_t(2));
-        QCOMPARE(helper.application.calls.count(QStringLiteral("terminate")), 1); // "Quit"
+        QCOMPARE(helper.application.calls.count(u"terminate"_s), 1); // "Quit"
         helper.scheduler.advance(60s);
         QCOMPARE(helper.alerts.shown.size(), std::size_t(2)); // no timer outlives the alert
     }
@@ -132,18 +129,16 @@ private Q_SLOTS:
     void olderDaemonNeedsNoRegistration()
     {
         test::HelperHarness helper;
-        QVERIFY(startEnabledDaemon(helper, {QStringLiteral("--version"), QStringLiteral("15")}));
-        XPCClient& client = helper.client(QStringLiteral("17"));
+        QVERIFY(startEnabledDaemon(helper, {u"--version"_s, u"15"_s}));
+        XPCClient& client = helper.client(u"17"_s);
         const int reads = helper.daemonService->statusReads;
-
         client.start();
         QTRY_VERIFY(client.shouldUpdate());
         QCOMPARE(helper.daemonService->statusReads, reads + 1);
         helper.scheduler.runPending(); // stores the build and reads it once more
         QCOMPARE(client.helperBuildNumber(), qint64(15));
-        QCOMPARE(client.helperBuildString(), QStringLiteral("15"));
+        QCOMPARE(client.helperBuildString(), u"15"_s);
         QTRY_COMPARE(helper.calls(version), 2);
-
         helper.scheduler.advance(499ms);
         QVERIFY(client.shouldUpdate());
         helper.scheduler.advance(1ms);
@@ -157,12 +152,9 @@ private Q_SLOTS:
 
     void statusReply_data()
     {
-        QTest::addColumn<QStringList>("script");
-        QTest::addColumn<QString>("status");
-        QTest::newRow("answered") << QStringList{QStringLiteral("--status"),
-                                                 QStringLiteral("running")}
-                                  << QStringLiteral("running");
-        QTest::newRow("absent") << QStringList() << QStringLiteral("checking");
+        columns<QStringList, QString>("script", "status");
+        QTest::newRow("answered") << QStringList{u"--status"_s, u"running"_s} << u"running"_s;
+        QTest::newRow("absent") << QStringList() << u"checking"_s;
     }
     void statusReply()
     {
@@ -172,33 +164,32 @@ private Q_SLOTS:
         QVERIFY(helper.startDaemon(script));
         XPCClient& client = helper.client();
         client.xpcStatus(); // no connection yet: nothing is asked
-        QCOMPARE(client.helperStatus(), QStringLiteral("checking"));
+        QCOMPARE(client.helperStatus(), u"checking"_s);
         client.updateBuild();
         client.xpcStatus();
-        QTRY_COMPARE(helper.calls(QStringLiteral("replyStatusWithReply")), 1);
+        QTRY_COMPARE(helper.calls(u"replyStatusWithReply"_s), 1);
         QTRY_COMPARE(client.helperStatus(), status);
     }
 
     void uninstall_data()
     {
-        QTest::addColumn<QString>("reply");
-        QTest::addColumn<bool>("accepted");
-        QTest::newRow("accepted") << QStringLiteral("Uninstalling") << true;
-        QTest::newRow("letter case differs") << QStringLiteral("uninstalling") << false;
+        columns<QString, bool>("reply", "accepted");
+        QTest::newRow("accepted") << u"Uninstalling"_s << true;
+        QTest::newRow("letter case differs") << u"uninstalling"_s << false;
     }
     void uninstall()
     {
         QFETCH(QString, reply);
         QFETCH(bool, accepted);
         test::HelperHarness helper;
-        QVERIFY(helper.startDaemon({QStringLiteral("--uninstall-reply"), reply}));
+        QVERIFY(helper.startDaemon({u"--uninstall-reply"_s, reply}));
         test::ConsoleCapture console;
         XPCClient& client = helper.client();
         client.uninstallQuillane();
         QTRY_VERIFY(client.uninstallerReplied());
         helper.scheduler.runPending();
-        QVERIFY(helper.uninstallArguments().contains(QStringLiteral("/usr/bin/quillane")));
-        QCOMPARE(helper.application.calls.count(QStringLiteral("terminate")), accepted ? 1 : 0);
+        QVERIFY(helper.uninstallArguments().contains(u"/usr/bin/quillane"_s));
+        QCOMPARE(helper.application.calls.count(u"terminate"_s), accepted ? 1 : 0);
         QCOMPARE(helper.loginService->unregisters, accepted ? 1 : 0);
         QCOMPARE(console.count("Uninstall Failed"), accepted ? 0 : 1);
     }
@@ -207,11 +198,9 @@ private Q_SLOTS:
     // where the package manager cannot, the user is given the command.
     void uninstallFromAPackage_data()
     {
-        QTest::addColumn<bool>("hasManager");
-        QTest::addColumn<QString>("refusal");
-        QTest::addColumn<int>("terminations");
+        columns<bool, QString, int>("hasManager", "refusal", "terminations");
         QTest::newRow("removed") << true << QString() << 1;
-        QTest::newRow("refused") << true << QStringLiteral("Not authorized") << 0;
+        QTest::newRow("refused") << true << u"Not authorized"_s << 0;
         QTest::newRow("no package manager") << false << QString() << 0;
     }
     void uninstallFromAPackage()
@@ -220,63 +209,52 @@ private Q_SLOTS:
         QFETCH(QString, refusal);
         QFETCH(int, terminations);
         test::HelperHarness helper;
-        QVERIFY(helper.startDaemon(
-            {QStringLiteral("--uninstall-reply"), QStringLiteral("Uninstalling")}));
+        QVERIFY(helper.startDaemon({u"--uninstall-reply"_s, u"Uninstalling"_s}));
         test::ScriptedPackageManager manager;
         manager.refusal = refusal.toStdString();
-        helper.package = QStringLiteral("quillane");
+        helper.package = u"quillane"_s;
         helper.packageManager = hasManager ? &manager : nullptr;
         test::ConsoleCapture console;
         XPCClient& client = helper.client();
         client.uninstallQuillane();
         helper.scheduler.runPending();
-        QCOMPARE(manager.removals,
-                 hasManager ? QStringList{QStringLiteral("quillane")} : QStringList());
-        QCOMPARE(helper.application.calls.count(QStringLiteral("terminate")), terminations);
+        QCOMPARE(manager.removals, hasManager ? QStringList{u"quillane"_s} : QStringList());
+        QCOMPARE(helper.application.calls.count(u"terminate"_s), terminations);
         QCOMPARE(helper.loginService->unregisters, terminations);
         QCOMPARE(helper.alerts.shown.size(), std::size_t(terminations ? 0 : 1));
         if (!terminations) {
-            QVERIFY(helper.alerts.shown[0].informativeText.contains(
-                QStringLiteral("sudo apt remove quillane")));
+            QVERIFY(helper.alerts.shown[0].informativeText.contains(u"sudo apt remove quillane"_s));
             QCOMPARE(console.count("Uninstall Failed: "), 1);
         }
         // A call on the same connection after it: the daemon answers in order.
         client.updateBuild();
         QTRY_COMPARE(helper.calls(version), 1);
-        QCOMPARE(helper.calls(QStringLiteral("uninstall")), 0);
+        QCOMPARE(helper.calls(u"uninstall"_s), 0);
     }
 
     // The access page's fix: the daemon's answer comes back as done (nothing) or why not; polkit
     // may ask the user, since an administrator approves it.
     void repairHomeTrash_data()
     {
-        QTest::addColumn<QStringList>("answer");
-        QTest::addColumn<QString>("failure");
-        QTest::addColumn<std::optional<QString>>("error");
-        QTest::newRow("done") << QStringList() << QString() << std::optional<QString>();
+        columns<QStringList, std::optional<QString>>("script", "error");
+        QTest::newRow("done") << QStringList() << std::optional<QString>();
         QTest::newRow("refused with a reason")
-            << QStringList{QStringLiteral("not your trash")} << QString()
-            << std::optional<QString>(QStringLiteral("not your trash"));
-        QTest::newRow("not authorised") << QStringList() << QStringLiteral("Not authorized")
-                                        << std::optional<QString>(QStringLiteral("Not authorized"));
+            << QStringList{u"--repair-answer"_s, u"not your trash"_s}
+            << std::optional<QString>(u"not your trash"_s);
+        QTest::newRow("not authorised") << QStringList{u"--repair-failure"_s, u"Not authorized"_s}
+                                        << std::optional<QString>(u"Not authorized"_s);
     }
     void repairHomeTrash()
     {
-        QFETCH(QStringList, answer);
-        QFETCH(QString, failure);
+        QFETCH(QStringList, script);
         test::HelperHarness helper;
-        QStringList script = answer.isEmpty()
-                                 ? QStringList()
-                                 : QStringList{QStringLiteral("--repair-answer")} + answer;
-        if (!failure.isEmpty())
-            script << QStringLiteral("--repair-failure") << failure;
         QVERIFY(helper.startDaemon(script));
         XPCClient& client = helper.client();
         std::optional<std::optional<QString>> outcome;
         client.repairHomeTrash([&](std::optional<QString> error) { outcome = error; });
         QTRY_VERIFY(outcome.has_value());
         QTEST(*outcome, "error");
-        QCOMPARE(helper.calls(QStringLiteral("repairHomeTrash")), 1);
+        QCOMPARE(helper.calls(u"repairHomeTrash"_s), 1);
         QVERIFY(helper.repairWasInteractive());
     }
 
@@ -284,16 +262,13 @@ private Q_SLOTS:
     // than batches gets them one at a time.
     void deleteReports_data()
     {
-        QTest::addColumn<QStringList>("script");
-        QTest::addColumn<QString>("logLine");
-        QTest::addColumn<int>("notifications");
-        QTest::addColumn<int>("singleCalls");
-        QTest::newRow("removed") << QStringList() << QStringLiteral(", Removed") << 3 << 0;
-        QTest::newRow("refused") << QStringList{QStringLiteral("--delete-error"),
-                                                QStringLiteral("Operation not permitted")}
-                                 << QStringLiteral(", Error Operation not permitted") << 0 << 0;
+        columns<QStringList, QString, int, int>("script", "logLine", "notifications",
+                                                "singleCalls");
+        QTest::newRow("removed") << QStringList() << u", Removed"_s << 3 << 0;
+        QTest::newRow("refused") << QStringList{u"--delete-error"_s, u"Operation not permitted"_s}
+                                 << u", Error Operation not permitted"_s << 0 << 0;
         QTest::newRow("a daemon without batches")
-            << QStringList{QStringLiteral("--no-batches")} << QStringLiteral(", Removed") << 3 << 3;
+            << QStringList{u"--no-batches"_s} << u", Removed"_s << 3 << 3;
     }
     void deleteReports()
     {
@@ -306,7 +281,6 @@ private Q_SLOTS:
         test::SystemLogCapture log;
         XPCClient& client = helper.client();
         QSignalSpy removed(&client, &XPCClient::xpcDidDelete);
-
         const QByteArrayList items = {"/trash/files/a b", "/trash/files/c\nd", "/trash/files/-e"};
         for (const QByteArray& item : items)
             client.deleteFile(std::filesystem::path(item.toStdString()));
@@ -315,8 +289,8 @@ private Q_SLOTS:
         for (const QByteArray& item : items)
             QTRY_VERIFY(log.has("URL: " + item.toStdString() + logLine.toStdString()));
         helper.scheduler.runPending();
-        QCOMPARE(helper.calls(QStringLiteral("deleteFiles")), 1);
-        QCOMPARE(helper.calls(QStringLiteral("deleteFile")), singleCalls);
+        QCOMPARE(helper.calls(u"deleteFiles"_s), 1);
+        QCOMPARE(helper.calls(u"deleteFile"_s), singleCalls);
         QCOMPARE(removed.size(), notifications);
         for (int i = 0; i < notifications; ++i)
             QCOMPARE(removed[i][0].value<std::filesystem::path>(), items[i].toStdString());
@@ -325,19 +299,19 @@ private Q_SLOTS:
     void postedVersionIsStored()
     {
         test::HelperHarness helper;
-        QVERIFY(helper.startDaemon({QStringLiteral("--post-version"), QStringLiteral("21")}));
+        QVERIFY(helper.startDaemon({u"--post-version"_s, u"21"_s}));
         XPCClient& client = helper.client();
         QSignalSpy changed(&client, &XPCClient::helperBuildStringChanged);
         client.updateBuild();
         QTRY_COMPARE(helper.calls(version), 1);
         QTRY_VERIFY((helper.scheduler.runPending(), changed.count() > 0));
-        QCOMPARE(client.helperBuildString(), QStringLiteral("21"));
+        QCOMPARE(client.helperBuildString(), u"21"_s);
     }
 
     void vanishingDaemonInterruptsTheConnection()
     {
         test::HelperHarness helper;
-        QVERIFY(helper.startDaemon({QStringLiteral("--exit-on-delete")}));
+        QVERIFY(helper.startDaemon({u"--exit-on-delete"_s}));
         test::SystemLogCapture log;
         XPCClient& client = helper.client();
         client.deleteFile(std::filesystem::path("/trash/files/x"));
@@ -367,7 +341,7 @@ private Q_SLOTS:
     void busGoingAwayInvalidatesAPendingCall()
     {
         test::HelperHarness helper;
-        QVERIFY(helper.startDaemon({QStringLiteral("--silent")}));
+        QVERIFY(helper.startDaemon({u"--silent"_s}));
         test::SystemLogCapture log;
         XPCClient& client = helper.client();
         client.updateBuild();
@@ -381,15 +355,14 @@ private Q_SLOTS:
     void waitingForTheDaemonTimesOutAfterSixtyTicks()
     {
         test::HelperHarness helper;
-        QVERIFY(helper.startDaemon({QStringLiteral("--silent")}));
+        QVERIFY(helper.startDaemon({u"--silent"_s}));
         XPCClient& client = helper.client();
         helper.alerts.answers = {AlertAnswer::firstButton, AlertAnswer::secondButton};
         helper.scheduler.runPending();
         helper.registrationQueue.hold = true;
-
         const auto timeouts = [&] {
             return std::ranges::count(helper.alerts.shown,
-                                      QStringLiteral("Registering Quillane Helper timed out"),
+                                      u"Registering Quillane Helper timed out"_s,
                                       &AlertRequest::title);
         };
         client.waitAndStart();
@@ -398,13 +371,13 @@ private Q_SLOTS:
         helper.scheduler.advance(1s); // the 61st tick
         QCOMPARE(timeouts(), 1);
         QCOMPARE(helper.registrationQueue.held.size(), std::size_t(1));
-        QVERIFY(!helper.alerts.shown[0].informativeText.contains(QStringLiteral("Mac")));
+        QVERIFY(!helper.alerts.shown[0].informativeText.contains(u"Mac"_s));
     }
 
     void waitingEndsOnceTheDaemonIsEnabled()
     {
         test::HelperHarness helper;
-        QVERIFY(helper.startDaemon({QStringLiteral("--version"), QStringLiteral("17")}));
+        QVERIFY(helper.startDaemon({u"--version"_s, u"17"_s}));
         XPCClient& client = helper.client();
         helper.scheduler.runPending();
         const int reads = helper.daemonService->statusReads;
@@ -416,7 +389,6 @@ private Q_SLOTS:
         helper.scheduler.advance(60s);
         QCOMPARE(helper.daemonService->statusReads, reads + 1);
         QCOMPARE(helper.calls(version), 0);
-
         client.waitAndStart(); // the user asks again
         helper.scheduler.advance(1s);
         QVERIFY(!client.helperMissing());

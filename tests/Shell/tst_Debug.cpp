@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 using namespace quillane;
+using namespace Qt::StringLiterals;
 namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
 
@@ -21,27 +22,20 @@ const QDateTime secondTime(QDate(2025, 11, 30), QTime(8, 59, 0));
 const std::string readError = "Error reading: File not found";
 const std::string writeError = "Error writing content";
 
-BundleInfo build(std::optional<QString> buildVersion = QStringLiteral("417"))
+void write(const QString& text, const fs::path& home, const QDateTime& time = firstTime,
+           std::optional<QString> buildVersion = u"417"_s)
 {
     BundleInfo bundle;
     bundle.buildVersion = buildVersion;
-    return bundle;
-}
-
-DebugLogContext at(const fs::path& home, const QDateTime& time)
-{
-    return {[home](const QString&) { return std::optional(home); }, [time] { return time; }};
-}
-
-void write(const QString& text, const fs::path& home, const QDateTime& time = firstTime)
-{
-    Debug::writeToFile(text, QStringLiteral("someone"), build(), at(home, time));
+    Debug::writeToFile(
+        text, u"someone"_s, bundle,
+        {[home](const QString&) { return std::optional(home); }, [time] { return time; }});
 }
 
 QByteArray entry(const QDateTime& time, const QString& text)
 {
-    return (QLocale::system().toString(time, QLocale::ShortFormat) + QStringLiteral(" - |417| - ") +
-            text + u'\n')
+    return (QLocale::system().toString(time, QLocale::ShortFormat) + u" - |417| - "_s + text +
+            u'\n')
         .toUtf8();
 }
 
@@ -62,12 +56,11 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("existing"); // null: no log yet
         QTest::addColumn<QString>("text");
-        QTest::newRow("first entry") << QByteArray() << QStringLiteral("Volumes published");
-        QTest::newRow("multi-line text") << QByteArray() << QStringLiteral("one\ntwo\n  three");
-        QTest::newRow("separators, non-ASCII") << QByteArray() << QStringLiteral("Müll | - |x|");
+        QTest::newRow("first entry") << QByteArray() << u"Volumes published"_s;
+        QTest::newRow("multi-line text") << QByteArray() << u"one\ntwo\n  three"_s;
+        QTest::newRow("separators, non-ASCII") << QByteArray() << u"Müll | - |x|"_s;
         QTest::newRow("old bytes kept") << QByteArray("old\n\xff\xfe no line feed") << QString();
     }
-
     // Each entry is one "<time> - |<build>| - <text>" line appended to what is there; a
     // missing log is said once and started.
     void entries()
@@ -82,13 +75,11 @@ private Q_SLOTS:
             test::writeFile(log, existing.toStdString());
         const Lines reported = existing.isNull() ? Lines{readError} : Lines{};
         test::ConsoleCapture console;
-
         write(text, home);
         QCOMPARE(contents(log), existing + entry(firstTime, text));
         QCOMPARE(console.lines(), reported);
-        write(QStringLiteral("again"), home, secondTime);
-        QCOMPARE(contents(log),
-                 existing + entry(firstTime, text) + entry(secondTime, QStringLiteral("again")));
+        write(u"again"_s, home, secondTime);
+        QCOMPARE(contents(log), existing + entry(firstTime, text) + entry(secondTime, u"again"_s));
         QCOMPARE(console.lines(), reported);
     }
 
@@ -99,8 +90,7 @@ private Q_SLOTS:
         const fs::path home = dir.path().toStdString();
         test::makeFolder(home / "Desktop");
         test::ConsoleCapture console;
-        Debug::writeToFile(QStringLiteral("text"), QStringLiteral("someone"), build(std::nullopt),
-                           at(home, firstTime));
+        write(u"text"_s, home, firstTime, std::nullopt);
         QVERIFY(fs::is_empty(home / "Desktop"));
         QCOMPARE(console.lines(), Lines{});
     }
@@ -109,18 +99,17 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("userDirs"); // null: none; @ROOT@ is the test's folder
         QTest::addColumn<QString>("desktop");
-        QTest::newRow("no user-dirs.dirs") << QByteArray() << QStringLiteral("home/Desktop");
-        QTest::newRow("under $HOME") << QByteArray("XDG_DESKTOP_DIR=\"$HOME/Schreibtisch\"\n")
-                                     << QStringLiteral("home/Schreibtisch");
+        QTest::newRow("no user-dirs.dirs") << QByteArray() << u"home/Desktop"_s;
+        QTest::newRow("under $HOME")
+            << QByteArray("XDG_DESKTOP_DIR=\"$HOME/Schreibtisch\"\n") << u"home/Schreibtisch"_s;
         QTest::newRow("absolute") << QByteArray("XDG_DESKTOP_DIR=\"@ROOT@/elsewhere\"")
-                                  << QStringLiteral("elsewhere");
+                                  << u"elsewhere"_s;
         QTest::newRow("comments, other keys, escapes, the last one wins")
             << QByteArray("# XDG_DESKTOP_DIR=\"$HOME/commented\"\nXDG_MUSIC_DIR=\"$HOME/M\"\n"
                           "XDG_DESKTOP_DIR=\"$HOME/earlier\"\n"
                           "  XDG_DESKTOP_DIR=\"$HOME/Bureau \\\"2\\\"\"\n")
-            << QStringLiteral("home/Bureau \"2\"");
+            << u"home/Bureau \"2\""_s;
     }
-
     void desktopFolder()
     {
         QFETCH(QByteArray, userDirs);
@@ -131,10 +120,9 @@ private Q_SLOTS:
             test::writeFile(root / "home/.config/user-dirs.dirs",
                             userDirs.replace("@ROOT@", root.c_str()).toStdString());
         test::makeFolder(root / desktop.toStdString());
-
-        write(QStringLiteral("here"), root / "home");
+        write(u"here"_s, root / "home");
         QCOMPARE(contents(root / desktop.toStdString() / "quillane_debug_log.txt"),
-                 entry(firstTime, QStringLiteral("here")));
+                 entry(firstTime, u"here"_s));
     }
 
     // A desktop folder the user may not write to: the failure is said and the old log stays
@@ -149,10 +137,9 @@ private Q_SLOTS:
         test::writeFile(log, "old entry\n");
         QCOMPARE(chmod(dir.path().toLocal8Bit().constData(), 0755), 0);
         QCOMPARE(chmod(log.c_str(), 0666), 0);
-
         const int exitCode = test::runAsUser(test::nobody, [&] {
             test::ConsoleCapture console;
-            write(QStringLiteral("new"), home);
+            write(u"new"_s, home);
             return console.lines() == Lines{writeError} ? 0 : 1;
         });
         QCOMPARE(exitCode, 0);
@@ -162,13 +149,13 @@ private Q_SLOTS:
 
     void alert()
     {
-        const QString message = QStringLiteral("The helper did not answer.");
+        const QString message = u"The helper did not answer."_s;
         test::ScriptedAlerts alerts;
         Debug::alert(alerts, message);
         QCOMPARE(alerts.shown.size(), 1u);
-        QCOMPARE(alerts.shown[0].title, QStringLiteral("Quillane Alert"));
+        QCOMPARE(alerts.shown[0].title, u"Quillane Alert"_s);
         QCOMPARE(alerts.shown[0].informativeText, message);
-        QCOMPARE(alerts.shown[0].buttons, QStringList{QStringLiteral("Ok")});
+        QCOMPARE(alerts.shown[0].buttons, QStringList{u"Ok"_s});
         QVERIFY(!alerts.shown[0].showsSuppressionButton);
     }
 };

@@ -7,6 +7,7 @@
 #include <QTest>
 
 using namespace quillane;
+using namespace Qt::StringLiterals;
 
 class TestTerminationHelper : public QObject
 {
@@ -21,7 +22,6 @@ private Q_SLOTS:
         QTest::addColumn<bool>("asked");
         QTest::addColumn<bool>("quits");
         QTest::addColumn<bool>("suppressedAfter");
-
         const int quit = AlertAnswer::firstButton;
         const int cancel = AlertAnswer::secondButton;
         QTest::newRow("suppressed: quits at once")
@@ -39,35 +39,29 @@ private Q_SLOTS:
         QFETCH(int, button);
         QFETCH(bool, tick);
         QFETCH(bool, asked);
-        QFETCH(bool, quits);
-        QFETCH(bool, suppressedAfter);
-
         QTemporaryDir dir;
-        SettingsUserDefaults defaults(dir.filePath(QStringLiteral("defaults.ini")));
+        SettingsUserDefaults defaults(dir.filePath(u"defaults.ini"_s));
         if (suppressed)
             defaults.setBool(Constant::quitSuppressionKey, true);
         test::ScriptedAlerts alerts;
         alerts.answers << button;
         alerts.ticks << tick;
         test::RecordingApplication application;
-
         TerminationHelper::terminationCheck(defaults, alerts, application);
-
         QCOMPARE(alerts.shown.size(), asked ? 1u : 0u);
         if (asked) {
             const AlertRequest& alert = alerts.shown.front();
-            QCOMPARE(alert.title, QStringLiteral("Are you sure you want to quit Quillane?"));
+            QCOMPARE(alert.title, u"Are you sure you want to quit Quillane?"_s);
             QCOMPARE(alert.informativeText,
                      QStringLiteral("Quitting will remove Quillane from your tray. Trash will "
                                     "empty for all mounted volumes."));
-            QCOMPARE(alert.buttons,
-                     (QStringList{QStringLiteral("Quit"), QStringLiteral("Cancel")}));
+            QCOMPARE(alert.buttons, (QStringList{u"Quit"_s, u"Cancel"_s}));
             QVERIFY(alert.showsSuppressionButton);
         }
-        QCOMPARE(application.calls.contains(QStringLiteral("terminate")), quits);
+        QTEST(application.calls.contains(u"terminate"_s), "quits");
         // What the next quit reads, through a second store on the same file.
-        SettingsUserDefaults reread(dir.filePath(QStringLiteral("defaults.ini")));
-        QCOMPARE(reread.boolValue(Constant::quitSuppressionKey), suppressedAfter);
+        SettingsUserDefaults reread(dir.filePath(u"defaults.ini"_s));
+        QTEST(reread.boolValue(Constant::quitSuppressionKey), "suppressedAfter");
     }
 };
 

@@ -13,18 +13,24 @@
 #include <QTest>
 
 using namespace quillane;
+using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
 namespace
 {
 
+template <typename... T> void columns(const auto&... names)
+{
+    (QTest::addColumn<T>(names), ...);
+}
+
 const QByteArray sparkle = "http://www.andymatuschak.org/xml-namespaces/sparkle";
-const QUrl releasePage(QStringLiteral("https://quillane.velmoric.com/releases/1.5"));
-const QString upToDate = QStringLiteral("You’re up to date!");
-const QString newVersion = QStringLiteral("A new version of Quillane is available!");
-const QString checkFailed = QStringLiteral("Update Check Failed");
-const QString question = QStringLiteral("Check for updates automatically?");
+const QUrl releasePage(u"https://quillane.velmoric.com/releases/1.5"_s);
+const QString upToDate = u"You’re up to date!"_s;
+const QString newVersion = u"A new version of Quillane is available!"_s;
+const QString checkFailed = u"Update Check Failed"_s;
+const QString question = u"Check for updates automatically?"_s;
 
 QByteArray rss(const QByteArray& items, const QByteArray& ns = sparkle)
 {
@@ -46,27 +52,25 @@ QByteArray item(const QByteArray& build, const QByteArray& version = {},
 }
 
 // Answers every request on loopback with one canned HTTP response; status 0: nothing listens.
-class FeedServer
-{
-public:
+struct FeedServer {
     explicit FeedServer(const QByteArray& body, int status = 200)
-        : m_response("HTTP/1.1 " + QByteArray::number(status) +
-                     (status == 404 ? " Not Found" : " OK") +
-                     "\r\nContent-Type: application/rss+xml\r\nContent-Length: " +
-                     QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body)
+        : response("HTTP/1.1 " + QByteArray::number(status) +
+                   (status == 404 ? " Not Found" : " OK") +
+                   "\r\nContent-Type: application/rss+xml\r\nContent-Length: " +
+                   QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body)
     {
-        m_server.listen(QHostAddress::LocalHost);
-        url = QUrl(QStringLiteral("http://127.0.0.1:%1/appcast.xml").arg(m_server.serverPort()));
+        server.listen(QHostAddress::LocalHost);
+        url = QUrl(u"http://127.0.0.1:%1/appcast.xml"_s.arg(server.serverPort()));
         if (status == 0)
-            m_server.close();
-        QObject::connect(&m_server, &QTcpServer::newConnection, [this] {
-            while (QTcpSocket* socket = m_server.nextPendingConnection()) {
+            server.close();
+        QObject::connect(&server, &QTcpServer::newConnection, [this] {
+            while (QTcpSocket* socket = server.nextPendingConnection()) {
                 QObject::connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
                     if (!socket->peek(8192).contains("\r\n\r\n"))
                         return;
                     socket->readAll();
                     ++requests;
-                    socket->write(m_response);
+                    socket->write(response);
                     socket->disconnectFromHost();
                 });
                 QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
@@ -74,12 +78,10 @@ public:
         });
     }
 
+    QByteArray response;
+    QTcpServer server;
     QUrl url;
     int requests = 0;
-
-private:
-    QTcpServer m_server;
-    QByteArray m_response;
 };
 
 // Each launch makes a new update checker over the same stored defaults and clock.
@@ -87,8 +89,8 @@ struct Launches {
     Updater& launch(const QUrl& feed, bool fromPackage = false)
     {
         BundleInfo bundle;
-        bundle.buildVersion = QStringLiteral("5");
-        bundle.shortVersion = QStringLiteral("1.4");
+        bundle.buildVersion = u"5"_s;
+        bundle.shortVersion = u"1.4"_s;
         updater = std::make_unique<Updater>(
             Updater::Services{alerts, workspace, defaults, scheduler, bundle, feed,
                               [fromPackage] { return fromPackage; }});
@@ -107,7 +109,7 @@ struct Launches {
     QTemporaryDir dir;
     test::ScriptedAlerts alerts;
     test::RecordingWorkspace workspace;
-    SettingsUserDefaults defaults{dir.filePath(QStringLiteral("settings.ini"))};
+    SettingsUserDefaults defaults{dir.filePath(u"settings.ini"_s)};
     VirtualScheduler scheduler;
     std::unique_ptr<Updater> updater;
 };
@@ -121,40 +123,38 @@ class TestUpdater : public QObject
 private Q_SLOTS:
     void appcast_data()
     {
-        QTest::addColumn<QByteArray>("feed");
-        QTest::addColumn<quint64>("build");
-        QTest::addColumn<QString>("version");
-        QTest::addColumn<QUrl>("page");
-        QTest::addColumn<QString>("error"); // empty: the feed is read
-        const QUrl notes(QStringLiteral("https://quillane.velmoric.com/notes/58.html"));
+        // an empty error: the feed is read
+        columns<QByteArray, quint64, QString, QUrl, QString>("feed", "build", "version", "page",
+                                                             "error");
+        const QUrl notes(u"https://quillane.velmoric.com/notes/58.html"_s);
+        const auto reads = [](const char* name, const QByteArray& feed, quint64 build,
+                              const char* version, const QUrl& page) {
+            QTest::newRow(name) << feed << build << QString::fromUtf8(version) << page << QString();
+        };
         const auto fails = [](const char* name, const QByteArray& feed, const char* error) {
             QTest::newRow(name) << feed << quint64(0) << QString() << QUrl()
                                 << QString::fromLatin1(error);
         };
-
-        QTest::newRow("attributes") << rss(item("57", "1.4.2")) << quint64(57)
-                                    << QStringLiteral("1.4.2") << releasePage << QString();
-        QTest::newRow("elements, release notes link")
-            << rss("<item><sparkle:version> 58 </sparkle:version><sparkle:shortVersionString>1.5"
-                   "</sparkle:shortVersionString><sparkle:releaseNotesLink>" +
-                   notes.toEncoded() + "</sparkle:releaseNotesLink><enclosure url=\"x\"/></item>")
-            << quint64(58) << QStringLiteral("1.5") << notes << QString();
-        QTest::newRow("the highest build wherever it stands, with no version to show")
-            << rss(item("12", "1.2") + item("140") + item("9", "1.1")) << quint64(140)
-            << QStringLiteral("140") << releasePage << QString();
-        QTest::newRow("items without a decimal build are passed over")
-            << rss(item({}, "9.0") + item("3", "0.3") + item("1.2.3", "1.2.3") + item("+7") +
-                   item("99999999999999999999999"))
-            << quint64(3) << QStringLiteral("0.3") << releasePage << QString();
-        QTest::newRow("another prefix for the namespace")
-            << QByteArray("<rss xmlns:s=\"" + sparkle +
-                          "\"><channel><item><enclosure s:version=\"4\" "
-                          "s:shortVersionString=\"0.4\"/></item><item><s:version>7</s:version>"
-                          "<s:shortVersionString>0.7</s:shortVersionString></item></channel></rss>")
-            << quint64(7) << QStringLiteral("0.7") << QUrl() << QString();
-        QTest::newRow("a link that is no web page")
-            << rss(item("6", "0.6", "smb://quillane.velmoric.com/setup")) << quint64(6)
-            << QStringLiteral("0.6") << QUrl() << QString();
+        reads("attributes", rss(item("57", "1.4.2")), 57, "1.4.2", releasePage);
+        reads("elements, release notes link",
+              rss("<item><sparkle:version> 58 </sparkle:version><sparkle:shortVersionString>1.5"
+                  "</sparkle:shortVersionString><sparkle:releaseNotesLink>" +
+                  notes.toEncoded() + "</sparkle:releaseNotesLink><enclosure url=\"x\"/></item>"),
+              58, "1.5", notes);
+        reads("the highest build wherever it stands, with no version to show",
+              rss(item("12", "1.2") + item("140") + item("9", "1.1")), 140, "140", releasePage);
+        reads("items without a decimal build are passed over",
+              rss(item({}, "9.0") + item("3", "0.3") + item("1.2.3", "1.2.3") + item("+7") +
+                  item("99999999999999999999999")),
+              3, "0.3", releasePage);
+        reads("another prefix for the namespace",
+              "<rss xmlns:s=\"" + sparkle +
+                  "\"><channel><item><enclosure s:version=\"4\" "
+                  "s:shortVersionString=\"0.4\"/></item><item><s:version>7</s:version>"
+                  "<s:shortVersionString>0.7</s:shortVersionString></item></channel></rss>",
+              7, "0.7", QUrl());
+        reads("a link that is no web page",
+              rss(item("6", "0.6", "smb://quillane.velmoric.com/setup")), 6, "0.6", QUrl());
         fails("another namespace", rss(item("6"), "http://example.com/other"), "no release");
         fails("a web page", "<html><body>Not here</body></html>", "not an RSS feed");
         fails("cut short", rss(item("9")).left(150), "not well-formed");
@@ -180,38 +180,33 @@ private Q_SLOTS:
 
     void checkForUpdates_data()
     {
-        QTest::addColumn<int>("status"); // 0: no server
-        QTest::addColumn<QByteArray>("body");
-        QTest::addColumn<bool>("fromPackage");
-        QTest::addColumn<int>("answer");
-        QTest::addColumn<QString>("title");
-        QTest::addColumn<QStringList>("said"); // parts of the text
+        // status 0: no server; said: parts of the text
+        columns<int, QByteArray, bool, int, QString, QStringList>("status", "body", "fromPackage",
+                                                                  "answer", "title", "said");
         const QByteArray newer = rss(item("4", "1.3") + item("6", "1.5"));
-        const QString failed = QStringLiteral("could not be made");
-        const QString ours = QStringLiteral("1.4 (5)");
-        const QString theirs = QStringLiteral("1.5 (6)");
-
+        const QString failed = u"could not be made"_s;
+        const QString ours = u"1.4 (5)"_s;
+        const QString theirs = u"1.5 (6)"_s;
         QTest::newRow("newer, viewed")
             << 200 << newer << false << 1000 << newVersion << QStringList{theirs, ours};
         QTest::newRow("newer, later")
             << 200 << newer << false << 1001 << newVersion << QStringList{theirs, ours};
         QTest::newRow("newer, installed from a package")
             << 200 << newer << true << 1000 << newVersion
-            << QStringList{theirs, QStringLiteral("package manager")};
+            << QStringList{theirs, u"package manager"_s};
         QTest::newRow("same build")
             << 200 << rss(item("5", "1.4")) << false << 1000 << upToDate << QStringList{ours};
         QTest::newRow("older build")
             << 200 << rss(item("4", "1.3")) << false << 1000 << upToDate << QStringList{ours};
-        QTest::newRow("broken feed")
-            << 200 << QByteArray("<rss><channel><item>") << false << 1000 << checkFailed
-            << QStringList{failed, QStringLiteral("not well-formed")};
+        QTest::newRow("broken feed") << 200 << QByteArray("<rss><channel><item>") << false << 1000
+                                     << checkFailed << QStringList{failed, u"not well-formed"_s};
         QTest::newRow("HTTP 404") << 404 << QByteArray("gone") << false << 1000 << checkFailed
-                                  << QStringList{failed, QStringLiteral("404 (Not Found)")};
+                                  << QStringList{failed, u"404 (Not Found)"_s};
         QTest::newRow("far too large")
             << 200 << QByteArray(rss(item("6")) + QByteArray(2 << 20, ' ')) << false << 1000
-            << checkFailed << QStringList{failed, QStringLiteral("larger than")};
+            << checkFailed << QStringList{failed, u"larger than"_s};
         QTest::newRow("no server") << 0 << QByteArray() << false << 1000 << checkFailed
-                                   << QStringList{failed, QStringLiteral("refused")};
+                                   << QStringList{failed, u"refused"_s};
     }
     // A check the user asked for always says what it found; a newer version's first button
     // opens its release page. Asking again while a check runs joins that check.
@@ -228,7 +223,6 @@ private Q_SLOTS:
         app.alerts.answers = {answer};
         Updater& updater = app.launch(server.url, fromPackage);
         QSignalSpy finished(&updater, &Updater::checkFinished);
-
         updater.checkForUpdates();
         updater.checkForUpdates();
         QVERIFY(finished.wait(10000));
@@ -238,11 +232,10 @@ private Q_SLOTS:
         const AlertRequest& shown = app.alerts.shown.front();
         for (const QString& part : said)
             QVERIFY2(shown.informativeText.contains(part), qPrintable(shown.informativeText));
-        QCOMPARE(shown.informativeText.contains(QStringLiteral("package")), fromPackage);
+        QCOMPARE(shown.informativeText.contains(u"package"_s), fromPackage);
         const bool offered = title == newVersion;
         QCOMPARE(shown.buttons,
-                 (offered ? QStringList{QStringLiteral("View Release"), QStringLiteral("Later")}
-                          : QStringList{QStringLiteral("OK")}));
+                 (offered ? QStringList{u"View Release"_s, u"Later"_s} : QStringList{u"OK"_s}));
         const bool viewed = offered && answer == AlertAnswer::firstButton;
         QCOMPARE(app.workspace.opened, viewed ? QList<QUrl>{releasePage} : QList<QUrl>{});
     }
@@ -278,17 +271,14 @@ private Q_SLOTS:
                 QVERIFY(finished.wait(10000));
             QCOMPARE(server.requests, requestsBefore + (agreed ? 1 : 0));
         };
-
         app.launch(server.url);
         QCOMPARE(app.titles(), QStringList{});
         app.scheduler.advance(24h);
         QVERIFY(!checking());
-
         app.launch(server.url);
         QCOMPARE(app.titles(), QStringList{question});
-        QCOMPARE(
-            app.alerts.shown.front().buttons,
-            (QStringList{QStringLiteral("Check Automatically"), QStringLiteral("Don’t Check")}));
+        QCOMPARE(app.alerts.shown.front().buttons,
+                 (QStringList{u"Check Automatically"_s, u"Don’t Check"_s}));
         after(1min);
         after(24h);
         app.launch(server.url);
@@ -299,11 +289,9 @@ private Q_SLOTS:
 
     void dailyCheck_data()
     {
-        QTest::addColumn<int>("status"); // 0: no server
-        QTest::addColumn<QByteArray>("feed");
-        QTest::addColumn<QStringList>("titles");
-        QTest::addColumn<QString>("console"); // the start of the one line written, if any
-        const QString error = QStringLiteral("Update Check Error: ");
+        // status 0: no server; console: the start of the one line written, if any
+        columns<int, QByteArray, QStringList, QString>("status", "feed", "titles", "console");
+        const QString error = u"Update Check Error: "_s;
         QTest::newRow("up to date") << 200 << rss(item("5")) << QStringList{} << QString();
         QTest::newRow("newer") << 200 << rss(item("6")) << QStringList{newVersion} << QString();
         QTest::newRow("broken feed") << 200 << QByteArray("<rss>") << QStringList{} << error;
@@ -322,7 +310,6 @@ private Q_SLOTS:
             app.defaults.setBool(QLatin1String(key), true);
         QSignalSpy finished(&app.launch(server.url), &Updater::checkFinished);
         test::ConsoleCapture lines;
-
         app.scheduler.advance(1min);
         QVERIFY(finished.wait(10000));
         QTEST(app.titles(), "titles");
@@ -332,23 +319,20 @@ private Q_SLOTS:
 
     void packageOrigin_data()
     {
-        QTest::addColumn<QString>("list");     // a file of the info folder; empty: no folder
-        QTest::addColumn<QByteArray>("lines"); // @ROOT@ is the test's folder
-        QTest::addColumn<bool>("fromPackage");
-        const QString list = QStringLiteral("quillane.list");
+        // list: a file of the info folder, empty for no folder; @ROOT@ in lines: the test's folder
+        columns<QString, QByteArray, bool>("list", "lines", "fromPackage");
+        const QString list = u"quillane.list"_s;
         const QByteArray before = "/.\n/usr\n/usr/share/doc/quillane/copyright\n";
-        QTest::newRow("listed") << list << QByteArray(before + "@ROOT@/usr/bin/quillane\n") << true;
-        QTest::newRow("listed, with an architecture")
-            << QStringLiteral("quillane:amd64.list")
-            << QByteArray(before + "@ROOT@/usr/bin/quillane\n") << true;
+        const QByteArray listed = before + "@ROOT@/usr/bin/quillane\n";
+        QTest::newRow("listed") << list << listed << true;
+        QTest::newRow("listed, with an architecture") << u"quillane:amd64.list"_s << listed << true;
         QTest::newRow("listed under another name of its folder")
             << list << QByteArray(before + "@ROOT@/bin/quillane\n") << true;
         QTest::newRow("another file of that name")
             << list << QByteArray(before + "@ROOT@/opt/quillane\n") << false;
         QTest::newRow("a longer name")
             << list << QByteArray("@ROOT@/usr/bin/quillane-daemon\n") << false;
-        QTest::newRow("not a list of files") << QStringLiteral("quillane.md5sums")
-                                             << QByteArray("@ROOT@/usr/bin/quillane\n") << false;
+        QTest::newRow("not a list of files") << u"quillane.md5sums"_s << listed << false;
         QTest::newRow("no database") << QString() << QByteArray() << false;
     }
     void packageOrigin()
