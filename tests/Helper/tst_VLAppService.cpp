@@ -12,11 +12,6 @@ using namespace quillane;
 namespace
 {
 
-template <typename... T> void columns(const auto&... names)
-{
-    (QTest::addColumn<T>(names), ...);
-}
-
 constexpr int noHandle = INT_MIN;
 constexpr int Add = 0, Remove = 1, RemoveItem = 2, Unregister = 3; // operations
 
@@ -64,7 +59,8 @@ private Q_SLOTS:
     {
         // flags: grant, registered, open settings, login added; lines: the login item's status is
         // read at once, the daemon's comes from the work queue
-        columns<int, int, QString, QByteArrayList>("daemonStatus", "loginStatus", "flags", "lines");
+        test::columns<int, int, QString, QByteArrayList>("daemonStatus", "loginStatus", "flags",
+                                                         "lines");
         QTest::newRow("no handles")
             << noHandle << noHandle << "----" << QByteArrayList{"uh oh", "uh oh"};
         QTest::newRow("not registered")
@@ -161,7 +157,7 @@ private Q_SLOTS:
 
     void loginItemsAndUnregistering_data()
     {
-        columns<int, QString, int, bool, bool, QByteArrayList>(
+        test::columns<int, QString, int, bool, bool, QByteArrayList>(
             "operation", "failure", "loginStatus", "returned", "loginAdded", "lines");
         const QByteArrayList none, failed{"Failed to add to login items"};
         QTest::newRow("add") << Add << "" << 0 << true << true << none;

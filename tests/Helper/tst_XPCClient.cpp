@@ -15,11 +15,6 @@ using namespace std::chrono_literals;
 namespace
 {
 
-template <typename... T> void columns(const auto&... names)
-{
-    (QTest::addColumn<T>(names), ...);
-}
-
 const QString version = u"versionWithReply"_s;
 const std::string invalidated =
     "[QuillaneClient] XPCClient: connection has been invalidated QuillaneClient";
@@ -43,7 +38,7 @@ class TestXPCClient : public QObject
 private Q_SLOTS:
     void buildNumbers_data()
     {
-        columns<QString, qint64>("text", "build");
+        test::columns<QString, qint64>("text", "build");
         QTest::newRow("plain") << u"42"_s << qint64(42);
         QTest::newRow("leading zeros") << u"0012"_s << qint64(12);
         QTest::newRow("one sign") << u"+7"_s << qint64(7);
@@ -61,8 +56,8 @@ private Q_SLOTS:
 
     void versionReplies_data()
     {
-        columns<QStringList, std::optional<QString>, QString, int>("script", "appBuild", "shown",
-                                                                   "buildErrorLines");
+        test::columns<QStringList, std::optional<QString>, QString, int>(
+            "script", "appBuild", "shown", "buildErrorLines");
         const QStringList current{u"--version"_s, u"17"_s};
         const std::optional<QString> ours = u"17"_s;
         const QString unknown = u"unknown"_s;
@@ -152,7 +147,7 @@ private Q_SLOTS:
 
     void statusReply_data()
     {
-        columns<QStringList, QString>("script", "status");
+        test::columns<QStringList, QString>("script", "status");
         QTest::newRow("answered") << QStringList{u"--status"_s, u"running"_s} << u"running"_s;
         QTest::newRow("absent") << QStringList() << u"checking"_s;
     }
@@ -173,7 +168,7 @@ private Q_SLOTS:
 
     void uninstall_data()
     {
-        columns<QString, bool>("reply", "accepted");
+        test::columns<QString, bool>("reply", "accepted");
         QTest::newRow("accepted") << u"Uninstalling"_s << true;
         QTest::newRow("letter case differs") << u"uninstalling"_s << false;
     }
@@ -198,7 +193,7 @@ private Q_SLOTS:
     // where the package manager cannot, the user is given the command.
     void uninstallFromAPackage_data()
     {
-        columns<bool, QString, int>("hasManager", "refusal", "terminations");
+        test::columns<bool, QString, int>("hasManager", "refusal", "terminations");
         QTest::newRow("removed") << true << QString() << 1;
         QTest::newRow("refused") << true << u"Not authorized"_s << 0;
         QTest::newRow("no package manager") << false << QString() << 0;
@@ -236,7 +231,7 @@ private Q_SLOTS:
     // may ask the user, since an administrator approves it.
     void repairHomeTrash_data()
     {
-        columns<QStringList, std::optional<QString>>("script", "error");
+        test::columns<QStringList, std::optional<QString>>("script", "error");
         QTest::newRow("done") << QStringList() << std::optional<QString>();
         QTest::newRow("refused with a reason")
             << QStringList{u"--repair-answer"_s, u"not your trash"_s}
@@ -262,8 +257,8 @@ private Q_SLOTS:
     // than batches gets them one at a time.
     void deleteReports_data()
     {
-        columns<QStringList, QString, int, int>("script", "logLine", "notifications",
-                                                "singleCalls");
+        test::columns<QStringList, QString, int, int>("script", "logLine", "notifications",
+                                                      "singleCalls");
         QTest::newRow("removed") << QStringList() << u", Removed"_s << 3 << 0;
         QTest::newRow("refused") << QStringList{u"--delete-error"_s, u"Operation not permitted"_s}
                                  << u", Error Operation not permitted"_s << 0 << 0;

@@ -20,11 +20,6 @@ namespace fs = std::filesystem;
 namespace
 {
 
-template <typename... T> void columns(const auto&... names)
-{
-    (QTest::addColumn<T>(names), ...);
-}
-
 const QByteArray sparkle = "http://www.andymatuschak.org/xml-namespaces/sparkle";
 const QUrl releasePage(u"https://quillane.velmoric.com/releases/1.5"_s);
 const QString upToDate = u"You’re up to date!"_s;
@@ -124,8 +119,8 @@ private Q_SLOTS:
     void appcast_data()
     {
         // an empty error: the feed is read
-        columns<QByteArray, quint64, QString, QUrl, QString>("feed", "build", "version", "page",
-                                                             "error");
+        test::columns<QByteArray, quint64, QString, QUrl, QString>("feed", "build", "version",
+                                                                   "page", "error");
         const QUrl notes(u"https://quillane.velmoric.com/notes/58.html"_s);
         const auto reads = [](const char* name, const QByteArray& feed, quint64 build,
                               const char* version, const QUrl& page) {
@@ -181,8 +176,8 @@ private Q_SLOTS:
     void checkForUpdates_data()
     {
         // status 0: no server; said: parts of the text
-        columns<int, QByteArray, bool, int, QString, QStringList>("status", "body", "fromPackage",
-                                                                  "answer", "title", "said");
+        test::columns<int, QByteArray, bool, int, QString, QStringList>(
+            "status", "body", "fromPackage", "answer", "title", "said");
         const QByteArray newer = rss(item("4", "1.3") + item("6", "1.5"));
         const QString failed = u"could not be made"_s;
         const QString ours = u"1.4 (5)"_s;
@@ -290,7 +285,7 @@ private Q_SLOTS:
     void dailyCheck_data()
     {
         // status 0: no server; console: the start of the one line written, if any
-        columns<int, QByteArray, QStringList, QString>("status", "feed", "titles", "console");
+        test::columns<int, QByteArray, QStringList, QString>("status", "feed", "titles", "console");
         const QString error = u"Update Check Error: "_s;
         QTest::newRow("up to date") << 200 << rss(item("5")) << QStringList{} << QString();
         QTest::newRow("newer") << 200 << rss(item("6")) << QStringList{newVersion} << QString();
@@ -320,7 +315,7 @@ private Q_SLOTS:
     void packageOrigin_data()
     {
         // list: a file of the info folder, empty for no folder; @ROOT@ in lines: the test's folder
-        columns<QString, QByteArray, bool>("list", "lines", "fromPackage");
+        test::columns<QString, QByteArray, bool>("list", "lines", "fromPackage");
         const QString list = u"quillane.list"_s;
         const QByteArray before = "/.\n/usr\n/usr/share/doc/quillane/copyright\n";
         const QByteArray listed = before + "@ROOT@/usr/bin/quillane\n";

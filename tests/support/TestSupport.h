@@ -12,6 +12,7 @@
 
 #include <QList>
 #include <QStringList>
+#include <QTest>
 #include <algorithm>
 #include <filesystem>
 #include <functional>
@@ -23,6 +24,12 @@
 
 namespace quillane::test
 {
+
+// The columns of a data table in one call: columns<int, QString>("count", "text").
+template <typename... T> void columns(const auto&... names)
+{
+    (QTest::addColumn<T>(names), ...);
+}
 
 // Collects the lines of a process-wide sink (Console, SystemLog) while it lives.
 template <class Log> class LineCapture
