@@ -12,8 +12,8 @@
 
 using namespace quillane;
 using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 namespace fs = std::filesystem;
-using MountRow = std::tuple<std::string, std::string, std::string>;
 
 namespace
 {
@@ -33,6 +33,26 @@ public:
 private:
     const MountTable& m_real;
 };
+
+bool watching(const VolumeObserver& observer, const fs::path& trash)
+{
+    return std::ranges::any_of(observer.monitorEvents(), [&](const auto& monitor) {
+        return monitor->url() == std::optional(trash) && monitor->isMonitoring();
+    });
+}
+
+// Whether the list is the home's volume alone, with its trash.
+bool listsHomeTrash(const test::ModelHarness& model)
+{
+    const auto& volumes = model.observer->volumes();
+    return volumes.size() == 1 && volumes[0].trashURL() == std::optional(model.homeTrash());
+}
+
+void loadAll(test::ModelHarness& model, TrashContents& contents)
+{
+    contents.load();
+    model.scheduler.runPending();
+}
 
 } // namespace
 
@@ -65,7 +85,6 @@ private Q_SLOTS:
         row("ssh", "/media/remote", "fuse.sshfs", "rw", false);
         row("backup", "/media/.timemachine/disk", "ext4", "rw", false);
     }
-
     void mountedVolumeRules()
     {
         QFETCH(QByteArray, mountPoint);
@@ -82,35 +101,46 @@ private Q_SLOTS:
         QCOMPARE(mounted, expected);
     }
 
-    void listIsTheMountsInKernelOrder()
+    void listIsTheMountsInKernelOrderEachWatched()
     {
         test::ModelHarness model;
-        model.setMounts(
-            {{"/", "ext4", "rw"}, {"/media/b", "ext4", "rw"}, {"/media/a", "ext4", "rw"}});
+        model.setMounts({{"/", "ext4", "rw"},
+                         {"/media/b", "ext4", "rw"},
+                         {"/media/snapshot-2024", "ext4", "rw"},
+                         {"/media/a", "ext4", "rw"}});
         model.makeHomeTrash();
         test::ConsoleCapture console;
-
-        const VolumeObserver& observer = model.start();
+        VolumeObserver& observer = model.start();
         QCOMPARE(console.count("Hello from VolumeObserver"), 1);
-        const std::vector<fs::path> expected = {"/", "/media/b", "/media/a"};
+        const std::vector<fs::path> expected = {"/", "/media/b", "/media/snapshot-2024",
+                                                "/media/a"};
         QCOMPARE(model.listedPaths(), expected);
         // The root holds the home; the other mount points do not exist here.
         QCOMPARE(observer.volumes()[0].trashURL(), std::optional(model.homeTrash()));
         QVERIFY(!observer.volumes()[1].trashURL());
-        QCOMPARE(console.count("Error Getting Trash URL: "), 2);
+        QCOMPARE(console.count("Error Getting Trash URL: "), 3);
         // No folder of another system's is looked for.
         QCOMPARE(console.count("iCloud Drive trash not found: "), 0);
         QCOMPARE(console.count("Cloud Storage trash not found: "), 0);
+        // No monitor for a snapshot; a missing mount point's monitor stays idle.
+        QCOMPARE(observer.monitorEvents().size(), std::size_t(3));
+        QVERIFY(watching(observer, model.homeTrash()));
+        QCOMPARE(observer.monitorEvents()[1]->url(), std::optional<fs::path>("/media/b"));
+        QVERIFY(!observer.monitorEvents()[1]->isMonitoring());
+        const auto before = observer.monitorEvents()[0];
+        observer.updateVolumes();
+        model.settle();
+        QVERIFY(observer.monitorEvents()[0] != before); // every publication replaces them
+        QVERIFY(!before->isMonitoring());
     }
 
     void homeOnANetworkFilesystemIsListed_data()
     {
         QTest::addColumn<QByteArray>("type");
-        QTest::newRow("NFS") << QByteArray("nfs4");
-        QTest::newRow("SMB") << QByteArray("cifs");
-        QTest::newRow("read-only") << QByteArray("ext4");
+        for (const auto& [tag, type] :
+             {std::pair("NFS", "nfs4"), {"SMB", "cifs"}, {"read-only", "ext4"}})
+            QTest::newRow(tag) << QByteArray(type);
     }
-
     void homeOnANetworkFilesystemIsListed()
     {
         QFETCH(QByteArray, type);
@@ -130,7 +160,6 @@ private Q_SLOTS:
         model.setMounts({{"/", "ext4", "rw"}, {"/media/usb", "ext4", "rw"}});
         model.start();
         test::ConsoleCapture console;
-
         // The table still lists the volume (the event may come first), yet it stays out.
         Q_EMIT model.mountWatcher.unmounted("/media/usb");
         model.settle();
@@ -139,11 +168,9 @@ private Q_SLOTS:
         QVERIFY(lines.size() >= 2);
         QCOMPARE(lines[0], std::string("Hello from unmounted"));
         QCOMPARE(lines[1], std::string("Unmounted: /media/usb"));
-
         model.observer->updateVolumes();
         model.settle();
         QCOMPARE(model.listedPaths(), std::vector<fs::path>{"/"});
-
         Q_EMIT model.mountWatcher.mounted("/media/usb/");
         model.settle();
         QCOMPARE(model.listedPaths(), (std::vector<fs::path>{"/", "/media/usb"}));
@@ -155,20 +182,16 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("type");
         QTest::addColumn<bool>("showDropbox");
         QTest::addColumn<QByteArray>("expected"); // name=picture, or nothing when not listed
-        QTest::newRow("Google Drive") << QByteArray("fuse.google-drive-ocamlfuse") << false
-                                      << QByteArray("Cloud=asset:GoogleDrive");
-        QTest::newRow("OneDrive") << QByteArray("fuse.onedriver") << false
-                                  << QByteArray("Cloud=asset:OneDrive");
-        QTest::newRow("rclone, which serves many providers")
-            << QByteArray("fuse.rclone") << false << QByteArray("Cloud=file");
-        QTest::newRow("Dropbox, hidden by default")
-            << QByteArray("fuse.dbxfs") << false << QByteArray();
-        QTest::newRow("Dropbox, shown when asked")
-            << QByteArray("fuse.dbxfs") << true << QByteArray("Cloud=asset:Dropbox");
-        QTest::newRow("other remote filesystem")
-            << QByteArray("fuse.sshfs") << false << QByteArray();
+        const auto row = [](const char* tag, const char* type, bool show, const char* expected) {
+            QTest::newRow(tag) << QByteArray(type) << show << QByteArray(expected);
+        };
+        row("Google Drive", "fuse.google-drive-ocamlfuse", false, "Cloud=asset:GoogleDrive");
+        row("OneDrive", "fuse.onedriver", false, "Cloud=asset:OneDrive");
+        row("rclone, which serves many providers", "fuse.rclone", false, "Cloud=file");
+        row("Dropbox, hidden by default", "fuse.dbxfs", false, "");
+        row("Dropbox, shown when asked", "fuse.dbxfs", true, "Cloud=asset:Dropbox");
+        row("other remote filesystem", "fuse.sshfs", false, "");
     }
-
     void cloudMountsAreCloudRows()
     {
         QFETCH(QByteArray, type);
@@ -176,7 +199,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, expected);
         test::ModelHarness model;
         model.makeHomeTrash();
-        model.defaults.setBool(QStringLiteral("ShowDropbox"), showDropbox);
+        model.defaults.setBool(u"ShowDropbox"_s, showDropbox);
         model.setMounts({{"/", "ext4", "rw"}, {"/media/me/Cloud", type.toStdString(), "rw"}});
         const VolumeObserver& observer = model.start();
         QByteArrayList rows;
@@ -196,21 +219,17 @@ private Q_SLOTS:
     void refusedTrashMeansNoAccessAndNoMonitors()
     {
         test::ModelHarness model;
-        model.setMounts({{"/", "ext4", "rw"}});
-        model.makeHomeTrash();
+        model.plainHome();
         QVERIFY(chmod(model.root.path().toLocal8Bit().constData(), 0755) == 0);
         QVERIFY(chmod(model.homeTrash().c_str(), 0700) == 0); // root's own, closed to others
-
-        const int exitCode = test::runAsUser(test::nobody, [&] {
+        const auto refused = [&] {
             test::ConsoleCapture console;
             VolumeObserver& observer = model.start();
             observer.updateMonitors();
-            return !observer.fdaGranted() && observer.monitorEvents().empty() &&
-                           console.count("fdaGranted Error:") == 1
-                       ? 0
-                       : 1;
-        });
-        QCOMPARE(exitCode, 0);
+            const bool none = !observer.fdaGranted() && observer.monitorEvents().empty();
+            return none && console.count("fdaGranted Error:") == 1;
+        };
+        QCOMPARE(test::runAsUser(test::nobody, [&] { return refused() ? 0 : 1; }), 0);
     }
 
     // The home may be on a network mount that stops answering: the access check and the
@@ -218,14 +237,12 @@ private Q_SLOTS:
     void accessCheckAndWatchesLeaveTheMainThread()
     {
         test::ModelHarness model;
-        model.setMounts({{"/", "ext4", "rw"}});
-        model.makeHomeTrash();
+        model.plainHome();
         test::HeldWorkQueue held;
         model.scanQueue = &held;
         VolumeObserver& observer = model.start();
         QVERIFY(!observer.fdaGranted());
         QVERIFY(held.size() >= 2); // the access check, then the scan
-
         held.runAll();
         model.settle();
         QVERIFY(observer.fdaGranted());
@@ -237,91 +254,47 @@ private Q_SLOTS:
         QCOMPARE(observer.monitorEvents().size(), std::size_t(1));
         QVERIFY(!observer.monitorEvents()[0]->isMonitoring()); // its watch is still queued
         QVERIFY(held.size() >= 1);
-
         held.runAll();
         model.scheduler.runPending();
         QVERIFY(observer.monitorEvents()[0]->isMonitoring());
         test::writeFile(model.homeTrash() / "new");
-        QVERIFY(QTest::qWaitFor([&] { return model.scheduler.pendingCount() > 0; }, 5000));
+        QVERIFY(model.awaitEvent());
     }
 
-    void monitorsFollowTheList()
+    // A change at the top of a trash is one rebuild, and the tray's full or empty trash follows
+    // it; a change inside a trashed folder is not the trash's, and the entry a trash never
+    // counts is no item.
+    void trashChangesRebuildTheListAndItsFullness()
     {
         test::ModelHarness model;
-        model.setMounts({{"/", "ext4", "rw"},
-                         {"/media/snapshot-2024", "ext4", "rw"},
-                         {"/media/usb", "ext4", "rw"}});
-        model.makeHomeTrash();
-        VolumeObserver& observer = model.start();
-
-        // No monitor for a snapshot; /media/usb does not exist, so its monitor stays idle.
-        QCOMPARE(observer.monitorEvents().size(), std::size_t(2));
-        QCOMPARE(observer.monitorEvents()[0]->url(), std::optional(model.homeTrash()));
-        QVERIFY(observer.monitorEvents()[0]->isMonitoring());
-        QCOMPARE(observer.monitorEvents()[1]->url(), std::optional<fs::path>("/media/usb"));
-        QVERIFY(!observer.monitorEvents()[1]->isMonitoring());
-
-        const auto before = observer.monitorEvents()[0];
-        observer.updateVolumes();
-        model.settle();
-        QVERIFY(observer.monitorEvents()[0] != before); // every publication replaces them
-        QVERIFY(!before->isMonitoring());
-    }
-
-    void trashMonitorRebuildsOnItemsNotOnSubfolders()
-    {
-        test::ModelHarness model;
-        model.setMounts({{"/", "ext4", "rw"}});
-        model.makeHomeTrash();
-        fs::create_directories(model.homeTrash() / "folder");
-        VolumeObserver& observer = model.start();
-        QSignalSpy published(&observer, &VolumeObserver::listPublished);
-
-        const auto rebuildsAfter = [&](const std::function<void()>& change) -> qsizetype {
-            published.clear();
-            change();
-            // A rebuild posts its publication; let the event loop deliver the event first.
-            if (!QTest::qWaitFor([&] { return model.scheduler.pendingCount() > 0; }, 5000))
-                return -1;
-            model.settle();
-            return published.count();
-        };
-        QCOMPARE(rebuildsAfter([&] { test::writeFile(model.homeTrash() / "new item"); }), 1);
-        QCOMPARE(rebuildsAfter([&] { fs::remove(model.homeTrash() / "new item"); }), 1);
-
-        // A change inside a trashed folder is not the trash's: only the later top one counts.
-        test::writeFile(model.homeTrash() / "folder" / "deep");
-        QCOMPARE(rebuildsAfter([&] { test::writeFile(model.homeTrash() / "second"); }), 1);
-        QCOMPARE(observer.volumes().size(), std::size_t(1));
-    }
-
-    // The tray's full or empty trash: whether any listed trash holds an item, read again with
-    // each published list. The entry a trash never counts is no item.
-    void fullnessFollowsTheTrashes()
-    {
-        test::ModelHarness model;
-        model.setMounts({{"/", "ext4", "rw"}});
-        model.makeHomeTrash();
+        model.plainHome();
         test::writeFile(model.homeTrash() / ".DS_Store");
         VolumeObserver& observer = model.start();
         TrashFullness fullness(observer);
         QSignalSpy changes(&fullness, &TrashFullness::fullChanged);
+        QSignalSpy published(&observer, &VolumeObserver::listPublished);
         model.scheduler.runPending();
         QVERIFY(!fullness.isFull());
-
-        const auto fullAfter = [&](const std::function<void()>& change) {
+        // The publications a change brought, and whether the trash then reads full.
+        const auto after = [&](const std::function<void()>& change) {
+            published.clear();
             change();
-            if (!QTest::qWaitFor([&] { return model.scheduler.pendingCount() > 0; }, 5000))
-                return std::optional<bool>();
+            if (!model.awaitEvent())
+                return std::pair(qsizetype(-1), false);
             model.settle();
             model.scheduler.runPending();
-            return std::optional(fullness.isFull());
+            return std::pair(published.count(), fullness.isFull());
         };
-        QCOMPARE(fullAfter([&] { test::writeFile(model.homeTrash() / "report.pdf"); }),
-                 std::optional(true));
-        QCOMPARE(fullAfter([&] { fs::remove(model.homeTrash() / "report.pdf"); }),
-                 std::optional(false));
-        QCOMPARE(changes.count(), 2);
+        const fs::path trash = model.homeTrash();
+        QCOMPARE(after([&] { test::writeFile(trash / "report.pdf"); }),
+                 std::pair(qsizetype(1), true));
+        QCOMPARE(after([&] { fs::remove(trash / "report.pdf"); }), std::pair(qsizetype(1), false));
+        QCOMPARE(after([&] { fs::create_directory(trash / "folder"); }),
+                 std::pair(qsizetype(1), true));
+        test::writeFile(trash / "folder" / "deep");
+        QCOMPARE(after([&] { test::writeFile(trash / "second"); }), std::pair(qsizetype(1), true));
+        QCOMPARE(changes.count(), 3);
+        QCOMPARE(observer.volumes().size(), std::size_t(1));
     }
 
     // Readings run off the main thread and may end out of order: an older one that ends last
@@ -329,15 +302,13 @@ private Q_SLOTS:
     void fullnessShowsTheNewestReading()
     {
         test::ModelHarness model;
-        model.setMounts({{"/", "ext4", "rw"}});
-        model.makeHomeTrash();
+        model.plainHome();
         test::HeldWorkQueue held;
         model.scanQueue = &held;
         VolumeObserver& observer = model.start();
         QTRY_VERIFY_WITH_TIMEOUT((held.runAll(), model.settle(), observer.volumes().size() == 1),
                                  5000);
         held.runAll();
-
         TrashFullness fullness(observer); // the first reading
         Q_EMIT observer.listPublished();  // and a second
         QCOMPARE(held.size(), std::size_t(2));
@@ -355,14 +326,10 @@ private Q_SLOTS:
         fs::create_directories(model.home / ".local");
         VolumeObserver& observer = model.start();
         QVERIFY(!observer.volumes()[0].trashURL());
-
         // A file manager's first trashing makes the whole trash at once.
         test::writeFile(model.homeTrash() / "report.pdf");
         test::writeFile(model.homeTrash().parent_path() / "info" / "report.pdf.trashinfo");
-        QTRY_VERIFY_WITH_TIMEOUT((model.settle(), observer.volumes().size() == 1 &&
-                                                      observer.volumes()[0].trashURL() ==
-                                                          std::optional(model.homeTrash())),
-                                 5000);
+        QTRY_VERIFY_WITH_TIMEOUT((model.settle(), listsHomeTrash(model)), 5000);
         QCOMPARE(observer.volumes()[0].itemCount(), 1);
     }
 
@@ -376,28 +343,21 @@ private Q_SLOTS:
         QTest::newRow("before the list shows it gone") << true << false;
         QTest::newRow("moved away whole, then made again") << false << true;
     }
-
     void homeTrashRemovedAndMadeAgain()
     {
         QFETCH(bool, beforePublication);
         QFETCH(bool, movedAway);
         test::ModelHarness model;
-        model.setMounts({{"/", "ext4", "rw"}});
-        model.makeHomeTrash();
+        model.plainHome();
         VolumeObserver& observer = model.start();
         const fs::path trashFolder = model.homeTrash().parent_path();
         const fs::path share = trashFolder.parent_path();
-        const auto listed = [&] {
-            return observer.volumes().size() == 1 &&
-                   observer.volumes()[0].trashURL() == std::optional(model.homeTrash());
-        };
-        QVERIFY(listed());
-
+        QVERIFY(listsHomeTrash(model));
         if (movedAway)
             fs::rename(trashFolder, share / "Trash aside");
         else
             fs::remove_all(trashFolder);
-        QVERIFY(QTest::qWaitFor([&] { return model.scheduler.pendingCount() > 0; }, 5000));
+        QVERIFY(model.awaitEvent());
         if (beforePublication) {
             model.scheduler.runPending(); // the scan found no trash; its list is still to come
             model.makeHomeTrash();
@@ -413,18 +373,15 @@ private Q_SLOTS:
             QTRY_VERIFY(probed > 0);
             QCOMPARE(model.scheduler.pendingCount(), std::size_t(0));
             model.makeHomeTrash();
-            QVERIFY(QTest::qWaitFor([&] { return model.scheduler.pendingCount() > 0; }, 5000));
+            QVERIFY(model.awaitEvent());
         }
         model.settle();
         model.settle();
-        QVERIFY(listed());
-        QVERIFY(std::ranges::any_of(observer.monitorEvents(), [&](const auto& monitor) {
-            return monitor->url() == std::optional(model.homeTrash()) && monitor->isMonitoring();
-        }));
-
+        QVERIFY(listsHomeTrash(model));
+        QVERIFY(watching(observer, model.homeTrash()));
         // And it keeps following: the next trashing shows.
         test::writeFile(model.homeTrash() / "again");
-        QVERIFY(QTest::qWaitFor([&] { return model.scheduler.pendingCount() > 0; }, 5000));
+        QVERIFY(model.awaitEvent());
         model.settle();
         QCOMPARE(observer.volumes()[0].itemCount(), 1);
     }
@@ -459,7 +416,6 @@ private Q_SLOTS:
         QSignalSpy published(&observer, &VolumeObserver::listPublished);
         QSignalSpy changed(&observer, &VolumeObserver::volumesChanged);
         mounts.reads = 0;
-
         // The last request is the unmount: the list published has to show it.
         for (int request = 1; request <= requests; ++request) {
             if (request < requests)
@@ -479,7 +435,6 @@ private Q_SLOTS:
         QCOMPARE(changed.count(), requests + 1);        // cleared at each request, then published
         QCOMPARE(mounts.reads, scans);
         QCOMPARE(observer.monitorEvents().size(), std::size_t(1));
-
         // The next request after the burst is a rebuild of its own.
         published.clear();
         observer.updateVolumes();
@@ -504,7 +459,6 @@ private Q_SLOTS:
         };
         QVERIFY(record());
         QVERIFY(!record()->trashURL());
-
         test::ConsoleCapture console;
         const fs::path trash = volume / (".Trash-" + std::to_string(getuid())) / "files";
         fs::create_directories(trash);
@@ -512,9 +466,7 @@ private Q_SLOTS:
         model.settle();
         QVERIFY(record());
         QCOMPARE(record()->trashURL(), std::optional(trash));
-        QVERIFY(std::ranges::any_of(observer.monitorEvents(), [&](const auto& monitor) {
-            return monitor->url() == std::optional(trash) && monitor->isMonitoring();
-        }));
+        QVERIFY(watching(observer, trash));
         observer.updateMonitors(); // drop the watches before the volume goes
         QVERIFY(test::unmount(volume));
     }
@@ -580,7 +532,7 @@ private Q_SLOTS:
         const int row = contents.rowOf("item 7");
         QVERIFY(row >= 0);
         QCOMPARE(contents.index(row, TrashContents::OriginalLocation).data().toString(),
-                 QStringLiteral("/home/me/item 7"));
+                 u"/home/me/item 7"_s);
         QCOMPARE(
             contents.index(row, TrashContents::Deleted).data(TrashContents::SortRole).toDateTime(),
             QDateTime(QDate(2024, 3, 1), QTime(10, 20, 30)));
@@ -589,41 +541,39 @@ private Q_SLOTS:
 
     void contentsShowEveryRecordSafely_data()
     {
-        QTest::addColumn<QByteArray>("name");
-        QTest::addColumn<QByteArray>("record");
+        QTest::addColumn<std::string>("name");
+        QTest::addColumn<std::string>("origin"); // as its record gives it; no record when empty
         QTest::addColumn<QString>("shownName");
         QTest::addColumn<QString>("shownLocation");
-        QTest::newRow("Latin-1 name, no record")
-            << QByteArray("caf\xe9") << QByteArray() << QStringLiteral("caf\uFFFD")
-            << QStringLiteral("Unknown");
-        QTest::newRow("newline in the name")
-            << QByteArray("two\nlines") << QByteArray("[Trash Info]\nPath=/a/two%0Alines\n")
-            << QStringLiteral("two\\nlines") << QStringLiteral("/a/two\\nlines");
-        QTest::newRow("relative to the volume")
-            << QByteArray("photo.jpg")
-            << QByteArray("[Trash Info]\nPath=Pictures/photo%20one.jpg\n")
-            << QStringLiteral("photo.jpg") << QStringLiteral("/media/stick/Pictures/photo one.jpg");
+        const auto row = [](const char* tag, const char* name, const char* origin,
+                            const QString& shownName, const QString& shownLocation) {
+            QTest::newRow(tag) << std::string(name) << std::string(origin) << shownName
+                               << shownLocation;
+        };
+        row("Latin-1 name, no record", "caf\xe9", "", u"caf\uFFFD"_s, u"Unknown"_s);
+        row("newline in the name", "two\nlines", "/a/two%0Alines", u"two\\nlines"_s,
+            u"/a/two\\nlines"_s);
+        row("relative to the volume", "photo.jpg", "Pictures/photo%20one.jpg", u"photo.jpg"_s,
+            u"/media/stick/Pictures/photo one.jpg"_s);
     }
-
     void contentsShowEveryRecordSafely()
     {
-        QFETCH(QByteArray, name);
-        QFETCH(QByteArray, record);
+        QFETCH(std::string, name);
+        QFETCH(std::string, origin);
         QFETCH(QString, shownName);
         QFETCH(QString, shownLocation);
         test::ModelHarness model;
         const fs::path trash = model.home / "stick/.Trash-1000/files";
-        test::writeFile(trash / name.toStdString(), std::string(10000, 'x'));
-        if (!record.isEmpty())
-            test::writeFile(trash.parent_path() / "info" / (name.toStdString() + ".trashinfo"),
-                            record.toStdString());
+        test::writeFile(trash / name, std::string(10000, 'x'));
+        if (!origin.empty())
+            test::writeFile(trash.parent_path() / "info" / (name + ".trashinfo"),
+                            "[Trash Info]\nPath=" + origin + "\n");
         TrashContents contents(trash, "/media/stick", model.platform());
-        contents.load();
-        model.scheduler.runPending();
+        loadAll(model, contents);
         QCOMPARE(contents.rowCount(), 1);
         QCOMPARE(contents.index(0, TrashContents::Name).data().toString(), shownName);
         QCOMPARE(contents.index(0, TrashContents::Name).data(TrashContents::NameBytesRole),
-                 QVariant(name));
+                 QVariant(QByteArray::fromStdString(name)));
         QCOMPARE(contents.index(0, TrashContents::OriginalLocation).data().toString(),
                  shownLocation);
         // Allocated, not apparent: whole blocks, at least the bytes written.
@@ -641,18 +591,16 @@ private Q_SLOTS:
         for (const char* name : {"a", "b", "c"})
             test::writeFile(model.homeTrash() / name);
         TrashContents contents(model.homeTrash(), "/", model.platform());
-        contents.load();
-        model.scheduler.runPending();
+        loadAll(model, contents);
         QCOMPARE(contents.rowCount(), 3);
         const QPersistentModelIndex held = contents.index(contents.rowOf("b"), 0);
         QSignalSpy reset(&contents, &QAbstractItemModel::modelReset);
         QSignalSpy refreshed(&contents, &TrashContents::refreshed);
-
         fs::remove(model.homeTrash() / "a");
         test::writeFile(model.homeTrash() / "d", std::string(5000, 'y'));
         // The watch tells the main thread through its event loop; the reading waits for the
         // changes to settle.
-        QVERIFY(QTest::qWaitFor([&] { return model.scheduler.pendingCount() > 0; }, 5000));
+        QVERIFY(model.awaitEvent());
         QTest::qWait(50); // both changes in
         model.scheduler.advance(1s);
         QTRY_VERIFY_WITH_TIMEOUT((model.scheduler.advance(1s), refreshed.count() >= 1), 5000);
@@ -661,9 +609,8 @@ private Q_SLOTS:
         QVERIFY(contents.rowOf("d") >= 0);
         QVERIFY(contents.size(contents.rowOf("d")).value_or(0) >= 5000);
         QVERIFY(held.isValid());
-        QCOMPARE(held.data().toString(), QStringLiteral("b"));
+        QCOMPARE(held.data().toString(), u"b"_s);
         QCOMPARE(reset.count(), 0);
-
         // The trash going away empties the list and says why.
         fs::remove_all(model.homeTrash().parent_path());
         QTRY_VERIFY_WITH_TIMEOUT((model.scheduler.advance(1s), contents.rowCount() == 0), 5000);

@@ -1,5 +1,6 @@
 #include "ModelHarness.h"
 
+#include <QTest>
 #include <fstream>
 
 namespace quillane::test
@@ -25,6 +26,11 @@ VolumeObserver& ModelHarness::start()
     observer = std::make_unique<VolumeObserver>(platform(), emptying);
     settle();
     return *observer;
+}
+
+bool ModelHarness::awaitEvent()
+{
+    return QTest::qWaitFor([this] { return scheduler.pendingCount() > 0; }, 5000);
 }
 
 std::vector<std::filesystem::path> ModelHarness::listedPaths() const

@@ -35,6 +35,12 @@ struct ModelHarness {
     void setMounts(const std::vector<std::tuple<std::string, std::string, std::string>>& entries);
     std::filesystem::path homeTrash() const { return home / ".local/share/Trash/files"; }
     void makeHomeTrash() const { std::filesystem::create_directories(homeTrash()); }
+    // One root mount holding the home, and the home's trash.
+    void plainHome()
+    {
+        setMounts({{"/", "ext4", "rw"}});
+        makeHomeTrash();
+    }
 
     // With the scan queue and mount table a test put in their place, if any.
     Platform platform()
@@ -46,6 +52,8 @@ struct ModelHarness {
     VolumeObserver& start();
     // Lets the published list settle: runs what is due, then the publication delay.
     void settle() { scheduler.advance(std::chrono::milliseconds(500)); }
+    // Waits until a watch has posted its news to the main queue.
+    bool awaitEvent();
     std::vector<std::filesystem::path> listedPaths() const;
 
     QTemporaryDir root;
