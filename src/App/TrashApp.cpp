@@ -187,6 +187,15 @@ void TrashApp::addCommands(QWidget* window)
     window->addActions({&m_checkForUpdatesCommand, &m_settingsCommand, &m_quitCommand});
 }
 
+void TrashApp::closeOnEscape(QWidget* window)
+{
+    auto* close = new QAction(window);
+    close->setShortcut(Qt::Key_Escape);
+    close->setShortcutContext(Qt::WindowShortcut);
+    connect(close, &QAction::triggered, window, &QWidget::close);
+    window->addAction(close);
+}
+
 void TrashApp::launch()
 {
     if (const QString problem = m_platform.defaults.storageProblem(); !problem.isEmpty())
@@ -265,6 +274,7 @@ void TrashApp::showSetupWindow()
     auto* setup = new SetupView(viewServices());
     QWidget* window = windowAround(new QWidget, setup);
     window->setAttribute(Qt::WA_DeleteOnClose);
+    closeOnEscape(window);
     m_setupWindow = window;
     // The window is opened at every launch. With every step done it has nothing to show and
     // stays out of sight, until a step is due again (the helper was disabled, say); once the
@@ -287,6 +297,7 @@ void TrashApp::openSettings()
     if (!m_settingsWindow) {
         m_settingsWindow = windowAround(new QWidget, new SettingsView(viewServices()));
         m_settingsWindow->setAttribute(Qt::WA_DeleteOnClose);
+        closeOnEscape(m_settingsWindow);
         m_settingsWindow->setWindowTitle(tr("Quillane Settings"));
     }
     bringForward(m_settingsWindow);

@@ -74,6 +74,8 @@ private:
     // A top-level window of ours around one view: sized by it, with our icon and commands.
     QWidget* windowAround(QWidget* window, QWidget* content);
     void addCommands(QWidget* window);
+    // For a window whose closing loses nothing (the first-run guide, the settings).
+    static void closeOnEscape(QWidget* window);
     void showSetupWindow();
     void showWindowedPanel();
     // The tray icon's panel, made when first needed.

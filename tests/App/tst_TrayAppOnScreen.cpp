@@ -98,6 +98,10 @@ private Q_SLOTS:
         QVERIFY(!app.settingsWindow());
         bus.menuEvent(item, 4, QStringLiteral("clicked"));
         QTRY_VERIFY(app.settingsWindow() && app.settingsWindow()->isVisible());
+        app.settingsWindow()->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(app.settingsWindow()));
+        QTest::keyClick(app.settingsWindow(), Qt::Key_Escape); // closing it loses nothing
+        QTRY_VERIFY(!app.settingsWindow());
     }
 
     void emptiesAVolumeFromThePanelWindow()
