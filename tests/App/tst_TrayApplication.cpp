@@ -1,4 +1,3 @@
-#include "../Views/ViewHarness.h"
 #include "App/AppDelegate.h"
 #include "App/LaunchArguments.h"
 #include "App/PanelWindow.h"
@@ -14,6 +13,7 @@
 #include "Platform/tray/StatusNotifierItem.h"
 #include "ScriptedTrayHost.h"
 #include "Shell/Translations.h"
+#include "ViewHarness.h"
 #include "Views/MenuView.h"
 #include "Views/SettingsView.h"
 #include "Views/SetupView.h"
