@@ -136,8 +136,8 @@ void TrashContents::read(std::optional<std::vector<std::string>> names)
     const bool first = !names;
     const std::weak_ptr<bool> alive = m_alive;
     Scheduler& mainQueue = m_platform.mainQueue;
-    m_platform.workQueue.async([this, alive, first, names = std::move(names), &mainQueue,
-                                folder = m_trashFolder, top = m_volumeTop] {
+    m_platform.contentsQueue.async([this, alive, first, names = std::move(names), &mainQueue,
+                                    folder = m_trashFolder, top = m_volumeTop] {
         std::vector<std::string> read;
         const auto deliver = [&](std::vector<TrashRecord>&& batch) {
             // What the rows show is worked out here, not on the main thread.
@@ -267,7 +267,7 @@ void TrashContents::refresh()
 {
     // Only the names are read here; the records of new ones follow.
     const std::weak_ptr<bool> alive = m_alive;
-    m_platform.workQueue.async(
+    m_platform.contentsQueue.async(
         [this, alive, folder = m_trashFolder, &mainQueue = m_platform.mainQueue] {
             auto names = std::make_shared<std::unordered_set<std::string>>();
             std::string error;

@@ -19,7 +19,7 @@ namespace quillane
 class FolderMonitor;
 
 // The items of one trash, a row each: name, original location, deletion date and allocated
-// size. The records are read on the work queue and come to the main thread in batches, so the
+// size. The records are read on the contents queue and come to the main thread in batches, so the
 // first rows show while the rest are still read; the sizes follow in a second pass. The model
 // follows the trash folder: a change reads its names again and removes and adds only the rows
 // that differ, so rows the user selected stay selected.
@@ -89,7 +89,7 @@ private:
     };
     struct Reading;
 
-    // Called on the work queue.
+    // Called on the contents queue.
     static Item itemFor(TrashRecord&& record);
     void append(std::vector<Item>&& items);
     void setSizes(const std::vector<std::pair<std::string, std::uint64_t>>& sizes);
@@ -100,7 +100,7 @@ private:
     void removeRows(const std::vector<int>& rows);
     void reindexFrom(std::size_t first);
     // Reads the records and then the sizes of these names (all of them when none are given) on
-    // the work queue.
+    // the contents queue.
     void read(std::optional<std::vector<std::string>> names);
     void finishRefresh();
 
@@ -110,7 +110,7 @@ private:
     std::vector<Item> m_items;
     std::unordered_map<std::string, int> m_rows; // by name
     std::unique_ptr<FolderMonitor> m_monitor;
-    // Tells the work queue that the model is gone; its readings stop at the next batch.
+    // Tells the contents queue that the model is gone; its readings stop at the next batch.
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
     bool m_loaded = false;
     bool m_refreshing = false;

@@ -20,6 +20,9 @@ struct Platform {
     Scheduler& mainQueue;
     WorkQueue& workQueue;    // scans: listing volumes, counting and sizing trash
     WorkQueue& removalQueue; // emptying, apart from the scans so that the list stays current
+    // What one trash holds (the items window's records, sizes and restores), apart from the
+    // scans so that a rescan never waits for a long listing.
+    WorkQueue& contentsQueue;
     const TrashLocator& trash;
     const MountTable& mounts;
     MountWatcher& mountWatcher;

@@ -313,9 +313,10 @@ void ItemsWindow::runRestores(std::vector<Restore> restores, RestoreCollision on
                               std::function<void(RestoreOutcomes)> done)
 {
     const Platform& platform = m_services.observer.platform();
-    platform.workQueue.async([restores = std::move(restores), onCollision, done = std::move(done),
-                              folder = m_trashFolder, &mainQueue = platform.mainQueue,
-                              self = QPointer<const QObject>(this)] {
+    platform.contentsQueue.async([restores = std::move(restores), onCollision,
+                                  done = std::move(done), folder = m_trashFolder,
+                                  &mainQueue = platform.mainQueue,
+                                  self = QPointer<const QObject>(this)] {
         RestoreOutcomes outcomes;
         const int trashFd = open(folder.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         const int openError = errno;

@@ -72,7 +72,7 @@ private:
     std::vector<int> selectedRows() const;
     void selectionChanged();
     void updateStatus();
-    // Runs the restores on the work queue, then `done` on the main thread.
+    // Runs the restores on the contents queue, then `done` on the main thread.
     void runRestores(std::vector<Restore> restores, RestoreCollision onCollision,
                      std::function<void(RestoreOutcomes)> done);
     void restoresDone(RestoreOutcomes outcomes, QStringList failures, bool lastRound);

@@ -534,6 +534,27 @@ private Q_SLOTS:
         QVERIFY(contents.size(row).has_value());
     }
 
+    // Reading a trash's items is queued apart from the scans: a rescan never waits behind it.
+    void contentsWaitOnAQueueOfTheirOwn()
+    {
+        test::ModelHarness model;
+        model.plainHome();
+        test::writeFile(model.homeTrash() / "item");
+        test::HeldWorkQueue contentsWork;
+        model.contentsQueue = &contentsWork;
+        VolumeObserver& observer = model.start();
+        TrashContents contents(model.homeTrash(), "/", model.platform());
+        contents.load();
+        QCOMPARE(contentsWork.size(), std::size_t(1));
+        QSignalSpy published(&observer, &VolumeObserver::listPublished);
+        observer.updateVolumes();
+        model.settle();
+        QCOMPARE(published.count(), 1); // while the items still wait
+        contentsWork.runAll();
+        model.scheduler.runPending();
+        QCOMPARE(contents.rowCount(), 1);
+    }
+
     void contentsShowEveryRecordSafely_data()
     {
         QTest::addColumn<std::string>("name");

@@ -45,8 +45,10 @@ struct ModelHarness {
     // With the scan queue and mount table a test put in their place, if any.
     Platform platform()
     {
-        return Platform{scheduler,    *scanQueue, work,     trash,  *mountTable,
-                        mountWatcher, folders,    defaults, labels, home};
+        return Platform{
+            scheduler, *scanQueue,  work,         contentsQueue ? *contentsQueue : *scanQueue,
+            trash,     *mountTable, mountWatcher, folders,
+            defaults,  labels,      home};
     }
     // Makes the observer and lets its first rebuild publish.
     VolumeObserver& start();
@@ -69,6 +71,7 @@ struct ModelHarness {
     DiskLabels labels;
     EmptyingServices emptying;
     WorkQueue* scanQueue = &work;
+    WorkQueue* contentsQueue = nullptr; // the scan queue unless set
     const MountTable* mountTable = &mounts;
     std::unique_ptr<VolumeObserver> observer;
 };

@@ -137,9 +137,9 @@ StagedScene::StagedScene(const QString& folder, const std::vector<StagedLocation
     }
     mountinfo.close();
 
-    m_observer = std::make_unique<VolumeObserver>(Platform{m_scheduler, m_work, m_work, m_trash,
-                                                           m_mounts, m_mountWatcher, m_folders,
-                                                           m_defaults, m_names, m_home});
+    m_observer = std::make_unique<VolumeObserver>(Platform{m_scheduler, m_work, m_work, m_work,
+                                                           m_trash, m_mounts, m_mountWatcher,
+                                                           m_folders, m_defaults, m_names, m_home});
     m_helper = std::make_unique<HelperLink>(m_scheduler, m_defaults, m_alerts, m_application,
                                             QDBusConnection(QString()));
     m_updater = std::make_unique<Updater>(Updater::Services{

@@ -31,6 +31,7 @@ LinuxPlatform::LinuxPlatform()
       m_workQueue(std::make_unique<ThreadWorkQueue>()),
       // Removal is bound by the filesystem's metadata work, which several threads share well.
       m_removalQueue(std::make_unique<ThreadWorkQueue>(std::max(2, QThread::idealThreadCount()))),
+      m_contentsQueue(std::make_unique<ThreadWorkQueue>()),
       m_trash(std::make_unique<FreedesktopTrash>(m_home, dataHome(m_home), getuid())),
       m_mounts(
           std::make_unique<ProcMountTable>(mountinfo, m_home, "/etc/fstab", userName(), getuid())),
@@ -50,12 +51,14 @@ LinuxPlatform::~LinuxPlatform()
     // Queued scans use the other services: let them finish while those still exist.
     m_workQueue.reset();
     m_removalQueue.reset();
+    m_contentsQueue.reset();
 }
 
 Platform LinuxPlatform::platform() const
 {
-    return Platform{*m_mainQueue,    *m_workQueue,     *m_removalQueue, *m_trash,       *m_mounts,
-                    *m_mountWatcher, *m_folderWatcher, *m_defaults,     *m_volumeNames, m_home};
+    return Platform{*m_mainQueue, *m_workQueue,   *m_removalQueue, *m_contentsQueue,
+                    *m_trash,     *m_mounts,      *m_mountWatcher, *m_folderWatcher,
+                    *m_defaults,  *m_volumeNames, m_home};
 }
 
 fs::path LinuxPlatform::homeFolder()

@@ -39,6 +39,7 @@ private:
     std::unique_ptr<QtScheduler> m_mainQueue;
     std::unique_ptr<ThreadWorkQueue> m_workQueue;
     std::unique_ptr<ThreadWorkQueue> m_removalQueue;
+    std::unique_ptr<ThreadWorkQueue> m_contentsQueue;
     std::unique_ptr<FreedesktopTrash> m_trash;
     std::unique_ptr<ProcMountTable> m_mounts;
     std::unique_ptr<MountInfoWatcher> m_mountWatcher;
