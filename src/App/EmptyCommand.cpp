@@ -203,12 +203,7 @@ int runEmptyCommand(const QString& location, bool yes, bool reportStalls)
     QObject::connect(
         &observer, &VolumeObserver::removalFailed, &observer,
         [](const QString& message) { std::fprintf(stderr, "\n%s\n", qPrintable(message)); });
-    QObject::connect(&helper.client(), &XPCClient::xpcDidDelete, &observer,
-                     &VolumeObserver::xpcDidDelete);
-    QObject::connect(&helper.client(), &XPCClient::xpcDeleteFailed, &observer,
-                     &VolumeObserver::xpcDidFail);
-    QObject::connect(&helper.client(), &XPCClient::helperLeft, &observer,
-                     &VolumeObserver::helperLeft);
+    helper.reportTo(observer);
 
     QObject::connect(&observer, &VolumeObserver::progressChanged, &observer,
                      [&] { drawProgress(observer.progress()); });

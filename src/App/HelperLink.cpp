@@ -2,6 +2,7 @@
 
 #include "Helper/VLAppService.h"
 #include "Helper/XPCClient.h"
+#include "Model/VolumeObserver.h"
 #include "Platform/BundleInfo.h"
 #include "Platform/QtScheduler.h"
 #include "Platform/linux/AutostartEntry.h"
@@ -39,6 +40,16 @@ HelperLink::~HelperLink()
 {
     m_client.reset();
     m_registrationQueue.reset(); // a registration in flight finishes first
+}
+
+void HelperLink::reportTo(VolumeObserver& observer)
+{
+    QObject::connect(m_client.get(), &XPCClient::xpcDidDelete, &observer,
+                     &VolumeObserver::xpcDidDelete);
+    QObject::connect(m_client.get(), &XPCClient::xpcDeleteFailed, &observer,
+                     &VolumeObserver::xpcDidFail);
+    QObject::connect(m_client.get(), &XPCClient::helperLeft, &observer,
+                     &VolumeObserver::helperLeft);
 }
 
 } // namespace quillane

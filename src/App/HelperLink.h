@@ -16,6 +16,7 @@ class SystemdUnitService;
 class ThreadWorkQueue;
 class UserDefaults;
 class VLAppService;
+class VolumeObserver;
 class XPCClient;
 
 // The helper link as the application runs it: the daemon as installed on this system and the
@@ -29,6 +30,10 @@ public:
 
     XPCClient& client() { return *m_client; }
     VLAppService& appService() { return *m_appService; }
+    // Tells the observer what the daemon did with the items it handed over, and when the daemon
+    // left with some unanswered. Handing them over is the caller's: the panel and the command
+    // line do it differently.
+    void reportTo(VolumeObserver& observer);
 
 private:
     std::unique_ptr<ThreadWorkQueue> m_registrationQueue;

@@ -122,9 +122,7 @@ TrashApp::TrashApp(QDBusConnection sessionBus)
                                                 m_application);
     connect(m_observer.get(), &VolumeObserver::itemNeedsHelper, &client(),
             [this](const std::filesystem::path& item) { client().deleteFile(item); });
-    connect(&client(), &XPCClient::xpcDidDelete, m_observer.get(), &VolumeObserver::xpcDidDelete);
-    connect(&client(), &XPCClient::xpcDeleteFailed, m_observer.get(), &VolumeObserver::xpcDidFail);
-    connect(&client(), &XPCClient::helperLeft, m_observer.get(), &VolumeObserver::helperLeft);
+    m_helperLink->reportTo(*m_observer);
     m_updater = std::make_unique<Updater>(Updater::Services{
         m_alerts, m_workspace, m_platform.defaults, m_platform.mainQueue, m_bundle,
         QUrl(QString::fromLatin1(BuildInfo::feedUrl)), [executable = m_bundle.executablePath] {
